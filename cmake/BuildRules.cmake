@@ -1,0 +1,36 @@
+# Language, warnings and output folders, shared by every target of the project.
+
+include(GNUInstallDirs)
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+
+option(H323NAT_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+
+add_library(h323nat_rules INTERFACE)
+target_include_directories(h323nat_rules INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(h323nat_rules INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Werror)
+if(H323NAT_SANITIZE)
+  target_compile_options(h323nat_rules INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(h323nat_rules INTERFACE -fsanitize=address,undefined)
+endif()
+
+# The module's own code: no exceptions, no run-time type information.
+add_library(h323nat_module_rules INTERFACE)
+target_link_libraries(h323nat_module_rules INTERFACE h323nat_rules)
+target_compile_options(h323nat_module_rules INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
