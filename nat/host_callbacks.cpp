@@ -1,0 +1,3 @@
+#include "nat/host_callbacks.h"
+
+HostCallbackTable hostCallbacks;
