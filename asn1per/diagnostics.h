@@ -1,0 +1,35 @@
+// Dormant diagnostics: field tracking maps an encoding to its fields, printers show values on
+// standard output. Off, they cost a flag test.
+#pragma once
+
+#include "asn1per/context.h"
+
+// A tracked field: where it starts and how many bits it has. Lives in the context's heap.
+struct FieldRecord {
+    const char* name;   // a space, then the label
+    uint32_t bitOffset; // absolute bit position, without alignment bits before it
+    uint32_t bitCount;  // 0 while the field is open
+};
+
+struct FieldNode {
+    FieldNode* next;
+    FieldRecord* record;
+};
+
+// Opens a record at the cursor. Null, and nothing done, while tracking is off or when memory is
+// exhausted.
+FieldRecord* pu_newField(PerContext* ctx, const char* label);
+
+// Move the start, or set the length, of the newest record to the cursor.
+void pu_setFieldBitOffset(PerContext* ctx);
+void pu_setFieldBitCount(PerContext* ctx);
+
+void rtPrintBoolean(const char* name, uint8_t value);
+void rtPrintInteger(const char* name, int32_t value);
+void rtPrintUnsigned(const char* name, uint32_t value);
+void rtPrintCharStr(const char* name, const char* value);
+void rtPrintBitStr(const char* name, uint32_t bitCount, const uint8_t* data, const char* separator);
+void rtPrintOctStr(const char* name, uint32_t octets, const uint8_t* data, const char* separator);
+void rtPrint16BitCharStr(const char* name, const BMPStringValue* value, const char* separator);
+void rtPrintOID(const char* name, const ObjectIdentifier* value);
+void rtHexDump(const uint8_t* data, uint32_t octets);

@@ -1,0 +1,98 @@
+// Known-multiplier character strings (X.691 27), BMPString and OBJECT IDENTIFIER (X.691 23).
+#pragma once
+
+#include "asn1per/context.h"
+
+// Effective alphabet of an 8-bit string type.
+struct PermittedAlphabet {
+    uint32_t count;     // characters in `chars`
+    uint8_t chars[256]; // ascending
+    const uint8_t* canonicalSet;
+    uint32_t canonicalSize;
+    uint32_t canonicalBits;
+    uint32_t unalignedBits; // bits per character
+    uint32_t alignedBits;
+};
+
+// Effective alphabet of a 16-bit string type: a list, or the codes first..last when it is null.
+struct PermittedAlphabet16 {
+    uint32_t count;
+    const uint16_t* chars;
+    uint16_t first;
+    uint16_t last;
+    uint32_t unalignedBits;
+    uint32_t alignedBits;
+};
+
+// FROM constraint of a 16-bit string: `count` characters, or first..last when count is 0.
+struct PermittedCharacters16 {
+    uint32_t count;
+    const uint16_t* chars;
+    uint16_t first;
+    uint16_t last;
+};
+
+// 8-bit strings are zero-terminated. `from` lists the permitted characters, null without a FROM
+// constraint. The length is under the pending SIZE constraint; in the aligned variant the
+// characters are aligned whatever the size. Encoding: PER_DOES_NOT_FIT for a character outside an
+// alphabet that is written by index. Decoding: the string is a new one in the heap;
+// PER_CONSTRAINT for an index outside the alphabet.
+int32_t pe_NumericString(PerContext* ctx, const char* value, const char* from);
+int32_t pe_PrintableString(PerContext* ctx, const char* value, const char* from);
+int32_t pe_IA5String(PerContext* ctx, const char* value, const char* from);
+int32_t pe_GeneralString(PerContext* ctx, const char* value, const char* from);
+int32_t pd_NumericString(PerContext* ctx, const char** value, const char* from);
+int32_t pd_PrintableString(PerContext* ctx, const char** value, const char* from);
+int32_t pd_IA5String(PerContext* ctx, const char** value, const char* from);
+int32_t pd_GeneralString(PerContext* ctx, const char** value, const char* from);
+
+int32_t pe_ConstrainedString(PerContext* ctx, const char* value, const PermittedAlphabet* alphabet);
+int32_t pd_ConstrainedString(PerContext* ctx, const char** value,
+                             const PermittedAlphabet* alphabet);
+
+// Narrows an alphabet whose canonical set is filled in to the characters in `from`.
+void pu_setPermittedAlphabet(PermittedAlphabet* alphabet, const char* from);
+
+// BMPString: characters in host byte order, `from` null without a FROM constraint. Statuses as
+// above.
+int32_t pe_BMPString(PerContext* ctx, uint32_t nchars, const uint16_t* data,
+                     const PermittedCharacters16* from);
+int32_t pd_BMPString(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from);
+int32_t pe_16BitConstrainedString(PerContext* ctx, uint32_t nchars, const uint16_t* data,
+                                  const PermittedAlphabet16* alphabet);
+int32_t pd_16BitConstrainedString(PerContext* ctx, BMPStringValue* value,
+                                  const PermittedAlphabet16* alphabet);
+
+// The same as pu_addSizeConstraint with one range lower..upper, then the primitive of that name.
+int32_t pe_NumericStringSized(PerContext* ctx, const char* value, const char* from, uint32_t lower,
+                              uint32_t upper);
+int32_t pe_PrintableStringSized(PerContext* ctx, const char* value, const char* from,
+                                uint32_t lower, uint32_t upper);
+int32_t pe_IA5StringSized(PerContext* ctx, const char* value, const char* from, uint32_t lower,
+                          uint32_t upper);
+int32_t pe_GeneralStringSized(PerContext* ctx, const char* value, const char* from, uint32_t lower,
+                              uint32_t upper);
+int32_t pe_BMPStringSized(PerContext* ctx, uint32_t nchars, const uint16_t* data,
+                          const PermittedCharacters16* from, uint32_t lower, uint32_t upper);
+int32_t pd_NumericStringSized(PerContext* ctx, const char** value, const char* from, uint32_t lower,
+                              uint32_t upper);
+int32_t pd_PrintableStringSized(PerContext* ctx, const char** value, const char* from,
+                                uint32_t lower, uint32_t upper);
+int32_t pd_IA5StringSized(PerContext* ctx, const char** value, const char* from, uint32_t lower,
+                          uint32_t upper);
+int32_t pd_GeneralStringSized(PerContext* ctx, const char** value, const char* from, uint32_t lower,
+                              uint32_t upper);
+int32_t pd_BMPStringSized(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from,
+                          uint32_t lower, uint32_t upper);
+
+void pu_init16BitAlphabet(PermittedAlphabet16* alphabet);
+
+// The list, when `from` has one, is copied to the context's heap. PER_NO_MEMORY when it cannot be.
+int32_t pu_set16BitAlphabet(PerContext* ctx, PermittedAlphabet16* alphabet,
+                            const PermittedCharacters16* from);
+
+// OBJECT IDENTIFIER with the contents octets of X.690 8.19. PER_BAD_OID for arcs that cannot be,
+// PER_OVERFLOW for more than 299 contents octets. Decoding: PER_DOES_NOT_FIT for more than 300,
+// PER_END_OF_DATA when they end inside a subidentifier, PER_BAD_OID for a 129th arc.
+int32_t pe_ObjectIdentifier(PerContext* ctx, const ObjectIdentifier* value);
+int32_t pd_ObjectIdentifier(PerContext* ctx, ObjectIdentifier* value);
