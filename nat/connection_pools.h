@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "host/h323nat.h"
+#include "nat/endpoint_index.h"
 #include "nat/flow_key.h"
 #include "nat/stream_buffer.h"
 
@@ -17,8 +18,8 @@ inline constexpr size_t poolSize = 50;
 // Link of a circular list. A list's head is a link of its own; it points to itself when the list is
 // empty.
 struct ListLink {
-    ListLink* next = this;
-    ListLink* previous = this;
+    ListLink* next;
+    ListLink* previous;
 };
 
 // One outbound call's H.245 connection. The stream is the direction that the private host sends.
@@ -45,13 +46,16 @@ struct CallSignalConnection : ListLink {
     StreamBuffer stream;
 };
 
-template <typename Record> struct ConnectionPool {
-    ListLink freeList;
-    ListLink activeList;
+struct RecordLists {
+    ListLink freeList{&freeList, &freeList};
+    ListLink activeList{&activeList, &activeList};
 };
 
-using CallSignalPool = ConnectionPool<CallSignalConnection>;
-using ControlChannelPool = ConnectionPool<ControlChannelConnection>;
+struct CallSignalPool : RecordLists {};
+
+struct ControlChannelPool : RecordLists {
+    EndpointIndex remoteEndpoints{}; // of the active records
+};
 
 extern CallSignalPool callSignalPool;
 extern ControlChannelPool controlChannelPool;
@@ -77,13 +81,22 @@ void expireRecords(CallSignalPool& pool);
 void expireRecords(ControlChannelPool& pool);
 
 // Sets the key by which findByRemoteEndpoint finds an active record of controlChannelPool.
+// Assigning the member alone would leave the index behind.
 void setRemoteEndpoint(ControlChannelConnection& record, const EndpointKey& remoteEndpoint);
 
-// Lookups among the active records. Null when none matches.
+// Lookups among the active records of the two global pools. Null when none matches.
 CallSignalConnection* findByOutsideFlow(const FlowKey& outsideFlow);
 CallSignalConnection* findByInsideFlow(const FlowKey& insideFlow);
 CallSignalConnection* findByCalledParty(uint32_t calledPartyAddress);
 ControlChannelConnection* findByRemoteEndpoint(const EndpointKey& remoteEndpoint);
+
+// The same answer as findByRemoteEndpoint, at once when it is null.
+inline ControlChannelConnection* findFollowedEndpoint(const EndpointKey& remoteEndpoint) {
+    if (!hasEndpoint(controlChannelPool.remoteEndpoints, remoteEndpoint)) {
+        return nullptr;
+    }
+    return findByRemoteEndpoint(remoteEndpoint);
+}
 
 // Appends a segment to a record's stream and runs the processor on every message that is whole now.
 // Renews lastActivity unless the segment is empty or refused. A segment that brings nothing new

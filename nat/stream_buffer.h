@@ -44,7 +44,8 @@ enum class MessageOutcome { done, framingFailure };
 // states it and can be anything from 1 up, less than the 4 octets of that header included.
 //
 // Position p of data is the octet segmentData[p - segmentOffset] of the packet if p >=
-// segmentOffset. Every message that a processor sees ends inside the current segment.
+// segmentOffset, and no message ends behind the current segment. So what lies at or behind
+// segmentOffset can be rewritten in the packet; what lies before it left in an earlier segment.
 struct MessageProcessor {
     MessageOutcome (*run)(StreamBuffer& stream, void* owner);
     void* owner; // handed to run

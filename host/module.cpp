@@ -1,0 +1,29 @@
+// Start-up, identification and activation.
+
+#include "host/h323nat.h"
+#include "nat/connection_pools.h"
+#include "nat/host_callbacks.h"
+#include "nat/inbound_state.h"
+
+static bool buildPools() {
+    return buildPool(callSignalPool) == 0 && buildPool(controlChannelPool) == 0;
+}
+
+uint32_t H323InitializeDLL(const HostCallbackTable* table) {
+    const bool built = buildPools();
+    ResetInboundMapping();
+    if (!built || table == nullptr) {
+        return 0;
+    }
+    hostCallbacks = *table;
+    return 1;
+}
+
+uint32_t H323IsGatewayDLL(void) {
+    return H323NAT_IDENTIFICATION;
+}
+
+uint32_t TarvexActivateInboundMapping(uint32_t publishedAddress) {
+    ActivateInboundMapping(publishedAddress);
+    return 0;
+}
