@@ -20,6 +20,9 @@ function(h323nat_limit_exports target list)
     list(JOIN names "\n  " text)
     set(text "EXPORTS\n  ${text}\n")
     target_sources(${target} PRIVATE "${file}")
+    # 32-bit Windows calls DllMain by another convention, with a decorated name. This exports it
+    # under the plain one and says nothing about it.
+    target_link_options(${target} PRIVATE "LINKER:--enable-stdcall-fixup")
   else()
     set(file "${CMAKE_CURRENT_BINARY_DIR}/${target}.map")
     list(JOIN names ";\n    " text)

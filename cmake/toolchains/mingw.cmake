@@ -1,0 +1,15 @@
+# Windows, by Debian's mingw-w64 compilers with the POSIX thread model (the one whose standard
+# library has <mutex>, which GoogleTest needs). The including file sets H323NAT_MINGW_TARGET.
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_C_COMPILER ${H323NAT_MINGW_TARGET}-gcc-posix)
+set(CMAKE_CXX_COMPILER ${H323NAT_MINGW_TARGET}-g++-posix)
+set(CMAKE_RC_COMPILER ${H323NAT_MINGW_TARGET}-windres)
+set(CMAKE_FIND_ROOT_PATH /usr/${H323NAT_MINGW_TARGET})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# The compiler's runtime goes into each file: a host program needs no DLL of the compiler's.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")

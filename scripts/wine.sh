@@ -1,0 +1,37 @@
+#!/bin/sh
+# Runs a Windows program of the build under Wine, without display, desktop entries or messages of
+# Wine's own: scripts/wine.sh PROGRAM.exe [ARGUMENT...]
+#
+# Wine keeps its drive in build/wine. The first start makes it, which takes some seconds; programs
+# that start at the same time wait for that.
+set -eu
+
+here=$(cd "$(dirname "$0")" && pwd)
+export WINEPREFIX="${H323NAT_WINEPREFIX:-$(dirname "$here")/build/wine}"
+export WINEDEBUG="${WINEDEBUG:--all}"
+export WINEDLLOVERRIDES="winemenubuilder.exe=d;mscoree=d;mshtml=d"
+unset DISPLAY WAYLAND_DISPLAY
+
+if ! command -v wine >/dev/null; then
+    echo "scripts/wine.sh: wine is not installed (Debian package wine64)" >&2
+    exit 127
+fi
+if [ ! -e "$WINEPREFIX/ready" ]; then
+    mkdir -p "$WINEPREFIX"
+    (
+        flock 9
+        if [ ! -e "$WINEPREFIX/ready" ]; then
+            wine wineboot --init >/dev/null 2>&1 </dev/null
+            touch "$WINEPREFIX/ready"
+        fi
+    ) 9>"$WINEPREFIX.lock"
+fi
+
+# Wine without its 32-bit part ends a 32-bit program at once, with status 0. Say so instead.
+header=$(od -An -tu4 -j60 -N4 "$1")
+machine=$(od -An -tx2 -j$((header + 4)) -N2 "$1")
+if [ "$machine" = " 014c" ] && [ ! -e "$WINEPREFIX/drive_c/windows/syswow64/ntdll.dll" ]; then
+    echo "scripts/wine.sh: $1 is a 32-bit program; Wine here runs 64-bit ones only" >&2
+    exit 126
+fi
+exec wine "$@"
