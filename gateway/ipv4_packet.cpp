@@ -1,0 +1,277 @@
+#include "gateway/ipv4_packet.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace gateway {
+namespace {
+
+constexpr size_t minIpHeader = 20;
+constexpr size_t minTcpHeader = 20;
+constexpr size_t udpHeader = 8;
+
+constexpr size_t ipTotalLength = 2;
+constexpr size_t ipIdentification = 4;
+constexpr size_t ipFragment = 6;
+constexpr size_t ipProtocol = 9;
+constexpr size_t ipChecksum = 10;
+constexpr size_t ipSource = 12;
+constexpr size_t ipDestination = 16;
+
+constexpr size_t tcpSequence = 4;
+constexpr size_t tcpAcknowledgement = 8;
+constexpr size_t tcpDataOffset = 12;
+constexpr size_t tcpFlagsAt = 13;
+constexpr size_t tcpWindow = 14;
+constexpr size_t tcpChecksum = 16;
+constexpr size_t tcpUrgent = 18;
+
+constexpr size_t udpLength = 4;
+constexpr size_t udpChecksum = 6;
+
+constexpr uint16_t fragmentMask = 0x3FFF; // more fragments + offset
+
+uint16_t read16(std::span<const uint8_t> packet, size_t at) {
+    return static_cast<uint16_t>((packet[at] << 8) | packet[at + 1]);
+}
+
+uint32_t read32(std::span<const uint8_t> packet, size_t at) {
+    return (static_cast<uint32_t>(read16(packet, at)) << 16) | read16(packet, at + 2);
+}
+
+void write16(std::span<uint8_t> packet, size_t at, uint16_t value) {
+    packet[at] = static_cast<uint8_t>(value >> 8);
+    packet[at + 1] = static_cast<uint8_t>(value);
+}
+
+void write32(std::span<uint8_t> packet, size_t at, uint32_t value) {
+    write16(packet, at, static_cast<uint16_t>(value >> 16));
+    write16(packet, at + 2, static_cast<uint16_t>(value));
+}
+
+void swapField(std::span<uint8_t> packet, size_t at, size_t width) {
+    if constexpr (std::endian::native == std::endian::little) {
+        std::reverse(packet.begin() + static_cast<std::ptrdiff_t>(at),
+                     packet.begin() + static_cast<std::ptrdiff_t>(at + width));
+    }
+}
+
+void swapHeaders(std::span<uint8_t> packet, const PacketLayout& layout) {
+    struct Field {
+        size_t at;
+        size_t width;
+    };
+    static constexpr Field ipFields[] = {{ipTotalLength, 2}, {ipIdentification, 2},
+                                         {ipFragment, 2},    {ipChecksum, 2},
+                                         {ipSource, 4},      {ipDestination, 4}};
+    static constexpr Field tcpFields[] = {
+        {0, 2},         {2, 2},           {tcpSequence, 4}, {tcpAcknowledgement, 4},
+        {tcpWindow, 2}, {tcpChecksum, 2}, {tcpUrgent, 2}};
+    static constexpr Field udpFields[] = {{0, 2}, {2, 2}, {udpLength, 2}, {udpChecksum, 2}};
+
+    for (const Field& field : ipFields) {
+        swapField(packet, field.at, field.width);
+    }
+    const auto transport = packet.subspan(layout.ipHeaderLength);
+    const std::span<const Field> fields = layout.protocol == Protocol::Tcp
+                                              ? std::span<const Field>(tcpFields)
+                                              : std::span<const Field>(udpFields);
+    for (const Field& field : fields) {
+        swapField(transport, field.at, field.width);
+    }
+}
+
+// Sum of big-endian 16-bit words, an odd last octet padded with 0; not folded.
+uint64_t sumWords(std::span<const uint8_t> octets) {
+    uint64_t sum = 0;
+    size_t at = 0;
+    for (; at + 8 <= octets.size(); at += 8) {
+        sum += static_cast<uint64_t>(read32(octets, at)) + read32(octets, at + 4);
+    }
+    for (; at + 2 <= octets.size(); at += 2) {
+        sum += read16(octets, at);
+    }
+    if (at < octets.size()) {
+        sum += static_cast<uint64_t>(octets[at]) << 8;
+    }
+    return sum;
+}
+
+uint16_t fold(uint64_t sum) {
+    while ((sum >> 16) != 0) {
+        sum = (sum & 0xFFFF) + (sum >> 16);
+    }
+    return static_cast<uint16_t>(sum);
+}
+
+size_t transportChecksumAt(const PacketLayout& layout) {
+    return layout.ipHeaderLength + (layout.protocol == Protocol::Tcp ? tcpChecksum : udpChecksum);
+}
+
+bool hasTransportChecksum(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    const size_t at = transportChecksumAt(layout);
+    if (at + 2 > packet.size()) {
+        return false;
+    }
+    return layout.protocol == Protocol::Tcp || read16(packet, at) != 0;
+}
+
+// A computed UDP checksum of 0 is sent as its other zero, since 0 says that there is none.
+uint16_t asTransmitted(Protocol protocol, uint16_t checksum) {
+    return protocol == Protocol::Udp && checksum == 0 ? uint16_t{0xFFFF} : checksum;
+}
+
+// Pseudo header and the checked octets as they stand, the checksum field included.
+uint64_t sumTransport(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    const size_t length = layout.protocol == Protocol::Udp
+                              ? read16(packet, layout.ipHeaderLength + udpLength)
+                              : layout.transportLength();
+    return sumWords(packet.subspan(ipSource, 8)) + static_cast<uint64_t>(layout.protocol) + length +
+           sumWords(packet.subspan(layout.ipHeaderLength, length));
+}
+
+void replaceWord(std::span<uint8_t> packet, size_t at, uint16_t value,
+                 std::span<const size_t> checksums) {
+    const uint16_t before = read16(packet, at);
+    for (const size_t checksum : checksums) {
+        write16(packet, checksum, adjustChecksum(read16(packet, checksum), before, value));
+    }
+    write16(packet, at, value);
+}
+
+void replaceEnd(std::span<uint8_t> packet, const PacketLayout& layout, size_t addressAt,
+                size_t portAt, const Endpoint& end) {
+    const size_t checksumAt[] = {ipChecksum, transportChecksumAt(layout)};
+    const bool transport = hasTransportChecksum(packet, layout);
+    const std::span<const size_t> ofAddress(checksumAt, transport ? 2 : 1);
+    const std::span<const size_t> ofPort(checksumAt + 1, transport ? 1 : 0);
+
+    replaceWord(packet, addressAt, static_cast<uint16_t>(end.address >> 16), ofAddress);
+    replaceWord(packet, addressAt + 2, static_cast<uint16_t>(end.address), ofAddress);
+    replaceWord(packet, portAt, end.port, ofPort);
+    if (transport) {
+        write16(packet, checksumAt[1],
+                asTransmitted(layout.protocol, read16(packet, checksumAt[1])));
+    }
+}
+
+PacketKind classifyTcp(std::span<const uint8_t> packet, PacketLayout& layout) {
+    const size_t headerLength =
+        static_cast<size_t>((packet[layout.ipHeaderLength + tcpDataOffset] >> 2) & 0x3C);
+    if (headerLength < minTcpHeader || headerLength > layout.transportLength()) {
+        return PacketKind::Malformed;
+    }
+    layout.payloadOffset = layout.ipHeaderLength + headerLength;
+    layout.payloadLength = layout.totalLength - layout.payloadOffset;
+    return PacketKind::Tcp;
+}
+
+PacketKind classifyUdp(std::span<const uint8_t> packet, PacketLayout& layout) {
+    const size_t length = read16(packet, layout.ipHeaderLength + udpLength);
+    if (length < udpHeader || length > layout.transportLength()) {
+        return PacketKind::Malformed;
+    }
+    layout.payloadOffset = layout.ipHeaderLength + udpHeader;
+    layout.payloadLength = length - udpHeader;
+    return PacketKind::Udp;
+}
+
+} // namespace
+
+PacketKind classifyPacket(std::span<const uint8_t> packet, PacketLayout& layout) {
+    layout = {};
+    if (packet.size() < minIpHeader || (packet[0] >> 4) != 4) {
+        return PacketKind::NotIpv4;
+    }
+    layout.ipHeaderLength = static_cast<size_t>(packet[0] & 0x0F) * 4;
+    layout.totalLength = read16(packet, ipTotalLength);
+    if (layout.ipHeaderLength < minIpHeader || layout.totalLength < layout.ipHeaderLength) {
+        return PacketKind::Malformed;
+    }
+    if ((read16(packet, ipFragment) & fragmentMask) != 0) {
+        return PacketKind::Fragment;
+    }
+    const uint8_t protocol = packet[ipProtocol];
+    if (protocol != static_cast<uint8_t>(Protocol::Tcp) &&
+        protocol != static_cast<uint8_t>(Protocol::Udp)) {
+        return PacketKind::OtherProtocol;
+    }
+    layout.protocol = static_cast<Protocol>(protocol);
+    const bool isTcp = layout.protocol == Protocol::Tcp;
+    const size_t transportHeader = isTcp ? minTcpHeader : udpHeader;
+    if (layout.transportLength() < transportHeader) {
+        return PacketKind::Malformed;
+    }
+    if (layout.totalLength > packet.size()) {
+        const bool portsPresent = layout.ipHeaderLength + 4 <= packet.size();
+        return portsPresent ? PacketKind::Truncated : PacketKind::Malformed;
+    }
+    return isTcp ? classifyTcp(packet, layout) : classifyUdp(packet, layout);
+}
+
+Endpoint sourceOf(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    return {read32(packet, ipSource), read16(packet, layout.ipHeaderLength)};
+}
+
+Endpoint destinationOf(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    return {read32(packet, ipDestination), read16(packet, layout.ipHeaderLength + 2)};
+}
+
+uint32_t sequenceNumber(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    return read32(packet, layout.ipHeaderLength + tcpSequence);
+}
+
+uint8_t tcpFlags(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    return packet[layout.ipHeaderLength + tcpFlagsAt];
+}
+
+void toHostByteOrder(std::span<uint8_t> packet, const PacketLayout& layout) {
+    swapHeaders(packet, layout);
+}
+
+void toNetworkByteOrder(std::span<uint8_t> packet, const PacketLayout& layout) {
+    swapHeaders(packet, layout);
+}
+
+void replaceSource(std::span<uint8_t> packet, const PacketLayout& layout, const Endpoint& source) {
+    replaceEnd(packet, layout, ipSource, layout.ipHeaderLength, source);
+}
+
+void replaceDestination(std::span<uint8_t> packet, const PacketLayout& layout,
+                        const Endpoint& destination) {
+    replaceEnd(packet, layout, ipDestination, layout.ipHeaderLength + 2, destination);
+}
+
+void writeDestination(std::span<uint8_t> packet, const PacketLayout& layout,
+                      const Endpoint& destination) {
+    write32(packet, ipDestination, destination.address);
+    write16(packet, layout.ipHeaderLength + 2, destination.port);
+}
+
+void recomputeChecksums(std::span<uint8_t> packet, const PacketLayout& layout) {
+    write16(packet, ipChecksum, 0);
+    const uint64_t ipSum = sumWords(packet.first(layout.ipHeaderLength));
+    write16(packet, ipChecksum, static_cast<uint16_t>(~fold(ipSum)));
+
+    if (hasTransportChecksum(packet, layout)) {
+        const size_t at = transportChecksumAt(layout);
+        write16(packet, at, 0);
+        const auto checksum = static_cast<uint16_t>(~fold(sumTransport(packet, layout)));
+        write16(packet, at, asTransmitted(layout.protocol, checksum));
+    }
+}
+
+bool checksumsAreRight(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    if (fold(sumWords(packet.first(layout.ipHeaderLength))) != 0xFFFF) {
+        return false;
+    }
+    return !hasTransportChecksum(packet, layout) || fold(sumTransport(packet, layout)) == 0xFFFF;
+}
+
+uint16_t adjustChecksum(uint16_t checksum, uint16_t before, uint16_t after) {
+    const auto inverted = static_cast<uint16_t>(~checksum);
+    const auto removed = static_cast<uint16_t>(~before);
+    return static_cast<uint16_t>(~fold(static_cast<uint64_t>(inverted) + removed + after));
+}
+
+} // namespace gateway

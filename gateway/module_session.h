@@ -1,0 +1,43 @@
+#pragma once
+
+#include "gateway/ipv4_packet.h"
+#include "gateway/translator.h"
+#include "host/h323nat.h"
+
+#include <cstdint>
+#include <span>
+
+namespace gateway {
+
+struct ModuleSettings {
+    uint32_t publicAddress = 0;
+    uint32_t publishedAddress = 0; // private host that accepts calls from outside; 0 for none
+    bool lossless = true; // replace octets where they stand; otherwise encode whole messages anew
+};
+
+// The module, started with callbacks that lead to one Translator. The module's state is global,
+// so a process has at most one session at a time, used from one thread.
+class ModuleSession {
+public:
+    // Starts the module afresh. Throws std::runtime_error when another session lives, when the
+    // loaded library is not the module, or when it cannot start. `translator` must outlive the
+    // session.
+    ModuleSession(Translator& translator, const ModuleSettings& settings);
+    ModuleSession(const ModuleSession&) = delete;
+    ModuleSession& operator=(const ModuleSession&) = delete;
+    ~ModuleSession();
+
+    // Hand a packet of kind Tcp or Udp, headers in network byte order, to the sending or the
+    // receiving hook; the headers are in network byte order again afterwards. True when the module
+    // rewrote octets of the payload: the checksum is then the caller's business.
+    bool send(std::span<uint8_t> packet, const PacketLayout& layout);
+    bool receive(std::span<uint8_t> packet, const PacketLayout& layout);
+
+    // Names the published host again, as hosts may do at intervals; 0 for none.
+    static void publish(uint32_t address);
+
+private:
+    HostContext context_{};
+};
+
+} // namespace gateway
