@@ -1,0 +1,441 @@
+#include <fmt/format.h>
+
+#include <limits>
+
+#include "asn1gen/bit_run.h"
+#include "asn1gen/emitter.h"
+#include "asn1gen/layout.h"
+
+namespace asn1gen {
+namespace {
+
+void check(CodeWriter& writer, const std::string& function, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "ctx");
+    writer.list("CHECK(" + function, arguments, "));");
+}
+
+/// The arguments behind the context with which a value goes to its encoder.
+std::vector<std::string> valueArguments(const Type& type, const ValueRef& value) {
+    const Type& definition = type.definition();
+    switch (definition.kind) {
+    case Kind::BmpString:
+        return {value.member("nchars"), value.member("data")};
+    case Kind::OpenType:
+        return {value.member("numocts"), value.member("data")};
+    case Kind::OctetString:
+    case Kind::BitString:
+        if (isSizedString(definition)) {
+            return {value.get()};
+        }
+        return {value.member(definition.kind == Kind::BitString ? "numbits" : "numocts"),
+                value.member("data")};
+    case Kind::Boolean:
+    case Kind::Integer:
+    case Kind::CharacterString:
+        return {value.get()};
+    default:
+        return {value.address()};
+    }
+}
+
+std::string bound(const Type& type, int64_t value) {
+    if (isUnsigned(type)) {
+        return fmt::format("{}U", value);
+    }
+    // The literal of the smallest value would be the negation of one that does not fit.
+    return value == std::numeric_limits<int32_t>::min() ? "INT32_MIN" : std::to_string(value);
+}
+
+/// The condition that a value lies outside its range; empty when it never does.
+std::string outside(const Type& type, const std::string& value) {
+    const Range& range = *type.values;
+    std::string condition;
+    const int64_t least = isUnsigned(type) ? 0 : std::numeric_limits<int32_t>::min();
+    const int64_t greatest = isUnsigned(type) ? std::numeric_limits<uint32_t>::max()
+                                              : std::numeric_limits<int32_t>::max();
+    if (range.lower > least) {
+        condition = value + " < " + bound(type, range.lower);
+    }
+    if (range.upper < greatest) {
+        condition += (condition.empty() ? "" : " || ") + value + " > " + bound(type, range.upper);
+    }
+    return condition;
+}
+
+void encodeInteger(CodeWriter& writer, const Type& type, const std::string& value) {
+    if (!type.values) {
+        check(writer, "pe_UnconsInteger", {value});
+        return;
+    }
+    const std::string function = isUnsigned(type) ? "pe_ConsUnsigned" : "pe_ConsInteger";
+    const std::vector<std::string> arguments = {value, bound(type, type.values->lower),
+                                                bound(type, type.values->upper)};
+    const std::string condition = outside(type, value);
+    if (!type.values->extensible) {
+        if (!condition.empty()) {
+            writer.open("if (" + condition + ") [[unlikely]]");
+            writer.line("FAIL(PER_CONSTRAINT);");
+            writer.close();
+        }
+        check(writer, function, arguments);
+        return;
+    }
+    // X.691 12.1: a value outside the extensible range is coded without bounds.
+    writer.open("if (" + condition + ")");
+    check(writer, "pe_bit", {"1"});
+    check(writer, "pe_UnconsInteger", {value});
+    writer.close(" else {");
+    writer.indent();
+    check(writer, "pe_bit", {"0"});
+    check(writer, function, arguments);
+    writer.close();
+}
+
+void addSize(std::string& function, std::vector<std::string>& arguments, const Type& type) {
+    if (type.size) {
+        function += "Sized";
+        arguments.push_back(std::to_string(type.size->lower));
+        arguments.push_back(std::to_string(type.size->upper));
+    }
+}
+
+/// Codes a simple type with its runtime primitive. arguments as valueArguments gives them.
+void encodeSimple(CodeWriter& writer, const Type& type, std::vector<std::string> arguments) {
+    std::string function;
+    switch (type.kind) {
+    case Kind::Boolean:
+        function = "pe_bit";
+        arguments[0] = arguments[0] + " != 0";
+        break;
+    case Kind::Integer:
+        encodeInteger(writer, type, arguments[0]);
+        return;
+    case Kind::OctetString:
+        function = "pe_OctetString";
+        break;
+    case Kind::BitString:
+        function = "pe_BitString";
+        break;
+    case Kind::CharacterString:
+        function = "pe_" + type.stringName;
+        arguments.push_back(type.alphabet ? "\"" + *type.alphabet + "\"" : "nullptr");
+        break;
+    case Kind::BmpString:
+        function = "pe_BMPString";
+        arguments.push_back("nullptr");
+        break;
+    case Kind::ObjectIdentifier:
+        function = "pe_ObjectIdentifier";
+        break;
+    case Kind::OpenType:
+        function = "pe_OpenType";
+        break;
+    default:
+        return;
+    }
+    addSize(function, arguments, type);
+    check(writer, function, arguments);
+}
+
+void encodeValue(CodeWriter& writer, const Type& type, const ValueRef& value) {
+    if (isNull(type)) {
+        return;
+    }
+    const std::vector<std::string> arguments = valueArguments(type, value);
+    if (type.name.empty()) {
+        encodeSimple(writer, type, arguments);
+    } else {
+        check(writer, (type.hasFunctions ? "asn1PE_" : "encode") + type.name, arguments);
+    }
+}
+
+ValueRef memberRef(const Component& component) {
+    return ValueRef::object("value->" + component.member);
+}
+
+// SEQUENCE.
+
+uint32_t additionsMask(const Type& type, bool mandatoryOnly) {
+    uint32_t mask = 0;
+    for (const Component& addition : type.additions) {
+        if (!mandatoryOnly || !addition.optional) {
+            mask |= uint32_t{1} << addition.presenceBit;
+        }
+    }
+    return mask;
+}
+
+void encodeExtensionBit(CodeWriter& writer, const Type& type) {
+    if (keepsExtension(type)) {
+        writer.line("const bool extended = value->extension.numocts != 0;");
+    } else {
+        writer.line(fmt::format("const bool extended = (value->presence & {:#x}) != 0;",
+                                additionsMask(type, false)));
+    }
+}
+
+void encodeBitRun(CodeWriter& writer, const std::vector<std::string>& terms, int count) {
+    if (terms.empty()) {
+        return;
+    }
+    if (count == 1) {
+        check(writer, "pe_bit", {terms[0]});
+        return;
+    }
+    writer.open("");
+    writer.line("uint32_t bits = " + terms[0] + ";");
+    for (size_t i = 1; i < terms.size(); ++i) {
+        writer.line("bits |= " + terms[i] + ";");
+    }
+    check(writer, "pe_bitRun", {"bits", std::to_string(count)});
+    writer.close();
+}
+
+std::string booleanTerm(const Component& component, int at) {
+    return at == 0 ? fmt::format("value->{} != 0", component.member)
+                   : fmt::format("uint32_t{{value->{} != 0}} << {}", component.member, at);
+}
+
+void encodeLeadingBits(CodeWriter& writer, const LeadingBits& bits) {
+    std::vector<std::string> terms;
+    if (bits.extension) {
+        terms.emplace_back("extended");
+    }
+    if (bits.presence > 0) {
+        const uint32_t mask = (uint32_t{1} << bits.presence) - 1;
+        const std::string presence = fmt::format("value->presence & {:#x}", mask);
+        terms.push_back(bits.extension ? "(" + presence + ") << 1" : presence);
+    }
+    for (size_t i = 0; i < bits.booleans.size(); ++i) {
+        terms.push_back(booleanTerm(*bits.booleans[i], bits.booleansAt() + static_cast<int>(i)));
+    }
+    encodeBitRun(writer, terms, bits.count());
+}
+
+void encodeField(CodeWriter& writer, const Type& type, const Component& component) {
+    if (component.presenceBit < 0) {
+        encodeValue(writer, *component.type, memberRef(component));
+        return;
+    }
+    if (isNull(*component.type)) {
+        return;
+    }
+    writer.open("if ((value->presence & " + presenceName(type, component) + ") != 0)");
+    encodeValue(writer, *component.type, memberRef(component));
+    writer.close();
+}
+
+void encodeRoot(CodeWriter& writer, const Type& type, size_t first) {
+    constexpr size_t longestRun = 32;
+    for (size_t i = first; i < type.root.size();) {
+        const auto run = booleanRun(type.root, i, longestRun);
+        if (run.size() > 1) {
+            std::vector<std::string> terms;
+            for (size_t bit = 0; bit < run.size(); ++bit) {
+                terms.push_back(booleanTerm(*run[bit], static_cast<int>(bit)));
+            }
+            encodeBitRun(writer, terms, static_cast<int>(run.size()));
+            i += run.size();
+        } else {
+            encodeField(writer, type, type.root[i]);
+            ++i;
+        }
+    }
+}
+
+void encodeAdditions(CodeWriter& writer, const Type& type) {
+    const size_t known = type.additions.size();
+    const int first = type.additions.front().presenceBit;
+    const uint32_t mandatory = additionsMask(type, true);
+    writer.open("if (extended)");
+    std::string map = fmt::format("(value->presence & {:#x})", additionsMask(type, false));
+    if (mandatory != 0) {
+        map = fmt::format("({} | {:#x})", map, mandatory);
+    }
+    writer.line(fmt::format("const uint32_t map = {}{};", map,
+                            first > 0 ? fmt::format(" >> {}", first) : ""));
+    writer.line("PerOpenType open;");
+    check(writer, "pe_beginAdditions", {std::to_string(known), "map"});
+    for (const Component& addition : type.additions) {
+        const bool conditional = addition.optional;
+        if (conditional) {
+            writer.open("if ((value->presence & " + presenceName(type, addition) + ") != 0)");
+        }
+        check(writer, "pe_beginOpenType", {"&open"});
+        encodeValue(writer, *addition.type, memberRef(addition));
+        check(writer, "pe_endOpenType", {"&open", "0"});
+        if (conditional) {
+            writer.close();
+        }
+    }
+    writer.close();
+}
+
+void encodeSequence(CodeWriter& writer, const Type& type) {
+    if (type.extensible) {
+        encodeExtensionBit(writer, type);
+    }
+    const LeadingBits bits = leadingBits(type);
+    encodeLeadingBits(writer, bits);
+    encodeRoot(writer, type, bits.booleans.size());
+    if (!type.additions.empty()) {
+        encodeAdditions(writer, type);
+    } else if (type.extensible) {
+        writer.open("if (extended)");
+        check(writer, "pe_OpenTypeExt", {"&value->extension"});
+        writer.close();
+    }
+    if (type.root.empty() && !type.extensible) {
+        writer.line("(void)value;");
+    }
+}
+
+// CHOICE.
+
+ValueRef alternativeRef(const Component& component) {
+    const std::string member = "value->value." + component.member;
+    return heldByPointer(*component.type) ? ValueRef::pointer(member) : ValueRef::object(member);
+}
+
+void encodeAlternatives(CodeWriter& writer, const Type& type,
+                        const std::vector<Component>& alternatives) {
+    bool needed = false;
+    for (const Component& alternative : alternatives) {
+        needed = needed || !isNull(*alternative.type);
+    }
+    if (!needed) {
+        return;
+    }
+    writer.open("switch (value->alternative)");
+    for (const Component& alternative : alternatives) {
+        if (!isNull(*alternative.type)) {
+            writer.label("case " + alternativeName(type, alternative) + ":");
+            encodeValue(writer, *alternative.type, alternativeRef(alternative));
+            writer.line("break;");
+        }
+    }
+    writer.label("default:");
+    writer.line("break;");
+    writer.close();
+}
+
+void encodeExtensionAlternative(CodeWriter& writer, const Type& type) {
+    const size_t roots = type.root.size();
+    const size_t known = roots + type.additions.size();
+    writer.open(fmt::format("if (value->alternative > {})", known));
+    writer.line("FAIL(PER_BAD_CHOICE);");
+    writer.close();
+    writer.line("PerOpenType open;");
+    check(writer, "pe_bit", {"1"});
+    check(writer, "pe_SmallNonNegWholeNumber", {fmt::format("value->alternative - {}", roots + 1)});
+    check(writer, "pe_beginOpenType", {"&open"});
+    encodeAlternatives(writer, type, type.additions);
+    check(writer, "pe_endOpenType", {"&open", "1"});
+}
+
+void encodeChoice(CodeWriter& writer, const Type& type) {
+    const size_t roots = type.root.size();
+    if (type.extensible) {
+        writer.open(fmt::format("if (value->alternative > {})", roots));
+        if (keepsExtension(type)) {
+            check(writer, "pe_bit", {"1"});
+            check(writer, "pe_OpenTypeExt", {"value->value.extension"});
+        } else {
+            encodeExtensionAlternative(writer, type);
+        }
+        writer.close(" else {");
+        writer.indent();
+        check(writer, "pe_bit", {"0"});
+    }
+    check(writer, "pe_ConsUnsigned",
+          {"value->alternative - 1", "0", fmt::format("{}", roots - 1)});
+    encodeAlternatives(writer, type, type.root);
+    if (type.extensible) {
+        writer.close();
+    }
+}
+
+// SEQUENCE OF, SET OF.
+
+void encodeList(CodeWriter& writer, const Type& type) {
+    std::string function = "pe_Length";
+    std::vector<std::string> arguments = {"ctx", "value->count"};
+    addSize(function, arguments, type);
+    std::string call = function + "(";
+    for (const std::string& argument : arguments) {
+        call += (argument == "ctx" ? "" : ", ") + argument;
+    }
+    writer.line("CHECK(countWritten(" + call + "), value->count));");
+    writer.open("for (uint32_t i = 0; i < value->count; ++i)");
+    encodeValue(writer, *type.element, ValueRef::object("value->elements[i]"));
+    writer.close();
+}
+
+// Arguments of a simple type's own function, which has no record but its members.
+std::vector<std::string> ownArguments(const Type& type) {
+    switch (type.kind) {
+    case Kind::BmpString:
+        return {"nchars", "data"};
+    case Kind::OpenType:
+        return {"numocts", "data"};
+    case Kind::OctetString:
+    case Kind::BitString: {
+        const std::string count = type.kind == Kind::BitString ? "numbits" : "numocts";
+        return isSizedString(type) ? std::vector<std::string>{"value." + count, "value.data"}
+                                   : std::vector<std::string>{count, "data"};
+    }
+    default:
+        return {"value"};
+    }
+}
+
+// The function of another name of a type passes its arguments on as they are.
+std::vector<std::string> aliasArguments(const Type& type) {
+    return isSizedString(type) ? std::vector<std::string>{"value"} : ownArguments(type);
+}
+
+void encodeBody(CodeWriter& writer, const Type& type) {
+    if (type.alias != nullptr) {
+        check(writer, "asn1PE_" + type.alias->name, aliasArguments(type.definition()));
+        return;
+    }
+    switch (type.kind) {
+    case Kind::Sequence:
+        encodeSequence(writer, type);
+        break;
+    case Kind::Choice:
+        encodeChoice(writer, type);
+        break;
+    case Kind::List:
+        encodeList(writer, type);
+        break;
+    default:
+        encodeSimple(writer, type, ownArguments(type));
+    }
+}
+
+} // namespace
+
+void emitEncoder(CodeWriter& writer, const Type& type) {
+    const Signature signature = encoderSignature(type);
+    const bool trace = type.hasFunctions && type.module->options.trace;
+    writer.list(signature.head, signature.arguments, ") {");
+    writer.indent();
+    if (trace) {
+        writer.line("rtTrace(\"asn1PE_" + type.name + ": start\\n\");");
+    }
+    if (type.recursive) {
+        check(writer, "pe_enter", {});
+    }
+    encodeBody(writer, type);
+    if (type.recursive) {
+        writer.line("pe_leave(ctx);");
+    }
+    if (trace) {
+        writer.line("rtTrace(\"asn1PE_" + type.name + ": end\\n\");");
+    }
+    writer.line("return PER_OK;");
+    writer.close();
+}
+
+} // namespace asn1gen

@@ -1,0 +1,114 @@
+#include "asn1gen/emitter.h"
+
+#include <fmt/format.h>
+
+#include "asn1gen/layout.h"
+#include "asn1gen/naming.h"
+
+namespace asn1gen {
+namespace {
+
+// A list that its parent codes has functions that only its own source file sees.
+std::string functionHead(const Type& type, const char* generated, const char* local) {
+    return type.hasFunctions ? "int32_t " + std::string(generated) + type.name
+                             : "static int32_t " + std::string(local) + type.name;
+}
+
+std::string rangeText(const Range& range) {
+    return range.lower == range.upper ? fmt::format("{}", range.lower)
+                                      : fmt::format("{}..{}", range.lower, range.upper);
+}
+
+std::string kindText(const Type& type) {
+    switch (type.kind) {
+    case Kind::Boolean:
+        return "BOOLEAN";
+    case Kind::Null:
+        return "NULL";
+    case Kind::Integer:
+        return "INTEGER";
+    case Kind::OctetString:
+        return "OCTET STRING";
+    case Kind::BitString:
+        return "BIT STRING";
+    case Kind::CharacterString:
+        return type.stringName;
+    case Kind::BmpString:
+        return "BMPString";
+    case Kind::ObjectIdentifier:
+        return "OBJECT IDENTIFIER";
+    case Kind::OpenType:
+        return "open type, the octets of the encoding inside";
+    case Kind::Sequence:
+        return "SEQUENCE";
+    case Kind::Choice:
+        return "CHOICE";
+    case Kind::List:
+        return type.setOf ? "SET OF" : "SEQUENCE OF";
+    }
+    return "";
+}
+
+} // namespace
+
+std::string typeNotation(const Type& type) {
+    std::string text = kindText(type);
+    if (type.values) {
+        text += fmt::format(" ({}{})", rangeText(*type.values), type.values->extensible ? ", ..." : "");
+    }
+    if (type.size) {
+        text += fmt::format(" (SIZE ({}))", rangeText(*type.size));
+    }
+    if (type.alphabet) {
+        text += fmt::format(" (FROM (\"{}\"))", *type.alphabet);
+    }
+    return text;
+}
+
+bool isNull(const Type& type) { return type.definition().kind == Kind::Null; }
+
+Signature encoderSignature(const Type& type) {
+    Signature result{functionHead(type, "asn1PE_", "encode"), {"PerContext* ctx"}};
+    auto& arguments = result.arguments;
+    const Type& definition = type.definition();
+    switch (definition.kind) {
+    case Kind::Boolean:
+    case Kind::Integer:
+    case Kind::CharacterString:
+        arguments.push_back(type.name + " value");
+        break;
+    case Kind::BmpString:
+        arguments.insert(arguments.end(), {"uint32_t nchars", "const uint16_t* data"});
+        break;
+    case Kind::OpenType:
+        arguments.insert(arguments.end(), {"uint32_t numocts", "const uint8_t* data"});
+        break;
+    case Kind::OctetString:
+    case Kind::BitString:
+        if (isSizedString(definition)) {
+            arguments.push_back("const " + type.name + "& value");
+        } else {
+            const char* count =
+                definition.kind == Kind::BitString ? "uint32_t numbits" : "uint32_t numocts";
+            arguments.insert(arguments.end(), {count, "const uint8_t* data"});
+        }
+        break;
+    default:
+        arguments.push_back("const " + type.name + "* value");
+    }
+    return result;
+}
+
+Signature decoderSignature(const Type& type) {
+    return {functionHead(type, "asn1PD_", "decode"), {"PerContext* ctx", type.name + "* value"}};
+}
+
+std::string presenceName(const Type& sequence, const Component& component) {
+    return sequence.name + "_" + cName(component.identifier) + "Present";
+}
+
+std::string alternativeName(const Type& choice, const Component& component) {
+    return choice.name + "_" + cName(component.identifier) + "Chosen";
+}
+
+} // namespace asn1gen

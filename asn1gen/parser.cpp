@@ -1,0 +1,426 @@
+#include "asn1gen/parser.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "asn1gen/lexer.h"
+
+namespace asn1gen {
+namespace {
+
+// Valid ASN.1 that this generator does not know. It is named in the error instead of being
+// reported as a mere syntax error or, worse, taken for the name of a type.
+constexpr std::array<std::string_view, 30> unknownNotation = {
+    "ENUMERATED",      "REAL",          "EXTERNAL",        "EMBEDDED",       "VisibleString",
+    "RELATIVE-OID",    "UTF8String",    "UniversalString", "TeletexString",
+    "T61String",       "VideotexString", "GraphicString",  "ISO646String",
+    "GeneralizedTime", "UTCTime",       "ObjectDescriptor", "CHARACTER",
+    "ANY",             "CLASS",         "INSTANCE",        "COMPONENTS",
+    "DEFAULT",         "UNION",         "INTERSECTION",    "EXCEPT",
+    "ALL",             "INCLUDES",      "PATTERN",         "CONTAINING",
+    "ENCODED"};
+
+constexpr std::array<std::string_view, 5> characterStrings = {
+    "IA5String", "NumericString", "PrintableString", "GeneralString", "BMPString"};
+
+template <size_t N>
+bool contains(const std::array<std::string_view, N>& list, std::string_view word) {
+    return std::find(list.begin(), list.end(), word) != list.end();
+}
+
+class Parser {
+public:
+    Parser(std::string_view text, const std::string& fileName)
+        : tokens(tokenize(text, fileName)) {}
+
+    std::vector<ModuleSyntax> run() {
+        std::vector<ModuleSyntax> modules;
+        do {
+            modules.push_back(module());
+        } while (peek().kind != TokenKind::End);
+        return modules;
+    }
+
+private:
+    // Tokens.
+
+    const Token& peek(size_t ahead = 0) const {
+        return tokens[std::min(cursor + ahead, tokens.size() - 1)];
+    }
+
+    const Token& take() {
+        const Token& token = peek();
+        if (cursor + 1 < tokens.size()) {
+            ++cursor;
+        }
+        return token;
+    }
+
+    bool at(std::string_view text) const {
+        return peek().kind != TokenKind::String && peek().text == text;
+    }
+
+    bool accept(std::string_view text) {
+        const bool found = at(text);
+        if (found) {
+            take();
+        }
+        return found;
+    }
+
+    [[noreturn]] void failExpected(const std::string& expected) const {
+        const Token& token = peek();
+        if (token.kind == TokenKind::UpperWord && contains(unknownNotation, token.text)) {
+            throw SourceError(token.position, token.text + " is not supported");
+        }
+        throw SourceError(token.position, "expected " + expected + ", found " + describe(token));
+    }
+
+    void expect(std::string_view text) {
+        if (!accept(text)) {
+            failExpected("\"" + std::string(text) + "\"");
+        }
+    }
+
+    std::string expectWord(TokenKind kind, const std::string& what) {
+        if (peek().kind != kind || contains(unknownNotation, peek().text)) {
+            failExpected(what);
+        }
+        return take().text;
+    }
+
+    // Modules.
+
+    ModuleSyntax module() {
+        ModuleSyntax result;
+        result.position = peek().position;
+        result.name = expectWord(TokenKind::UpperWord, "a module name");
+        if (at("{")) {
+            throw SourceError(peek().position, "a module's object identifier is not supported");
+        }
+        expect("DEFINITIONS");
+        tagging();
+        expect("::=");
+        expect("BEGIN");
+        exports();
+        result.imports = imports();
+        while (!accept("END")) {
+            result.assignments.push_back(assignment());
+        }
+        return result;
+    }
+
+    // Only automatic tagging lets the order of the text decide the index of a CHOICE's
+    // alternatives (X.691 23.2 goes by tags).
+    void tagging() {
+        if (!at("AUTOMATIC")) {
+            failExpected("\"AUTOMATIC TAGS\" (other tagging is not supported)");
+        }
+        take();
+        expect("TAGS");
+    }
+
+    // Every type of a module can be used by others, so the list itself changes nothing.
+    void exports() {
+        if (!accept("EXPORTS")) {
+            return;
+        }
+        while (!accept(";")) {
+            if (peek().kind == TokenKind::End) {
+                failExpected("\";\" after EXPORTS");
+            }
+            take();
+        }
+    }
+
+    std::vector<ImportSyntax> imports() {
+        std::vector<ImportSyntax> result;
+        if (!accept("IMPORTS")) {
+            return result;
+        }
+        while (!accept(";")) {
+            ImportSyntax import;
+            do {
+                import.names.push_back(expectWord(TokenKind::UpperWord, "the name of an imported type"));
+                if (accept("{")) {
+                    expect("}");
+                }
+            } while (accept(","));
+            expect("FROM");
+            import.position = peek().position;
+            import.module = expectWord(TokenKind::UpperWord, "a module name");
+            result.push_back(std::move(import));
+        }
+        return result;
+    }
+
+    AssignmentSyntax assignment() {
+        AssignmentSyntax result;
+        result.position = peek().position;
+        if (peek().kind == TokenKind::LowerWord) {
+            throw SourceError(peek().position,
+                              "the value assignment of \"" + peek().text + "\" is not supported");
+        }
+        result.name = expectWord(TokenKind::UpperWord, "a type name or \"END\"");
+        if (accept("{")) {
+            do {
+                result.parameters.push_back(
+                    expectWord(TokenKind::UpperWord, "the name of a type parameter"));
+            } while (accept(","));
+            expect("}");
+        }
+        expect("::=");
+        result.type = type();
+        return result;
+    }
+
+    // Types.
+
+    TypeSyntaxPtr type() {
+        auto result = std::make_unique<TypeSyntax>();
+        result->position = peek().position;
+        if (at("[")) {
+            throw SourceError(peek().position, "an explicit tag is not supported");
+        }
+        bareType(*result);
+        while (at("(")) {
+            constraint(*result);
+        }
+        return result;
+    }
+
+    void bareType(TypeSyntax& result) {
+        if (peek().kind != TokenKind::UpperWord || contains(unknownNotation, peek().text)) {
+            failExpected("a type");
+        }
+        const std::string word = take().text;
+        if (word == "BOOLEAN") {
+            result.kind = SyntaxKind::Boolean;
+        } else if (word == "NULL") {
+            result.kind = SyntaxKind::Null;
+        } else if (word == "INTEGER" || word == "BIT" || word == "OCTET") {
+            integerOrString(word, result);
+        } else if (word == "OBJECT") {
+            expect("IDENTIFIER");
+            result.kind = SyntaxKind::ObjectIdentifier;
+        } else if (word == "SEQUENCE" || word == "SET") {
+            sequenceOrList(word, result);
+        } else if (word == "CHOICE") {
+            result.kind = SyntaxKind::Choice;
+            components(result);
+        } else if (word == "TYPE-IDENTIFIER") {
+            expect(".");
+            expect("&");
+            expect("Type");
+            result.kind = SyntaxKind::OpenType;
+        } else if (contains(characterStrings, word)) {
+            result.kind = SyntaxKind::CharacterString;
+            result.name = word;
+        } else {
+            reference(word, result);
+        }
+    }
+
+    void integerOrString(const std::string& word, TypeSyntax& result) {
+        if (word == "INTEGER") {
+            result.kind = SyntaxKind::Integer;
+        } else {
+            expect("STRING");
+            result.kind = word == "BIT" ? SyntaxKind::BitString : SyntaxKind::OctetString;
+        }
+        if (at("{")) {
+            throw SourceError(peek().position, "named numbers and named bits are not supported");
+        }
+    }
+
+    void reference(const std::string& word, TypeSyntax& result) {
+        result.kind = SyntaxKind::Reference;
+        result.name = word;
+        if (at(".")) {
+            throw SourceError(peek().position,
+                              "only TYPE-IDENTIFIER.&Type is supported as a field of a class");
+        }
+        if (!accept("{")) {
+            return;
+        }
+        do {
+            result.arguments.push_back(type());
+        } while (accept(","));
+        expect("}");
+    }
+
+    void sequenceOrList(const std::string& word, TypeSyntax& result) {
+        if (at("{")) {
+            if (word == "SET") {
+                throw SourceError(result.position, "SET is not supported (SET OF is)");
+            }
+            result.kind = SyntaxKind::Sequence;
+            components(result);
+            return;
+        }
+        result.kind = SyntaxKind::List;
+        result.setOf = word == "SET";
+        if (at("(")) {
+            constraint(result);
+        } else if (at("SIZE")) {
+            sizeConstraint(result);
+        }
+        if (!at("OF")) {
+            failExpected("\"{\", \"(SIZE\" or \"OF\" after " + word);
+        }
+        take();
+        result.element = type();
+    }
+
+    // The list of a SEQUENCE or CHOICE, braces included.
+    void components(TypeSyntax& result) {
+        expect("{");
+        if (accept("}")) {
+            return;
+        }
+        do {
+            if (at("...")) {
+                if (result.extensible) {
+                    throw SourceError(peek().position, "a second extension marker is not supported");
+                }
+                take();
+                if (at("!")) {
+                    throw SourceError(peek().position, "an exception value is not supported");
+                }
+                result.extensible = true;
+            } else {
+                auto& list = result.extensible ? result.additions : result.root;
+                list.push_back(component(result.kind == SyntaxKind::Sequence));
+            }
+        } while (accept(","));
+        expect("}");
+    }
+
+    ComponentSyntax component(bool mayBeOptional) {
+        ComponentSyntax result;
+        if (at("[[")) {
+            throw SourceError(peek().position, "an extension addition group is not supported");
+        }
+        result.position = peek().position;
+        result.name = expectWord(TokenKind::LowerWord, "a component name, \"...\" or \"}\"");
+        result.type = type();
+        if (mayBeOptional) {
+            result.optional = accept("OPTIONAL");
+        }
+        return result;
+    }
+
+    // Constraints.
+
+    void constraint(TypeSyntax& type) {
+        expect("(");
+        if (at("SIZE")) {
+            sizeConstraint(type);
+        } else if (accept("FROM")) {
+            alphabetConstraint(type);
+        } else if (accept("WITH")) {
+            innerConstraint();
+        } else if (accept("CONSTRAINED")) {
+            expect("BY");
+            skipBraces();
+        } else if (type.kind == SyntaxKind::OpenType) {
+            this->type();
+        } else {
+            type.values = range("a value");
+        }
+        expect(")");
+    }
+
+    void sizeConstraint(TypeSyntax& type) {
+        const Position position = peek().position;
+        expect("SIZE");
+        expect("(");
+        type.size = range("a size");
+        if (type.size->extensible) {
+            throw SourceError(position, "an extensible SIZE constraint is not supported");
+        }
+        if (type.size->lower < 0) {
+            throw SourceError(position, "a size cannot be negative");
+        }
+        expect(")");
+    }
+
+    void alphabetConstraint(TypeSyntax& type) {
+        expect("(");
+        if (peek().kind != TokenKind::String) {
+            failExpected("a string of the permitted characters");
+        }
+        type.alphabet = take().text;
+        expect(")");
+    }
+
+    // WITH COMPONENTS says which values a sender chooses; it is not PER-visible (X.691 10.3.7)
+    // and leaves the encoding as it is.
+    void innerConstraint() {
+        expect("COMPONENTS");
+        skipBraces();
+    }
+
+    void skipBraces() {
+        expect("{");
+        for (int depth = 1; depth > 0;) {
+            if (peek().kind == TokenKind::End) {
+                failExpected("\"}\"");
+            }
+            const Token& token = take();
+            depth += token.text == "{" ? 1 : token.text == "}" ? -1 : 0;
+        }
+    }
+
+    Range range(const std::string& what) {
+        Range result;
+        const Position position = peek().position;
+        result.lower = number(what);
+        result.upper = result.lower;
+        if (accept("..")) {
+            result.upper = number(what);
+        }
+        if (result.upper < result.lower) {
+            throw SourceError(position, "the upper bound is below the lower bound");
+        }
+        if (accept(",")) {
+            expect("...");
+            result.extensible = true;
+        }
+        if (at("|")) {
+            throw SourceError(peek().position, "a union of constraints is not supported");
+        }
+        return result;
+    }
+
+    int64_t number(const std::string& what) {
+        if (at("MIN") || at("MAX")) {
+            throw SourceError(peek().position, peek().text + " is not supported as a bound");
+        }
+        const bool negative = accept("-");
+        if (peek().kind != TokenKind::Number) {
+            failExpected(what);
+        }
+        const Token& token = take();
+        int64_t result = 0;
+        for (const char digit : token.text) {
+            if (result > (std::numeric_limits<int64_t>::max() - 9) / 10) {
+                throw SourceError(token.position, "the number " + token.text + " is too large");
+            }
+            result = result * 10 + (digit - '0');
+        }
+        return negative ? -result : result;
+    }
+
+    std::vector<Token> tokens;
+    size_t cursor = 0;
+};
+
+} // namespace
+
+std::vector<ModuleSyntax> parseModules(std::string_view text, const std::string& fileName) {
+    return Parser(text, fileName).run();
+}
+
+} // namespace asn1gen
