@@ -1,0 +1,43 @@
+// Counts the module's allocations and lets the one after a given number fail.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "asn1per/asn1per.h"
+
+class FailingAllocator {
+public:
+    static constexpr size_t never = SIZE_MAX;
+
+    explicit FailingAllocator(size_t succeeding = never) : before(rtAllocator) {
+        remaining = succeeding;
+        live = 0;
+        rtAllocator = {allocate, release};
+    }
+    ~FailingAllocator() { rtAllocator = before; }
+    FailingAllocator(const FailingAllocator&) = delete;
+    FailingAllocator& operator=(const FailingAllocator&) = delete;
+
+    void succeedFor(size_t count) { remaining = count; }
+    size_t liveBlocks() const { return live; }
+
+private:
+    static void* allocate(size_t octets) {
+        if (remaining == 0) {
+            return nullptr;
+        }
+        --remaining;
+        ++live;
+        return std::malloc(octets);
+    }
+    static void release(void* memory) {
+        --live;
+        std::free(memory);
+    }
+
+    static inline size_t remaining = never;
+    static inline size_t live = 0;
+    PerAllocator before;
+};
