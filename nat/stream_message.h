@@ -1,0 +1,26 @@
+// A message in a stream buffer as something to decode and write back: which octets of the buffer,
+// and where they lie in the packet of the current segment.
+#pragma once
+
+#include "nat/message_edit.h"
+#include "nat/q931.h"
+#include "nat/stream_buffer.h"
+
+// What follows the TPKT header of the message at position 0; no octets when the message's stated
+// length does not even cover that header.
+OctetRange tpktContent(const StreamBuffer& stream);
+
+// decodeMessage for a range of the message at position 0.
+template <typename Record>
+bool decodeStreamMessage(MessageEdit& edit, StreamBuffer& stream, OctetRange range,
+                         Record& record) {
+    const ptrdiff_t start = static_cast<ptrdiff_t>(range.offset) - stream.segmentOffset;
+    return decodeMessage(edit, {stream.data + range.offset, range.octets},
+                         {stream.segmentData, start}, record);
+}
+
+// closeMessage, which also notes in the stream that a message was rewritten.
+void closeStreamMessage(MessageEdit& edit, StreamBuffer& stream);
+
+// Whether a message of the current segment was rewritten; clears the note.
+bool takeMessageChanged(StreamBuffer& stream);

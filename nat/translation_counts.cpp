@@ -1,0 +1,5 @@
+#include "nat/translation_counts.h"
+
+#ifndef NDEBUG
+TranslationCounts translationCounts;
+#endif
