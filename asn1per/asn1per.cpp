@@ -1,7 +1,44 @@
+// The PER runtime: what is not inlined into the codecs. Sections in the order of the headers:
+// trace, memory, context, source spans, writing, reading, strings, extensions, diagnostics.
 #include "asn1per/asn1per.h"
 
+#include <bit>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+// Every failing path leaves through here.
+int32_t fail(PerContext* ctx, int32_t status, int line = __builtin_LINE()) {
+    return rtLogError(&ctx->errorInfo, status, "asn1per/asn1per", line);
+}
+
+// Returns the first failing status of a step from the function that it stands in.
+#define PER_TRY(step)                                                                              \
+    do {                                                                                           \
+        const int32_t tried = (step);                                                              \
+        if (tried < 0) [[unlikely]] {                                                              \
+            return fail(ctx, tried);                                                               \
+        }                                                                                          \
+    } while (false)
+
+bool isTracking(const PerContext* ctx) {
+    return (ctx->flags & PER_FLAG_TRACKING) != 0;
+}
+
+uint64_t bitSize(const PerContext* ctx) {
+    return uint64_t{ctx->size} * 8;
+}
+
+bool hasBits(const PerContext* ctx, uint64_t count) {
+    return pu_bitPosition(ctx) + count <= bitSize(ctx);
+}
+
+} // namespace
+
+// ---- trace ---------------------------------------------------------------------------------
 
 int32_t rtTraceOn = 0;
 
@@ -14,4 +51,2157 @@ void rtTracePrint(const char* format, ...) {
     va_start(arguments, format);
     (void)std::vprintf(format, arguments);
     va_end(arguments);
+}
+
+// ---- memory --------------------------------------------------------------------------------
+
+PerAllocator rtAllocator = {std::malloc, std::free};
+
+namespace {
+
+MemBlock* takeBlock(PerBlockPool* pool) {
+    if (pool != nullptr && pool->blocks != nullptr) {
+        MemBlock* block = pool->blocks;
+        pool->blocks = block->next;
+        --pool->blockCount;
+        return block;
+    }
+    return static_cast<MemBlock*>(rtAllocator.allocate(sizeof(MemBlock)));
+}
+
+void giveBlockBack(MemBlock* block) {
+    PerBlockPool* pool = block->pool;
+    if (pool == nullptr || pool->blockCount >= PER_POOL_BLOCKS) {
+        rtAllocator.release(block);
+        return;
+    }
+    block->next = pool->blocks;
+    pool->blocks = block;
+    ++pool->blockCount;
+}
+
+uint8_t* contentsOf(PerOwnedBuffer* owned) {
+    return reinterpret_cast<uint8_t*>(owned + 1);
+}
+
+PerOwnedBuffer* takeBuffer(PerBlockPool* pool, uint32_t capacity) {
+    if (pool != nullptr && pool->buffers != nullptr && capacity == PER_BUFFER_STEP) {
+        PerOwnedBuffer* owned = pool->buffers;
+        pool->buffers = owned->next;
+        --pool->bufferCount;
+        return owned;
+    }
+    auto* owned =
+        static_cast<PerOwnedBuffer*>(rtAllocator.allocate(sizeof(PerOwnedBuffer) + capacity));
+    if (owned != nullptr) {
+        owned->pool = pool;
+        owned->capacity = capacity;
+    }
+    return owned;
+}
+
+void giveBufferBack(PerOwnedBuffer* owned) {
+    PerBlockPool* pool = owned->pool;
+    if (pool == nullptr || owned->capacity != PER_BUFFER_STEP ||
+        pool->bufferCount >= PER_POOL_BUFFERS) {
+        rtAllocator.release(owned);
+        return;
+    }
+    owned->next = pool->buffers;
+    pool->buffers = owned;
+    ++pool->bufferCount;
+}
+
+void giveBuffersBack(PerOwnedBuffer** list) {
+    while (PerOwnedBuffer* owned = *list) {
+        *list = owned->next;
+        giveBufferBack(owned);
+    }
+}
+
+// Takes the buffer with these contents out of the context's list; null when it is not in it.
+PerOwnedBuffer* unlinkOwned(PerContext* ctx, const uint8_t* contents) {
+    for (PerOwnedBuffer** link = &ctx->owned; *link != nullptr; link = &(*link)->next) {
+        PerOwnedBuffer* owned = *link;
+        if (contentsOf(owned) == contents) {
+            *link = owned->next;
+            return owned;
+        }
+    }
+    return nullptr;
+}
+
+void useOwned(PerContext* ctx, PerOwnedBuffer* owned) {
+    owned->next = ctx->owned;
+    ctx->owned = owned;
+    ctx->buffer = contentsOf(owned);
+    ctx->size = owned->capacity;
+    ctx->ownsBuffer = 1;
+}
+
+void putCursorAtStart(PerContext* ctx) {
+    ctx->byteIndex = 0;
+    ctx->bitOffset = 8;
+}
+
+} // namespace
+
+void* rtHeapAllocBlock(MemHeap* heap, uint32_t octets) {
+    PerBlockPool* pool = *heap != nullptr ? (*heap)->pool : nullptr;
+    if (octets > PER_BLOCK_SPACE) {
+        auto* block =
+            static_cast<MemBlock*>(rtAllocator.allocate(offsetof(MemBlock, space) + octets));
+        if (block == nullptr) {
+            return nullptr;
+        }
+        // Not for the pool, which takes blocks of one size; the next block asks the one behind.
+        block->next = *heap;
+        block->pool = nullptr;
+        block->used = PER_BLOCK_SPACE;
+        *heap = block;
+        return block->space;
+    }
+    uint32_t visited = 0;
+    for (MemBlock* block = *heap; block != nullptr && visited < PER_HEAP_WALK_LIMIT;
+         block = block->next, ++visited) {
+        if (octets <= PER_BLOCK_SPACE - block->used) {
+            void* memory = block->space + block->used;
+            block->used += octets;
+            return memory;
+        }
+        pool = block->pool != nullptr ? block->pool : pool;
+    }
+    MemBlock* block = takeBlock(pool);
+    if (block == nullptr) {
+        return nullptr;
+    }
+    block->next = *heap;
+    block->pool = pool;
+    block->used = octets;
+    *heap = block;
+    return block->space;
+}
+
+void rtHeapFreeAll(MemBlock* newest) {
+    while (newest != nullptr) {
+        MemBlock* older = newest->next;
+        giveBlockBack(newest);
+        newest = older;
+    }
+}
+
+void pu_setBlockPool(PerContext* ctx, PerBlockPool* pool) {
+    ctx->pool = pool;
+    if (pool == nullptr || ctx->heap != nullptr) {
+        return;
+    }
+    // A heap learns of its pool from its blocks.
+    MemBlock* block = takeBlock(pool);
+    if (block != nullptr) {
+        block->next = nullptr;
+        block->pool = pool;
+        block->used = 0;
+        ctx->heap = block;
+    }
+}
+
+void pu_drainBlockPool(PerBlockPool* pool) {
+    while (MemBlock* block = pool->blocks) {
+        pool->blocks = block->next;
+        rtAllocator.release(block);
+    }
+    while (PerOwnedBuffer* owned = pool->buffers) {
+        pool->buffers = owned->next;
+        rtAllocator.release(owned);
+    }
+    pool->blockCount = 0;
+    pool->bufferCount = 0;
+}
+
+// ---- context -------------------------------------------------------------------------------
+
+int32_t pu_initContext(PerContext* ctx, const uint8_t* buffer, uint32_t size, uint8_t aligned) {
+    if (ctx->initMarker != PER_CONTEXT_MARKER) {
+        *ctx = {};
+        ctx->initMarker = PER_CONTEXT_MARKER;
+    }
+    ctx->depth = 0;
+    if (buffer == nullptr) {
+        PerOwnedBuffer* owned = takeBuffer(ctx->pool, PER_BUFFER_STEP);
+        if (owned == nullptr) {
+            return fail(ctx, PER_NO_MEMORY);
+        }
+        useOwned(ctx, owned);
+    } else {
+        ctx->buffer = const_cast<uint8_t*>(buffer); // written to by encoders only
+        ctx->size = size;
+        ctx->ownsBuffer = 0;
+    }
+    putCursorAtStart(ctx);
+    ctx->aligned = aligned;
+    return PER_OK;
+}
+
+int32_t pu_initContextFrom(PerContext* ctx, const PerContext* source) {
+    PER_TRY(pu_initContext(ctx, source->buffer, source->size, source->aligned));
+    ctx->byteIndex = source->byteIndex;
+    ctx->bitOffset = source->bitOffset;
+    return PER_OK;
+}
+
+PerContext* pu_newContext(const uint8_t* buffer, uint32_t size, uint8_t aligned) {
+    auto* ctx = static_cast<PerContext*>(rtAllocator.allocate(sizeof(PerContext)));
+    if (ctx == nullptr) {
+        return nullptr;
+    }
+    *ctx = {};
+    if (pu_initContext(ctx, buffer, size, aligned) != PER_OK) {
+        rtAllocator.release(ctx);
+        return nullptr;
+    }
+    ctx->flags = PER_FLAG_ALLOCATED;
+    return ctx;
+}
+
+void pu_freeContext(PerContext* ctx) {
+    if (ctx == nullptr) {
+        return;
+    }
+    if (ctx->ownsBuffer != 0) {
+        ctx->buffer = nullptr;
+        ctx->size = 0;
+        ctx->ownsBuffer = 0;
+        putCursorAtStart(ctx);
+    }
+    giveBuffersBack(&ctx->owned);
+    giveBuffersBack(&ctx->spare);
+    rtHeapFreeAll(ctx->heap);
+    ctx->heap = nullptr;
+    ctx->spans = nullptr;
+    ctx->recordSpans = 0;
+    while (FieldNode* node = ctx->fieldList.first) {
+        ctx->fieldList.first = node->next;
+        rtAllocator.release(node);
+    }
+    ctx->fieldList = {};
+    ctx->sizeConstraint = nullptr;
+    ctx->initMarker = 0;
+    if ((ctx->flags & PER_FLAG_ALLOCATED) != 0) {
+        rtAllocator.release(ctx);
+    }
+}
+
+int32_t pu_setBuffer(PerContext* ctx, const uint8_t* buffer, uint32_t size) {
+    if (buffer != nullptr && size != 0) {
+        ctx->buffer = const_cast<uint8_t*>(buffer);
+        ctx->size = size;
+        ctx->ownsBuffer = 0;
+    } else {
+        PerOwnedBuffer* owned = takeBuffer(ctx->pool, PER_BUFFER_STEP);
+        if (owned == nullptr) {
+            return fail(ctx, PER_NO_MEMORY);
+        }
+        useOwned(ctx, owned);
+    }
+    putCursorAtStart(ctx);
+    return PER_OK;
+}
+
+void pu_copyBufferState(PerContext* destination, const PerContext* source) {
+    destination->buffer = source->buffer;
+    destination->byteIndex = source->byteIndex;
+    destination->size = source->size;
+    destination->bitOffset = source->bitOffset;
+    destination->ownsBuffer = source->ownsBuffer;
+    destination->aligned = source->aligned;
+    destination->flags = source->flags;
+}
+
+uint8_t* pe_getMsgPtr(const PerContext* ctx, uint32_t* length) {
+    if (ctx == nullptr) {
+        return nullptr;
+    }
+    if (length != nullptr) {
+        *length = ctx->bitOffset == 8 ? ctx->byteIndex : ctx->byteIndex + 1;
+    }
+    return ctx->buffer;
+}
+
+int32_t pu_addSizeConstraint(PerContext* ctx, const SizeConstraint* chain) {
+    const SizeConstraint* pending = ctx->sizeConstraint;
+    if (pending == nullptr) {
+        ctx->sizeConstraint = chain;
+        return PER_OK;
+    }
+    for (const SizeConstraint* range = chain; range != nullptr; range = range->next) {
+        if (pending->lower <= range->lower || pending->upper >= range->upper) {
+            return PER_OK;
+        }
+    }
+    return fail(ctx, PER_CONSTRAINT);
+}
+
+// ---- source spans --------------------------------------------------------------------------
+
+namespace {
+
+struct Span {
+    const uint8_t* copy;
+    const uint8_t* source;
+    uint32_t octets;
+};
+
+// Copies of copies end soon: each step leads from a nested open type to the one around it.
+constexpr int SPAN_STEP_LIMIT = 64;
+
+bool holds(const uint8_t* start, uint64_t size, const uint8_t* address, uint64_t octets) {
+    const auto first = reinterpret_cast<uintptr_t>(start);
+    const auto wanted = reinterpret_cast<uintptr_t>(address);
+    return wanted >= first && wanted - first <= size && octets <= size - (wanted - first);
+}
+
+} // namespace
+
+constexpr uint32_t SPANS_PER_CHUNK = 42;
+struct PerSpanChunk {
+    PerSpanChunk* older;
+    uint32_t count;
+    Span spans[SPANS_PER_CHUNK];
+};
+
+namespace {
+
+// The newest span whose copy holds these octets: an address may have been decoded into twice.
+const Span* findSpan(const PerContext* ctx, const uint8_t* copy, uint32_t octets) {
+    for (const PerSpanChunk* chunk = ctx->spans; chunk != nullptr; chunk = chunk->older) {
+        for (uint32_t i = chunk->count; i-- > 0;) {
+            if (holds(chunk->spans[i].copy, chunk->spans[i].octets, copy, octets)) {
+                return &chunk->spans[i];
+            }
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+void pu_recordSpans(PerContext* ctx, const PerContext* outer) {
+    ctx->recordSpans = 1;
+    ctx->spanBase = ctx->buffer;
+    ctx->spanSize = ctx->size;
+    ctx->outer = outer;
+}
+
+void pu_addSpan(PerContext* ctx, const uint8_t* copy, const uint8_t* source, uint32_t octets) {
+    PerSpanChunk* chunk = ctx->spans;
+    if (chunk == nullptr || chunk->count == SPANS_PER_CHUNK) {
+        chunk = static_cast<PerSpanChunk*>(
+            rtHeapAlloc(&ctx->heap, static_cast<int32_t>(sizeof(PerSpanChunk))));
+        if (chunk == nullptr) {
+            return;
+        }
+        chunk->older = ctx->spans;
+        chunk->count = 0;
+        ctx->spans = chunk;
+    }
+    chunk->spans[chunk->count++] = {copy, source, octets};
+}
+
+uint8_t* pu_sourceOf(const PerContext* ctx, const uint8_t* copy, uint32_t octets) {
+    const uint8_t* address = copy;
+    uint32_t held = 1; // the first copy may be shorter than the run that is asked for
+    for (int step = 0; step < SPAN_STEP_LIMIT && ctx != nullptr && ctx->recordSpans != 0; ++step) {
+        if (held == octets && holds(ctx->spanBase, ctx->spanSize, address, octets)) {
+            if (ctx->outer == nullptr) {
+                return const_cast<uint8_t*>(address);
+            }
+            ctx = ctx->outer;
+            continue;
+        }
+        const Span* span = findSpan(ctx, address, held);
+        if (span == nullptr) {
+            return nullptr;
+        }
+        address = span->source + (address - span->copy);
+        held = octets;
+    }
+    return nullptr;
+}
+
+// ---- writing -------------------------------------------------------------------------------
+
+int32_t pe_expandBuffer(PerContext* ctx, uint32_t octets) {
+    if (ctx->ownsBuffer == 0) {
+        return fail(ctx, PER_OVERFLOW);
+    }
+    PerOwnedBuffer* old = unlinkOwned(ctx, ctx->buffer);
+    const uint64_t wanted =
+        uint64_t{ctx->size} + (octets > PER_BUFFER_STEP ? octets : PER_BUFFER_STEP);
+    if (old == nullptr || wanted > PER_BUFFER_LIMIT) {
+        if (old != nullptr) {
+            giveBufferBack(old);
+        }
+        ctx->buffer = nullptr;
+        ctx->size = 0;
+        ctx->ownsBuffer = 0;
+        putCursorAtStart(ctx);
+        return fail(ctx, PER_OVERFLOW);
+    }
+    PerOwnedBuffer* grown = takeBuffer(ctx->pool, static_cast<uint32_t>(wanted));
+    if (grown == nullptr) {
+        old->next = ctx->owned;
+        ctx->owned = old;
+        return fail(ctx, PER_NO_MEMORY);
+    }
+    std::memcpy(contentsOf(grown), contentsOf(old), ctx->size);
+    giveBufferBack(old);
+    useOwned(ctx, grown);
+    return PER_OK;
+}
+
+int32_t pe_checkBuffer(PerContext* ctx, uint32_t octets) {
+    if (uint64_t{ctx->byteIndex} + octets < ctx->size) {
+        return PER_OK;
+    }
+    return pe_expandBuffer(ctx, octets == UINT32_MAX ? octets : octets + 1);
+}
+
+namespace {
+
+// Room for `count` bits more. An encoding may fill the buffer to its last bit.
+int32_t makeRoom(PerContext* ctx, uint64_t count) {
+    const uint64_t octets = (pu_bitPosition(ctx) + count + 7) / 8;
+    if (octets <= ctx->size) [[likely]] {
+        return PER_OK;
+    }
+    const uint64_t missing = octets - ctx->size;
+    return pe_expandBuffer(ctx, missing > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(missing));
+}
+
+void clearOctet(PerContext* ctx) {
+    if (ctx->byteIndex < ctx->size) {
+        ctx->buffer[ctx->byteIndex] = 0;
+    }
+}
+
+// Writes bits for which there is room, an octet at a time, and leaves the cursor behind them.
+void putBitsByOctet(PerContext* ctx, uint32_t value, uint32_t count) {
+    pu_setBitPosition(ctx, pu_bitPosition(ctx));
+    while (count > 0) {
+        const auto unused = static_cast<uint32_t>(ctx->bitOffset);
+        const uint32_t taken = count < unused ? count : unused;
+        const uint32_t bits = value >> (count - taken) & ((1U << taken) - 1U);
+        if (unused == 8) {
+            ctx->buffer[ctx->byteIndex] = 0;
+        }
+        uint8_t* octet = ctx->buffer + ctx->byteIndex;
+        *octet = static_cast<uint8_t>(*octet | bits << (unused - taken));
+        count -= taken;
+        pu_setBitPosition(ctx, pu_bitPosition(ctx) + taken);
+    }
+}
+
+// Leaves a cursor that stands before an untouched octet at the end of the full one, where single
+// bits leave it.
+void stayInOctet(PerContext* ctx) {
+    if (ctx->bitOffset == 8) {
+        --ctx->byteIndex;
+        ctx->bitOffset = 0;
+    }
+}
+
+} // namespace
+
+int32_t pe_bitSlow(PerContext* ctx, uint8_t bit) {
+    PER_TRY(makeRoom(ctx, 1));
+    putBitsByOctet(ctx, bit != 0 ? 1 : 0, 1);
+    stayInOctet(ctx);
+    return PER_OK;
+}
+
+int32_t pe_bitsSlow(PerContext* ctx, uint32_t value, uint32_t count) {
+    if (count == 0) {
+        return PER_OK;
+    }
+    if (count > 32) {
+        return fail(ctx, PER_RANGE);
+    }
+    PER_TRY(makeRoom(ctx, count));
+    putBitsByOctet(ctx, value, count);
+    if (ctx->bitOffset == 8) {
+        clearOctet(ctx);
+    }
+    return PER_OK;
+}
+
+int32_t pe_bitRunSlow(PerContext* ctx, uint32_t bits, uint32_t count) {
+    if (count - 1U >= 32U) {
+        return fail(ctx, PER_RANGE);
+    }
+    PER_TRY(makeRoom(ctx, count));
+    putBitsByOctet(ctx, pu_reverseBits(bits, count), count);
+    stayInOctet(ctx);
+    return PER_OK;
+}
+
+int32_t pe_leadingBits(PerContext* ctx, uint8_t octet, uint32_t count) {
+    const uint32_t taken = count < 8 ? count : 8;
+    const uint32_t bits = uint32_t{octet} >> (8 - taken);
+    if (taken == 0 || ctx->bitOffset == 8) {
+        return pe_bits(ctx, bits, taken);
+    }
+    return pe_bitRun(ctx, pu_reverseBits(bits, taken), taken);
+}
+
+int32_t pe_bitData(PerContext* ctx, const uint8_t* data, uint32_t bitCount) {
+    if (bitCount == 0) {
+        return PER_OK;
+    }
+    PER_TRY(makeRoom(ctx, bitCount));
+    const uint32_t octets = bitCount / 8;
+    if (ctx->bitOffset == 8 || ctx->bitOffset == 0) {
+        const uint64_t index = pu_alignedIndex(ctx);
+        if (octets != 0) {
+            std::memmove(ctx->buffer + index, data, octets);
+            pu_setOctet(ctx, index + octets);
+            clearOctet(ctx);
+        }
+    } else {
+        for (uint32_t i = 0; i < octets; ++i) {
+            PER_TRY(pe_bits(ctx, data[i], 8));
+        }
+    }
+    return bitCount % 8 == 0 ? PER_OK : pe_leadingBits(ctx, data[octets], bitCount % 8);
+}
+
+int32_t pe_byteAlignSlow(PerContext* ctx) {
+    if (ctx->bitOffset != 8) {
+        PER_TRY(pe_checkBuffer(ctx, 1));
+        pu_setOctet(ctx, uint64_t{ctx->byteIndex} + 1);
+        clearOctet(ctx);
+    }
+    pu_setFieldBitOffset(ctx);
+    return PER_OK;
+}
+
+namespace {
+
+// Octets of a non-negative number, 1..4.
+uint32_t octetsOf(uint32_t value) {
+    return value < 256 ? 1 : (pu_bitcount(value) + 7) / 8;
+}
+
+int32_t alignIfAligned(PerContext* ctx) {
+    return ctx->aligned != 0 ? pe_byteAlign(ctx) : PER_OK;
+}
+
+// Closes the newest record as the length of a field and opens one of the field's name for its
+// value.
+void splitTrackedField(PerContext* ctx) {
+    if (!isTracking(ctx) || ctx->fieldList.last == nullptr) {
+        return;
+    }
+    FieldRecord* record = ctx->fieldList.last->record;
+    const char* name = record->name;
+    const size_t length = std::strlen(name);
+    constexpr char SUFFIX[] = " length";
+    auto* renamed =
+        static_cast<char*>(rtHeapAlloc(&ctx->heap, static_cast<int32_t>(length + sizeof SUFFIX)));
+    if (renamed == nullptr) {
+        return;
+    }
+    std::memcpy(renamed, name, length);
+    std::memcpy(renamed + length, SUFFIX, sizeof SUFFIX);
+    record->name = renamed;
+    pu_setFieldBitCount(ctx);
+    (void)pu_newField(ctx, name + 1); // behind the space, which pu_newField puts before it again
+}
+
+} // namespace
+
+int32_t pe_ConsWholeNumberSlow(PerContext* ctx, uint32_t value, uint32_t range) {
+    if (value >= range && range != UINT32_MAX) {
+        return fail(ctx, PER_RANGE);
+    }
+    if (ctx->aligned == 0 || range <= 255) {
+        return pe_bits(ctx, value, pu_bitcount(range - 1));
+    }
+    if (range <= 65536) {
+        PER_TRY(pe_byteAlign(ctx));
+        return pe_bits(ctx, value, range == 256 ? 8 : 16);
+    }
+    PER_TRY(pe_bits(ctx, octetsOf(value) - 1, 2));
+    splitTrackedField(ctx);
+    PER_TRY(pe_byteAlign(ctx));
+    return pe_NonNegBinInteger(ctx, value);
+}
+
+int32_t pe_NonNegBinInteger(PerContext* ctx, uint32_t value) {
+    return pe_bits(ctx, value, octetsOf(value) * 8);
+}
+
+int32_t pe_2sCompBinInteger(PerContext* ctx, int32_t value) {
+    return pe_bits(ctx, static_cast<uint32_t>(value),
+                   static_cast<uint32_t>(pe_GetIntLen(value)) * 8);
+}
+
+int32_t pe_GetIntLen(int32_t value) {
+    int32_t shift = 23;
+    rtTrace("pe_GetIntLen: shift is %d, value is 0x%x", shift, static_cast<uint32_t>(value));
+    while (shift > 0) {
+        const uint32_t group = static_cast<uint32_t>(value >> shift) & 0x1FFU;
+        rtTrace("pe_GetIntLen: shift is %d, tempValue is 0x%x", shift, group);
+        if (group != 0 && group != 0x1FF) {
+            break;
+        }
+        shift -= 8;
+    }
+    const int32_t octets = (shift + 9) / 8;
+    rtTrace("pe_GetIntLen: len is %d\n", octets);
+    return octets;
+}
+
+int32_t pe_SmallNonNegWholeNumber(PerContext* ctx, uint32_t value) {
+    if (value < 64) {
+        return pe_bits(ctx, value, 7);
+    }
+    PER_TRY(pe_bit(ctx, 1));
+    PER_TRY(pe_UnconsLength(ctx, octetsOf(value)));
+    PER_TRY(alignIfAligned(ctx));
+    return pe_NonNegBinInteger(ctx, value);
+}
+
+int32_t pe_UnconsLength(PerContext* ctx, uint32_t length) {
+    PER_TRY(alignIfAligned(ctx));
+    if (length < 128) {
+        PER_TRY(pe_bits(ctx, length, 8));
+        return static_cast<int32_t>(length);
+    }
+    if (length < 16384) {
+        PER_TRY(pe_bits(ctx, 0x8000U | length, 16));
+        return static_cast<int32_t>(length);
+    }
+    const uint32_t multiple = length < 65536 ? length / 16384 : 4;
+    PER_TRY(pe_bits(ctx, 0xC0U | multiple, 8));
+    return static_cast<int32_t>(multiple * 16384);
+}
+
+namespace {
+
+const SizeConstraint* findRange(const SizeConstraint* chain, uint32_t count) {
+    while (chain != nullptr && (count < chain->lower || count > chain->upper)) {
+        chain = chain->next;
+    }
+    return chain;
+}
+
+bool isExtensible(const SizeConstraint* chain) {
+    while (chain != nullptr && chain->extended == 0) {
+        chain = chain->next;
+    }
+    return chain != nullptr;
+}
+
+} // namespace
+
+int32_t pe_Length(PerContext* ctx, uint32_t length) {
+    const SizeConstraint* chain = ctx->sizeConstraint;
+    // Consumed in any case: it may stand on a stack frame that ends with this failure.
+    ctx->sizeConstraint = nullptr;
+    const SizeConstraint* range = findRange(chain, length);
+    if (chain != nullptr && range == nullptr) {
+        return fail(ctx, PER_CONSTRAINT);
+    }
+    if (isExtensible(chain)) {
+        (void)pu_newField(ctx, "length extension");
+        PER_TRY(pe_bit(ctx, range->extended));
+        pu_setFieldBitCount(ctx);
+    }
+    if (range != nullptr && range->upper < 65536) {
+        if (range->upper != range->lower) {
+            (void)pu_newField(ctx, "length");
+            PER_TRY(
+                pe_ConsWholeNumber(ctx, length - range->lower, range->upper - range->lower + 1));
+            pu_setFieldBitCount(ctx);
+        }
+        return static_cast<int32_t>(length);
+    }
+    (void)pu_newField(ctx, "length");
+    const int32_t covered = pe_UnconsLength(ctx, length);
+    PER_TRY(covered);
+    pu_setFieldBitCount(ctx);
+    return covered;
+}
+
+int32_t pe_LengthSizedSlow(PerContext* ctx, uint32_t length, uint32_t lower, uint32_t upper) {
+    const SizeConstraint range = {0, lower, upper, nullptr};
+    PER_TRY(pu_addSizeConstraint(ctx, &range));
+    return pe_Length(ctx, length);
+}
+
+int32_t pe_ConsIntegerSlow(PerContext* ctx, int32_t value, int32_t lower, int32_t upper) {
+    (void)pu_newField(ctx, "ConsInteger");
+    const auto base = static_cast<uint32_t>(lower);
+    const uint32_t range = static_cast<uint32_t>(upper) - base + 1;
+    if (static_cast<int32_t>(range) <= 0 || value < lower) {
+        return fail(ctx, PER_RANGE);
+    }
+    if (upper != lower) {
+        PER_TRY(pe_ConsWholeNumberSlow(ctx, static_cast<uint32_t>(value) - base, range));
+    }
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
+int32_t pe_ConsUnsignedSlow(PerContext* ctx, uint32_t value, uint32_t lower, uint32_t upper) {
+    (void)pu_newField(ctx, "ConsUnsigned");
+    if (upper != lower) {
+        const uint32_t range = lower == 0 && upper == UINT32_MAX ? UINT32_MAX : upper - lower + 1;
+        PER_TRY(pe_ConsWholeNumberSlow(ctx, value - lower, range));
+    }
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
+int32_t pe_UnconsInteger(PerContext* ctx, int32_t value) {
+    (void)pu_newField(ctx, "UnconsInteger");
+    PER_TRY(pe_Length(ctx, static_cast<uint32_t>(pe_GetIntLen(value))));
+    PER_TRY(alignIfAligned(ctx));
+    PER_TRY(pe_2sCompBinInteger(ctx, value));
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
+int32_t pu_stringNeedsAlignment(const SizeConstraint* chain, uint32_t count, uint8_t isBitString,
+                                uint8_t* needed) {
+    *needed = 1;
+    if (chain == nullptr || count > (isBitString != 0 ? 16U : 2U)) {
+        return PER_OK;
+    }
+    if (chain->next == nullptr && chain->extended != 0 && chain->lower == chain->upper) {
+        *needed = 0;
+        return PER_OK;
+    }
+    const SizeConstraint* range = findRange(chain, count);
+    if (range == nullptr) {
+        return PER_DOES_NOT_FIT;
+    }
+    *needed = range->lower == range->upper && range->extended == 0 ? 0 : 1;
+    return PER_OK;
+}
+
+namespace {
+
+// What tells a BIT STRING, an OCTET STRING and an open type apart.
+struct StringKind {
+    const char* writeLabel;
+    const char* readLabel;
+    uint32_t bitsPerItem;
+    bool alwaysAligned;
+};
+constexpr StringKind BIT_STRING = {"BitString", "bits", 1, false};
+constexpr StringKind OCTET_STRING = {"OctetString", "octets", 8, false};
+constexpr StringKind OPEN_TYPE = {"OpenType", "octets", 8, true};
+
+int32_t stringAlignment(PerContext* ctx, const StringKind& kind, const SizeConstraint* chain,
+                        uint32_t count, uint8_t* needed) {
+    *needed = 0;
+    if (ctx->aligned == 0) {
+        return PER_OK;
+    }
+    if (kind.alwaysAligned) {
+        *needed = 1;
+        return PER_OK;
+    }
+    PER_TRY(pu_stringNeedsAlignment(chain, count, kind.bitsPerItem == 1, needed));
+    return PER_OK;
+}
+
+int32_t putString(PerContext* ctx, const StringKind& kind, uint32_t count, const uint8_t* data) {
+    const SizeConstraint* chain = ctx->sizeConstraint;
+    const SizeConstraint* range = findRange(chain, count);
+    bool fragmented = count >= 16384 && (range == nullptr || range->upper >= 65536);
+    int32_t covered = pe_Length(ctx, count);
+    while (true) {
+        PER_TRY(covered);
+        (void)pu_newField(ctx, kind.writeLabel);
+        const auto items = static_cast<uint32_t>(covered);
+        if (items > 0) {
+            uint8_t align = 0;
+            PER_TRY(stringAlignment(ctx, kind, chain, count, &align));
+            if (align != 0) {
+                PER_TRY(pe_byteAlign(ctx));
+            }
+            PER_TRY(pe_bitData(ctx, data, items * kind.bitsPerItem));
+        }
+        pu_setFieldBitCount(ctx);
+        if (!fragmented) {
+            return PER_OK;
+        }
+        // A length always follows a fragment, a zero one when no items are left.
+        data += items * kind.bitsPerItem / 8;
+        count -= items;
+        fragmented = count >= 16384;
+        covered = pe_Length(ctx, count);
+    }
+}
+
+} // namespace
+
+int32_t pe_BitString(PerContext* ctx, uint32_t bitCount, const uint8_t* data) {
+    return putString(ctx, BIT_STRING, bitCount, data);
+}
+
+int32_t pe_OctetString(PerContext* ctx, uint32_t octets, const uint8_t* data) {
+    return putString(ctx, OCTET_STRING, octets, data);
+}
+
+int32_t pe_OpenType(PerContext* ctx, uint32_t octets, const uint8_t* data) {
+    static constexpr uint8_t EMPTY = 0;
+    return octets == 0 ? putString(ctx, OPEN_TYPE, 1, &EMPTY)
+                       : putString(ctx, OPEN_TYPE, octets, data);
+}
+
+int32_t pe_BitStringSized(PerContext* ctx, uint32_t bitCount, const uint8_t* data, uint32_t lower,
+                          uint32_t upper) {
+    const SizeConstraint range = {0, lower, upper, nullptr};
+    PER_TRY(pu_addSizeConstraint(ctx, &range));
+    return pe_BitString(ctx, bitCount, data);
+}
+
+int32_t pe_OctetStringSized(PerContext* ctx, uint32_t octets, const uint8_t* data, uint32_t lower,
+                            uint32_t upper) {
+    const bool packed = lower == upper && upper <= 2;
+    if (upper >= 65536 || octets == 0 || packed || ctx->aligned == 0 ||
+        ctx->sizeConstraint != nullptr || !pu_isQuiet(ctx)) {
+        const SizeConstraint range = {0, lower, upper, nullptr};
+        PER_TRY(pu_addSizeConstraint(ctx, &range));
+        return pe_OctetString(ctx, octets, data);
+    }
+    PER_TRY(pe_LengthSized(ctx, octets, lower, upper));
+    PER_TRY(pe_byteAlign(ctx));
+    return pe_bitData(ctx, data, octets * 8);
+}
+
+// ---- reading -------------------------------------------------------------------------------
+
+int32_t pd_IncrBitIdx(PerContext* ctx) {
+    uint64_t index = ctx->byteIndex;
+    int offset = ctx->bitOffset - 1;
+    if (offset < 0) {
+        ++index;
+        offset = 7;
+    }
+    if (index >= ctx->size) {
+        // Stands behind the end, or stays where it already was beyond.
+        if (index <= UINT32_MAX) {
+            pu_setOctet(ctx, index);
+        }
+        return fail(ctx, PER_OVERFLOW);
+    }
+    ctx->byteIndex = static_cast<uint32_t>(index);
+    ctx->bitOffset = static_cast<int16_t>(offset);
+    rtTrace("pd_IncrBitIdx: bitOffset = %d, byteIndex = %d", offset,
+            static_cast<int>(ctx->byteIndex));
+    return PER_OK;
+}
+
+int32_t pd_bitSlow(PerContext* ctx, uint8_t* bit) {
+    PER_TRY(pd_IncrBitIdx(ctx));
+    const auto value = static_cast<uint8_t>(ctx->buffer[ctx->byteIndex] >> ctx->bitOffset & 1);
+    if (bit != nullptr) {
+        *bit = value;
+    }
+    rtTrace("pd_bit: value = %d\n", static_cast<int>(value));
+    return PER_OK;
+}
+
+int32_t pd_bitRunSlow(PerContext* ctx, uint32_t* bits, uint32_t count) {
+    *bits = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        uint8_t bit = 0;
+        PER_TRY(pd_bitSlow(ctx, &bit));
+        if (i < 32) {
+            *bits |= uint32_t{bit} << i;
+        }
+    }
+    return PER_OK;
+}
+
+int32_t pd_bitsSlow(PerContext* ctx, uint32_t* value, uint32_t count) {
+    rtTrace("pd_bits: nbits = %d, nbytes = %d\n", static_cast<int>(count),
+            static_cast<int>((count + 7) / 8));
+    *value = 0;
+    if (count == 0) {
+        return PER_OK;
+    }
+    if (count > 32) {
+        return fail(ctx, PER_RANGE);
+    }
+    if (!hasBits(ctx, count)) {
+        return fail(ctx, PER_END_OF_DATA);
+    }
+    auto unread = static_cast<uint32_t>(ctx->bitOffset);
+    uint32_t index = ctx->byteIndex;
+    uint32_t result = unread == 0 ? 0 : ctx->buffer[index] & ((1U << unread) - 1U);
+    uint32_t remaining = count;
+    if (remaining <= unread) {
+        result >>= unread - remaining;
+        unread -= remaining;
+        remaining = 0;
+        if (unread == 0) {
+            ++index;
+            unread = 8;
+        }
+    } else {
+        remaining -= unread;
+    }
+    while (remaining > 0) {
+        ++index;
+        const uint32_t taken = remaining < 8 ? remaining : 8;
+        unread = 8 - taken;
+        result = result << taken | static_cast<uint32_t>(ctx->buffer[index]) >> unread;
+        remaining -= taken;
+        rtTrace("pd_bits: mask = %x, data[index] = %x\n", (1U << taken) - 1U,
+                static_cast<unsigned>(ctx->buffer[index]));
+    }
+    ctx->byteIndex = index;
+    ctx->bitOffset = static_cast<int16_t>(unread);
+    *value = result;
+    return PER_OK;
+}
+
+namespace {
+
+// Reads bits that are known to be there into as many octets as they need.
+void readBits(PerContext* ctx, uint8_t* data, uint32_t bitCount) {
+    const uint32_t shift = static_cast<uint32_t>(pu_bitPosition(ctx) & 7U);
+    const uint64_t first = pu_bitPosition(ctx) >> 3;
+    const uint32_t octets = bitCount / 8 + (bitCount % 8 != 0 ? 1 : 0);
+    for (uint32_t i = 0; i < octets; ++i) {
+        const uint64_t index = first + i;
+        const uint32_t high = uint32_t{ctx->buffer[index]} << shift;
+        const uint32_t low = index + 1 < ctx->size ? ctx->buffer[index + 1] : 0U;
+        data[i] = static_cast<uint8_t>(high | low >> (8U - shift));
+    }
+    const uint64_t last = pu_bitPosition(ctx) + bitCount - 1;
+    ctx->byteIndex = static_cast<uint32_t>(last >> 3);
+    ctx->bitOffset = static_cast<int16_t>(7U - (last & 7U));
+}
+
+// pd_octets, or only the same move of the cursor when `data` is null.
+int32_t readOctets(PerContext* ctx, uint8_t* data, uint64_t capacity, uint32_t bitCount) {
+    if (bitCount == 0) {
+        return PER_OK;
+    }
+    if (!hasBits(ctx, bitCount)) {
+        return fail(ctx, PER_END_OF_DATA);
+    }
+    const uint32_t octets = bitCount / 8 + (bitCount % 8 != 0 ? 1 : 0);
+    if (octets > capacity) {
+        return fail(ctx, PER_DOES_NOT_FIT);
+    }
+    const bool onBoundary = ctx->bitOffset == 8 || ctx->bitOffset == 0;
+    if (data == nullptr || onBoundary) {
+        const uint64_t position = pu_bitPosition(ctx);
+        if (data != nullptr) {
+            const uint8_t* source = ctx->buffer + position / 8;
+            std::memcpy(data, source, octets);
+            if (ctx->recordSpans != 0 && bitCount >= 8) {
+                pu_addSpan(ctx, data, source, bitCount / 8);
+            }
+        }
+        pu_setBitPosition(ctx, position + bitCount);
+    } else {
+        readBits(ctx, data, bitCount);
+    }
+    if (data != nullptr && bitCount % 8 != 0) {
+        data[octets - 1] = static_cast<uint8_t>(data[octets - 1] & 0xFF00U >> (bitCount % 8));
+    }
+    return PER_OK;
+}
+
+} // namespace
+
+int32_t pd_octets(PerContext* ctx, uint8_t* data, uint32_t capacity, uint32_t bitCount) {
+    return readOctets(ctx, data, capacity, bitCount);
+}
+
+int32_t pd_byteAlignSlow(PerContext* ctx) {
+    const uint64_t index = pu_alignedIndex(ctx);
+    if (index <= UINT32_MAX) {
+        pu_setOctet(ctx, index);
+    }
+    if (index >= ctx->size) {
+        return fail(ctx, PER_OVERFLOW);
+    }
+    pu_setFieldBitOffset(ctx);
+    return PER_OK;
+}
+
+int32_t pd_moveBitCursor(PerContext* ctx, int32_t bitCount) {
+    const auto position = static_cast<int64_t>(pu_bitPosition(ctx));
+    rtTrace("pd_moveBitCursor: bitOffset = %d\n", static_cast<int>(position));
+    rtTrace("context before move: bitOffset = %d, byteIndex = %d", static_cast<int>(ctx->bitOffset),
+            static_cast<int>(ctx->byteIndex));
+    const int64_t moved = position + bitCount;
+    if (moved < 0) {
+        return fail(ctx, PER_OVERFLOW);
+    }
+    pu_setBitPosition(ctx, static_cast<uint64_t>(moved));
+    rtTrace("context after move: bitOffset = %d, byteIndex = %d", static_cast<int>(ctx->bitOffset),
+            static_cast<int>(ctx->byteIndex));
+    return ctx->byteIndex > ctx->size ? fail(ctx, PER_OVERFLOW) : PER_OK;
+}
+
+namespace {
+
+int32_t alignToRead(PerContext* ctx) {
+    return ctx->aligned != 0 ? pd_byteAlign(ctx) : PER_OK;
+}
+
+} // namespace
+
+int32_t pd_ConsWholeNumberSlow(PerContext* ctx, uint32_t* value, uint32_t range) {
+    if (ctx->aligned == 0 || range <= 255) {
+        return pd_bits(ctx, value, pu_bitcount(range - 1));
+    }
+    if (range <= 65536) {
+        PER_TRY(pd_byteAlign(ctx));
+        return pd_bits(ctx, value, range == 256 ? 8 : 16);
+    }
+    uint32_t octets = 0;
+    PER_TRY(pd_bits(ctx, &octets, 2));
+    PER_TRY(pd_byteAlign(ctx));
+    return pd_bits(ctx, value, (octets + 1) * 8);
+}
+
+int32_t pd_SmallNonNegWholeNumberSlow(PerContext* ctx, uint32_t* value) {
+    uint8_t isLarge = 0;
+    PER_TRY(pd_bit(ctx, &isLarge));
+    if (isLarge == 0) {
+        return pd_bits(ctx, value, 6);
+    }
+    uint32_t octets = 0;
+    PER_TRY(pd_Length(ctx, &octets));
+    PER_TRY(alignToRead(ctx));
+    if (!hasBits(ctx, uint64_t{octets} * 8)) {
+        return fail(ctx, PER_END_OF_DATA);
+    }
+    // A number of more than 32 bits counts nothing that a message could hold.
+    if (octets > 4) {
+        return fail(ctx, PER_DOES_NOT_FIT);
+    }
+    return pd_bits(ctx, value, octets * 8);
+}
+
+namespace {
+
+// Length determinant without a constraint.
+int32_t readUnconsLength(PerContext* ctx, uint32_t* length) {
+    PER_TRY(alignToRead(ctx));
+    uint8_t bit = 0;
+    PER_TRY(pd_bit(ctx, &bit));
+    if (bit == 0) {
+        return pd_bits(ctx, length, 7);
+    }
+    PER_TRY(pd_bit(ctx, &bit));
+    if (bit == 0) {
+        return pd_bits(ctx, length, 14);
+    }
+    uint32_t multiple = 0;
+    PER_TRY(pd_bits(ctx, &multiple, 6));
+    *length = multiple * 16384;
+    return PER_FRAGMENT;
+}
+
+} // namespace
+
+int32_t pd_Length(PerContext* ctx, uint32_t* length) {
+    const SizeConstraint* chain = ctx->sizeConstraint;
+    ctx->sizeConstraint = nullptr;
+    uint8_t extended = 0;
+    if (isExtensible(chain)) {
+        (void)pu_newField(ctx, "length extension");
+        PER_TRY(pd_bit(ctx, &extended));
+        pu_setFieldBitCount(ctx);
+    }
+    while (chain != nullptr && chain->extended != extended) {
+        chain = chain->next;
+    }
+    if (chain != nullptr && chain->upper < 65536) {
+        uint32_t number = 0;
+        if (chain->upper != chain->lower) {
+            (void)pu_newField(ctx, "length");
+            PER_TRY(pd_ConsWholeNumber(ctx, &number, chain->upper - chain->lower + 1));
+            pu_setFieldBitCount(ctx);
+        }
+        *length = chain->lower + number;
+        return PER_OK;
+    }
+    (void)pu_newField(ctx, "length");
+    const int32_t status = readUnconsLength(ctx, length);
+    PER_TRY(status);
+    pu_setFieldBitCount(ctx);
+    return status;
+}
+
+int32_t pd_LengthSizedSlow(PerContext* ctx, uint32_t* length, uint32_t lower, uint32_t upper) {
+    const SizeConstraint range = {0, lower, upper, nullptr};
+    PER_TRY(pu_addSizeConstraint(ctx, &range));
+    return pd_Length(ctx, length);
+}
+
+int32_t pd_totalLength(PerContext* ctx, uint32_t bitsPerItem) {
+    PerContext ahead = {};
+    pu_copyBufferState(&ahead, ctx);
+    ahead.flags = 0;
+    ahead.sizeConstraint = ctx->sizeConstraint;
+    uint64_t total = 0;
+    while (true) {
+        uint32_t length = 0;
+        const int32_t status = pd_Length(&ahead, &length);
+        PER_TRY(status);
+        total += length;
+        if (total > INT32_MAX) {
+            return fail(ctx, PER_NO_MEMORY);
+        }
+        if (status != PER_FRAGMENT) {
+            return static_cast<int32_t>(total);
+        }
+        PER_TRY(pd_moveBitCursor(&ahead, static_cast<int32_t>(length * bitsPerItem)));
+    }
+}
+
+int32_t pd_ConsIntegerSlow(PerContext* ctx, int32_t* value, int32_t lower, int32_t upper) {
+    (void)pu_newField(ctx, "ConsInteger");
+    if (lower > upper) {
+        return fail(ctx, PER_RANGE);
+    }
+    const auto base = static_cast<uint32_t>(lower);
+    uint32_t number = 0;
+    if (lower != upper) {
+        PER_TRY(pd_ConsWholeNumberSlow(ctx, &number, static_cast<uint32_t>(upper) - base + 1));
+    }
+    *value = static_cast<int32_t>(base + number);
+    pu_setFieldBitCount(ctx);
+    rtTrace("pd_ConsInteger: decoded value is %d\n", *value);
+    return PER_OK;
+}
+
+int32_t pd_ConsUnsignedSlow(PerContext* ctx, uint32_t* value, uint32_t lower, uint32_t upper) {
+    (void)pu_newField(ctx, "ConsUnsigned");
+    uint32_t number = 0;
+    if (lower != upper) {
+        const uint32_t range = lower == 0 && upper == UINT32_MAX ? UINT32_MAX : upper - lower + 1;
+        PER_TRY(pd_ConsWholeNumberSlow(ctx, &number, range));
+    }
+    *value = lower + number;
+    pu_setFieldBitCount(ctx);
+    rtTrace("pd_ConsUnsigned: decoded value is %d\n", static_cast<int>(*value));
+    return PER_OK;
+}
+
+int32_t pd_UnconsInteger(PerContext* ctx, int32_t* value) {
+    rtTrace("pd_UnconsInteger: start\n");
+    (void)pu_newField(ctx, "UnconsInteger");
+    uint32_t octets = 0;
+    PER_TRY(pd_Length(ctx, &octets));
+    rtTrace("pd_UnconsInteger: nbytes is %d\n", static_cast<int>(octets));
+    PER_TRY(alignToRead(ctx));
+    if (!hasBits(ctx, uint64_t{octets} * 8)) {
+        return fail(ctx, PER_END_OF_DATA);
+    }
+    if (octets > 0) {
+        uint32_t octet = 0;
+        PER_TRY(pd_bits(ctx, &octet, 8));
+        uint32_t result = octet >= 128 ? octet | 0xFFFFFF00U : octet;
+        for (uint32_t i = 1; i < octets; ++i) {
+            PER_TRY(pd_bits(ctx, &octet, 8));
+            result = result << 8 | octet;
+        }
+        *value = static_cast<int32_t>(result);
+    }
+    pu_setFieldBitCount(ctx);
+    rtTrace("pd_UnconsInteger: decoded value is %d\n", *value);
+    return PER_OK;
+}
+
+namespace {
+
+// Reads a string of one or more fragments into `data`, or steps over it when `data` is null.
+// *count receives its items, in all or up to a failure.
+int32_t getString(PerContext* ctx, const StringKind& kind, uint32_t* count, uint8_t* data,
+                  uint64_t capacity) {
+    const SizeConstraint* chain = ctx->sizeConstraint;
+    *count = 0;
+    while (true) {
+        uint32_t length = 0;
+        const int32_t status = pd_Length(ctx, &length);
+        PER_TRY(status);
+        (void)pu_newField(ctx, kind.readLabel);
+        if (length > 0) {
+            *count += length;
+            uint8_t align = 0;
+            PER_TRY(stringAlignment(ctx, kind, chain, length, &align));
+            if (align != 0) {
+                PER_TRY(pd_byteAlign(ctx));
+            }
+            PER_TRY(readOctets(ctx, data, capacity, length * kind.bitsPerItem));
+        }
+        pu_setFieldBitCount(ctx);
+        if (status != PER_FRAGMENT) {
+            return PER_OK;
+        }
+        const uint32_t octets = length * kind.bitsPerItem / 8;
+        data = data != nullptr ? data + octets : nullptr;
+        capacity -= octets;
+    }
+}
+
+// The same into memory from the heap.
+int32_t getDynString(PerContext* ctx, const StringKind& kind, uint32_t* count, uint8_t** data) {
+    *count = 0;
+    *data = nullptr;
+    const int32_t total = pd_totalLength(ctx, kind.bitsPerItem);
+    PER_TRY(total);
+    const uint64_t bits = uint64_t{static_cast<uint32_t>(total)} * kind.bitsPerItem;
+    if (total == 0 || !hasBits(ctx, bits)) {
+        // No memory for a length that the data cannot hold: stepping over it gives its status.
+        uint32_t skipped = 0;
+        return getString(ctx, kind, &skipped, nullptr, UINT64_MAX);
+    }
+    const auto octets = static_cast<int32_t>((bits + 7) / 8);
+    auto* memory = static_cast<uint8_t*>(rtHeapAlloc(&ctx->heap, octets));
+    if (memory == nullptr) {
+        uint32_t length = 0;
+        PER_TRY(pd_Length(ctx, &length));
+        return fail(ctx, PER_NO_MEMORY);
+    }
+    *data = memory;
+    return getString(ctx, kind, count, memory, static_cast<uint64_t>(octets));
+}
+
+// The octets of an open type where they stand: 1 when they are one run of whole octets, with the
+// cursor behind them; 0 with the cursor unchanged when the exact way must be taken.
+PER_INLINE int32_t viewOpenType(PerContext* ctx, uint64_t* start, uint32_t* octets) {
+    if (ctx->aligned == 0 || ctx->sizeConstraint != nullptr || !pu_isQuiet(ctx)) [[unlikely]] {
+        return 0;
+    }
+    uint64_t index = pu_alignedIndex(ctx);
+    if (index + 2 > ctx->size) {
+        return 0;
+    }
+    uint32_t length = ctx->buffer[index++];
+    if (length >= 0x80) {
+        if (length >= 0xC0) {
+            return 0;
+        }
+        length = (length & 0x3FU) << 8 | ctx->buffer[index++];
+    }
+    if (length == 0 || index + length > ctx->size) {
+        return 0;
+    }
+    *start = index;
+    *octets = length;
+    pu_setOctet(ctx, index + length);
+    return 1;
+}
+
+} // namespace
+
+int32_t pd_BitString(PerContext* ctx, uint32_t* count, uint8_t* data, uint32_t capacity) {
+    return getString(ctx, BIT_STRING, count, data, capacity);
+}
+
+int32_t pd_OctetString(PerContext* ctx, uint32_t* count, uint8_t* data, uint32_t capacity) {
+    return getString(ctx, OCTET_STRING, count, data, capacity);
+}
+
+int32_t pd_DynBitString(PerContext* ctx, DynBitString* value) {
+    return getDynString(ctx, BIT_STRING, &value->numbits, &value->data);
+}
+
+int32_t pd_DynOctetString(PerContext* ctx, DynOctetString* value) {
+    uint64_t start = 0;
+    uint32_t octets = 0;
+    if (ctx->sizeConstraint == nullptr && viewOpenType(ctx, &start, &octets) != 0) {
+        value->numocts = 0;
+        value->data = static_cast<uint8_t*>(rtHeapAlloc(&ctx->heap, static_cast<int32_t>(octets)));
+        if (value->data == nullptr) {
+            return fail(ctx, PER_NO_MEMORY);
+        }
+        value->numocts = octets;
+        std::memcpy(value->data, ctx->buffer + start, octets);
+        if (ctx->recordSpans != 0) {
+            pu_addSpan(ctx, value->data, ctx->buffer + start, octets);
+        }
+        return PER_OK;
+    }
+    return getDynString(ctx, OCTET_STRING, &value->numocts, &value->data);
+}
+
+int32_t pd_OpenType(PerContext* ctx, uint8_t** data, uint32_t* octets) {
+    DynOctetString value = {};
+    const int32_t status = pd_DynOctetString(ctx, &value);
+    *data = value.data;
+    *octets = value.numocts;
+    return status;
+}
+
+int32_t pd_skipOpenType(PerContext* ctx) {
+    uint64_t start = 0;
+    uint32_t octets = 0;
+    if (viewOpenType(ctx, &start, &octets) != 0) {
+        return PER_OK;
+    }
+    PER_TRY(pd_totalLength(ctx, 8));
+    return getString(ctx, OCTET_STRING, &octets, nullptr, UINT64_MAX);
+}
+
+int32_t pd_listTooLong(PerContext* ctx) {
+    return fail(ctx, PER_END_OF_DATA);
+}
+
+int32_t pd_listCount(PerContext* ctx, uint32_t* count, uint32_t minBitsPerItem) {
+    const int32_t status = pd_Length(ctx, count);
+    if (status != PER_OK) {
+        return fail(ctx, status);
+    }
+    return hasBits(ctx, uint64_t{*count} * minBitsPerItem) ? PER_OK : pd_listTooLong(ctx);
+}
+
+int32_t pd_BitStringSized(PerContext* ctx, uint32_t* count, uint8_t* data, uint32_t capacity,
+                          uint32_t lower, uint32_t upper) {
+    const SizeConstraint range = {0, lower, upper, nullptr};
+    PER_TRY(pu_addSizeConstraint(ctx, &range));
+    return pd_BitString(ctx, count, data, capacity);
+}
+
+int32_t pd_OctetStringSizedSlow(PerContext* ctx, uint32_t* count, uint8_t* data, uint32_t capacity,
+                                uint32_t lower, uint32_t upper) {
+    const SizeConstraint range = {0, lower, upper, nullptr};
+    PER_TRY(pu_addSizeConstraint(ctx, &range));
+    return pd_OctetString(ctx, count, data, capacity);
+}
+
+int32_t pd_alignedOctetsSlow(PerContext* ctx, uint8_t* data, uint32_t capacity, uint32_t octets) {
+    PER_TRY(pd_byteAlign(ctx));
+    return readOctets(ctx, data, capacity, octets * 8);
+}
+
+// ---- strings -------------------------------------------------------------------------------
+
+namespace {
+
+// Codes 0x00 to 0x87 and 0x90 to 0xFF.
+struct GeneralSet {
+    uint8_t codes[248];
+    constexpr GeneralSet() : codes() {
+        for (uint32_t i = 0; i < 248; ++i) {
+            codes[i] = static_cast<uint8_t>(i < 0x88 ? i : i + 8);
+        }
+    }
+};
+constexpr GeneralSet GENERAL_SET = {};
+constexpr char NUMERIC_SET[] = " 0123456789";
+constexpr char PRINTABLE_SET[] = " '()+,-./0123456789:=?ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                 "abcdefghijklmnopqrstuvwxyz";
+
+struct TextSet {
+    uint8_t codes[sizeof PRINTABLE_SET];
+    constexpr explicit TextSet(const char* text) : codes() {
+        for (uint32_t i = 0; text[i] != 0; ++i) {
+            codes[i] = static_cast<uint8_t>(text[i]);
+        }
+    }
+};
+constexpr TextSet NUMERIC_CODES(NUMERIC_SET);
+constexpr TextSet PRINTABLE_CODES(PRINTABLE_SET);
+
+// Without a FROM constraint the effective alphabet is the canonical set as a text: empty for the
+// two sets that begin with code 0, which are written by code.
+constexpr PermittedAlphabet wholeAlphabet(const uint8_t* codes, uint32_t size, uint32_t unaligned,
+                                          uint32_t aligned) {
+    PermittedAlphabet alphabet = {};
+    alphabet.canonicalSet = codes;
+    alphabet.canonicalSize = size;
+    alphabet.canonicalBits = pu_bitcount(size);
+    alphabet.unalignedBits = unaligned;
+    alphabet.alignedBits = aligned;
+    if (codes[0] != 0) {
+        alphabet.count = size;
+        for (uint32_t i = 0; i < size; ++i) {
+            alphabet.chars[i] = codes[i];
+        }
+    }
+    return alphabet;
+}
+constexpr PermittedAlphabet NUMERIC = wholeAlphabet(NUMERIC_CODES.codes, 11, 4, 4);
+constexpr PermittedAlphabet PRINTABLE = wholeAlphabet(PRINTABLE_CODES.codes, 74, 7, 8);
+constexpr PermittedAlphabet IA5 = wholeAlphabet(PER_IA5_SET.codes, 96, 7, 8);
+constexpr PermittedAlphabet GENERAL = wholeAlphabet(GENERAL_SET.codes, 248, 7, 8);
+
+bool isWrittenByIndex(const PermittedAlphabet* alphabet, uint32_t bits) {
+    return bits < alphabet->canonicalBits || alphabet->canonicalBits <= 4;
+}
+
+int32_t putType(PerContext* ctx, const char* value, const char* from,
+                const PermittedAlphabet& whole) {
+    if (from == nullptr) {
+        return pe_ConstrainedString(ctx, value, &whole);
+    }
+    PermittedAlphabet narrowed = whole;
+    pu_setPermittedAlphabet(&narrowed, from);
+    return pe_ConstrainedString(ctx, value, &narrowed);
+}
+
+int32_t getType(PerContext* ctx, const char** value, const char* from,
+                const PermittedAlphabet& whole) {
+    if (from == nullptr) {
+        return pd_ConstrainedString(ctx, value, &whole);
+    }
+    PermittedAlphabet narrowed = whole;
+    pu_setPermittedAlphabet(&narrowed, from);
+    return pd_ConstrainedString(ctx, value, &narrowed);
+}
+
+int32_t getCharacters(PerContext* ctx, char* text, uint32_t count,
+                      const PermittedAlphabet* alphabet, uint32_t bits) {
+    const bool byIndex = isWrittenByIndex(alphabet, bits);
+    if (!byIndex && bits == 8) {
+        return readOctets(ctx, reinterpret_cast<uint8_t*>(text), count, count * 8);
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        uint32_t code = 0;
+        PER_TRY(pd_bits(ctx, &code, bits));
+        if (byIndex) {
+            if (code >= alphabet->count) {
+                return fail(ctx, PER_CONSTRAINT);
+            }
+            code = alphabet->chars[code];
+        }
+        text[i] = static_cast<char>(code);
+    }
+    return PER_OK;
+}
+
+} // namespace
+
+int32_t pe_ConstrainedString(PerContext* ctx, const char* value,
+                             const PermittedAlphabet* alphabet) {
+    const size_t length = std::strlen(value);
+    if (length > INT32_MAX) {
+        return fail(ctx, PER_OVERFLOW);
+    }
+    const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
+    PER_TRY(pe_Length(ctx, static_cast<uint32_t>(length)));
+    PER_TRY(alignIfAligned(ctx));
+    (void)pu_newField(ctx, "data");
+    const bool byIndex = isWrittenByIndex(alphabet, bits);
+    for (size_t i = 0; i < length; ++i) {
+        uint32_t code = static_cast<uint8_t>(value[i]);
+        if (byIndex) {
+            const void* found =
+                std::memchr(alphabet->chars, static_cast<int>(code), alphabet->count);
+            if (found == nullptr) {
+                return fail(ctx, PER_DOES_NOT_FIT);
+            }
+            code = static_cast<uint32_t>(static_cast<const uint8_t*>(found) - alphabet->chars);
+        }
+        PER_TRY(pe_bits(ctx, code, bits));
+    }
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
+int32_t pd_ConstrainedString(PerContext* ctx, const char** value,
+                             const PermittedAlphabet* alphabet) {
+    const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
+    uint32_t length = 0;
+    PER_TRY(pd_Length(ctx, &length));
+    PER_TRY(alignToRead(ctx));
+    if (!hasBits(ctx, uint64_t{length} * bits)) {
+        return fail(ctx, PER_END_OF_DATA);
+    }
+    auto* text = static_cast<char*>(rtHeapAllocArray(&ctx->heap, length + 1, 1));
+    if (text == nullptr) {
+        return fail(ctx, PER_NO_MEMORY);
+    }
+    (void)pu_newField(ctx, "data");
+    PER_TRY(getCharacters(ctx, text, length, alphabet, bits));
+    pu_setFieldBitCount(ctx);
+    text[length] = 0;
+    *value = text;
+    return PER_OK;
+}
+
+int32_t pe_NumericString(PerContext* ctx, const char* value, const char* from) {
+    return putType(ctx, value, from, NUMERIC);
+}
+int32_t pe_PrintableString(PerContext* ctx, const char* value, const char* from) {
+    return putType(ctx, value, from, PRINTABLE);
+}
+int32_t pe_IA5String(PerContext* ctx, const char* value, const char* from) {
+    return putType(ctx, value, from, IA5);
+}
+int32_t pe_GeneralString(PerContext* ctx, const char* value, const char* from) {
+    return putType(ctx, value, from, GENERAL);
+}
+int32_t pd_NumericString(PerContext* ctx, const char** value, const char* from) {
+    return getType(ctx, value, from, NUMERIC);
+}
+int32_t pd_PrintableString(PerContext* ctx, const char** value, const char* from) {
+    return getType(ctx, value, from, PRINTABLE);
+}
+int32_t pd_IA5String(PerContext* ctx, const char** value, const char* from) {
+    return getType(ctx, value, from, IA5);
+}
+int32_t pd_GeneralString(PerContext* ctx, const char** value, const char* from) {
+    return getType(ctx, value, from, GENERAL);
+}
+
+void pu_init16BitAlphabet(PermittedAlphabet16* alphabet) {
+    *alphabet = {0, nullptr, 0, 0xFFFF, 16, 16};
+}
+
+int32_t pu_set16BitAlphabet(PerContext* ctx, PermittedAlphabet16* alphabet,
+                            const PermittedCharacters16* from) {
+    if (from->count != 0 && from->chars != nullptr) {
+        auto* list =
+            static_cast<uint16_t*>(rtHeapAllocArray(&ctx->heap, from->count, sizeof(uint16_t)));
+        if (list == nullptr) {
+            return fail(ctx, PER_NO_MEMORY);
+        }
+        std::memcpy(list, from->chars, from->count * sizeof(uint16_t));
+        alphabet->count = from->count;
+        alphabet->chars = list;
+    } else {
+        alphabet->first = from->first;
+        alphabet->last = from->last;
+        alphabet->count = static_cast<uint32_t>(from->last - from->first) + 1;
+    }
+    alphabet->unalignedBits = pu_bitcount(alphabet->count);
+    alphabet->alignedBits = std::bit_ceil(alphabet->unalignedBits);
+    return PER_OK;
+}
+
+int32_t pe_16BitConstrainedString(PerContext* ctx, uint32_t nchars, const uint16_t* data,
+                                  const PermittedAlphabet16* alphabet) {
+    const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
+    PER_TRY(pe_Length(ctx, nchars));
+    PER_TRY(alignIfAligned(ctx));
+    (void)pu_newField(ctx, "data");
+    for (uint32_t i = 0; i < nchars; ++i) {
+        uint32_t code = data[i];
+        if (alphabet->chars == nullptr) {
+            code -= alphabet->first;
+        } else {
+            uint32_t index = 0;
+            while (index < alphabet->count && alphabet->chars[index] != code) {
+                ++index;
+            }
+            if (index == alphabet->count) {
+                return fail(ctx, PER_DOES_NOT_FIT);
+            }
+            code = index;
+        }
+        PER_TRY(pe_bits(ctx, code, bits));
+    }
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
+int32_t pd_16BitConstrainedString(PerContext* ctx, BMPStringValue* value,
+                                  const PermittedAlphabet16* alphabet) {
+    const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
+    value->nchars = 0;
+    value->data = nullptr;
+    uint32_t count = 0;
+    PER_TRY(pd_Length(ctx, &count));
+    PER_TRY(alignToRead(ctx));
+    if (!hasBits(ctx, uint64_t{count} * bits)) {
+        return fail(ctx, PER_END_OF_DATA);
+    }
+    auto* chars = static_cast<uint16_t*>(rtHeapAllocArray(&ctx->heap, count, sizeof(uint16_t)));
+    if (chars == nullptr) {
+        return fail(ctx, PER_NO_MEMORY);
+    }
+    (void)pu_newField(ctx, "data");
+    for (uint32_t i = 0; i < count; ++i) {
+        uint32_t code = 0;
+        PER_TRY(pd_bits(ctx, &code, bits));
+        if (alphabet->chars == nullptr) {
+            chars[i] = static_cast<uint16_t>(alphabet->first + code);
+        } else if (code < alphabet->count) {
+            chars[i] = alphabet->chars[code];
+        } else {
+            return fail(ctx, PER_CONSTRAINT);
+        }
+    }
+    pu_setFieldBitCount(ctx);
+    value->nchars = count;
+    value->data = chars;
+    return PER_OK;
+}
+
+int32_t pe_BMPString(PerContext* ctx, uint32_t nchars, const uint16_t* data,
+                     const PermittedCharacters16* from) {
+    PermittedAlphabet16 alphabet;
+    pu_init16BitAlphabet(&alphabet);
+    if (from != nullptr) {
+        PER_TRY(pu_set16BitAlphabet(ctx, &alphabet, from));
+    }
+    return pe_16BitConstrainedString(ctx, nchars, data, &alphabet);
+}
+
+int32_t pd_BMPString(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from) {
+    PermittedAlphabet16 alphabet;
+    pu_init16BitAlphabet(&alphabet);
+    if (from != nullptr) {
+        PER_TRY(pu_set16BitAlphabet(ctx, &alphabet, from));
+    }
+    return pd_16BitConstrainedString(ctx, value, &alphabet);
+}
+
+// The Sized entries hand the constraint over and call their primitive.
+#define PER_SIZED_STRING(Type)                                                                     \
+    int32_t pe_##Type##Sized(PerContext* ctx, const char* value, const char* from, uint32_t lower, \
+                             uint32_t upper) {                                                     \
+        const SizeConstraint range = {0, lower, upper, nullptr};                                   \
+        PER_TRY(pu_addSizeConstraint(ctx, &range));                                                \
+        return pe_##Type(ctx, value, from);                                                        \
+    }                                                                                              \
+    int32_t pd_##Type##Sized(PerContext* ctx, const char** value, const char* from,                \
+                             uint32_t lower, uint32_t upper) {                                     \
+        const SizeConstraint range = {0, lower, upper, nullptr};                                   \
+        PER_TRY(pu_addSizeConstraint(ctx, &range));                                                \
+        return pd_##Type(ctx, value, from);                                                        \
+    }
+PER_SIZED_STRING(NumericString)
+PER_SIZED_STRING(PrintableString)
+PER_SIZED_STRING(IA5String)
+PER_SIZED_STRING(GeneralString)
+#undef PER_SIZED_STRING
+
+int32_t pe_ConstrainedStringSized(PerContext* ctx, const char* value,
+                                  const PermittedAlphabet* alphabet, uint32_t lower,
+                                  uint32_t upper) {
+    const SizeConstraint range = {0, lower, upper, nullptr};
+    PER_TRY(pu_addSizeConstraint(ctx, &range));
+    return pe_ConstrainedString(ctx, value, alphabet);
+}
+
+int32_t pd_ConstrainedStringSized(PerContext* ctx, const char** value,
+                                  const PermittedAlphabet* alphabet, uint32_t lower,
+                                  uint32_t upper) {
+    const SizeConstraint range = {0, lower, upper, nullptr};
+    PER_TRY(pu_addSizeConstraint(ctx, &range));
+    return pd_ConstrainedString(ctx, value, alphabet);
+}
+
+int32_t pe_BMPStringSized(PerContext* ctx, uint32_t nchars, const uint16_t* data,
+                          const PermittedCharacters16* from, uint32_t lower, uint32_t upper) {
+    const SizeConstraint range = {0, lower, upper, nullptr};
+    PER_TRY(pu_addSizeConstraint(ctx, &range));
+    return pe_BMPString(ctx, nchars, data, from);
+}
+
+int32_t pd_BMPStringSized(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from,
+                          uint32_t lower, uint32_t upper) {
+    const SizeConstraint range = {0, lower, upper, nullptr};
+    PER_TRY(pu_addSizeConstraint(ctx, &range));
+    return pd_BMPString(ctx, value, from);
+}
+
+namespace {
+
+constexpr uint32_t OID_AREA = 300;
+constexpr uint32_t OID_ENCODED_LIMIT = 299;
+
+// Puts the base-128 form of a subidentifier before *start. False when the area is full.
+bool prependSubidentifier(const uint8_t* area, uint8_t** start, uint64_t value) {
+    uint8_t more = 0;
+    do {
+        if (*start - area <= static_cast<ptrdiff_t>(OID_AREA - OID_ENCODED_LIMIT)) {
+            return false;
+        }
+        *--*start = static_cast<uint8_t>((value & 0x7FU) | more);
+        more = 0x80;
+        value >>= 7;
+    } while (value != 0);
+    return true;
+}
+
+} // namespace
+
+int32_t pe_ObjectIdentifier(PerContext* ctx, const ObjectIdentifier* value) {
+    const uint32_t* arcs = value->arcs;
+    if (value->numarcs < 2 || value->numarcs > OBJECT_IDENTIFIER_MAX_ARCS || arcs[0] > 2 ||
+        (arcs[0] < 2 && arcs[1] > 39)) {
+        return fail(ctx, PER_BAD_OID);
+    }
+    uint8_t area[OID_AREA];
+    uint8_t* start = area + OID_AREA;
+    for (uint32_t i = value->numarcs; i-- > 1;) {
+        const uint64_t subidentifier = i > 1 ? arcs[i] : uint64_t{arcs[0]} * 40 + arcs[1];
+        if (!prependSubidentifier(area, &start, subidentifier)) {
+            return fail(ctx, PER_OVERFLOW);
+        }
+    }
+    const auto octets = static_cast<uint32_t>(area + OID_AREA - start);
+    PER_TRY(pe_Length(ctx, octets));
+    (void)pu_newField(ctx, "ObjectId");
+    PER_TRY(pe_bitData(ctx, start, octets * 8));
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
+int32_t pd_ObjectIdentifier(PerContext* ctx, ObjectIdentifier* value) {
+    value->numarcs = 0;
+    uint32_t octets = 0;
+    PER_TRY(pd_Length(ctx, &octets));
+    (void)pu_newField(ctx, "ObjectID");
+    if (!hasBits(ctx, uint64_t{octets} * 8)) {
+        return fail(ctx, PER_END_OF_DATA);
+    }
+    if (octets > OID_AREA) {
+        return fail(ctx, PER_DOES_NOT_FIT);
+    }
+    uint8_t area[OID_AREA];
+    PER_TRY(readOctets(ctx, area, sizeof area, octets * 8));
+    uint64_t subidentifier = 0;
+    bool isOpen = false;
+    for (uint32_t i = 0; i < octets; ++i) {
+        subidentifier = subidentifier << 7 | (area[i] & 0x7FU);
+        isOpen = (area[i] & 0x80) != 0;
+        if (isOpen) {
+            continue;
+        }
+        if (value->numarcs == 0) {
+            const uint32_t root =
+                subidentifier >= 80 ? 2 : static_cast<uint32_t>(subidentifier / 40);
+            value->arcs[value->numarcs++] = root;
+            subidentifier -= uint64_t{root} * 40;
+        }
+        if (value->numarcs == OBJECT_IDENTIFIER_MAX_ARCS) {
+            return fail(ctx, PER_BAD_OID);
+        }
+        value->arcs[value->numarcs++] = static_cast<uint32_t>(subidentifier);
+        subidentifier = 0;
+    }
+    if (isOpen) {
+        return fail(ctx, PER_END_OF_DATA);
+    }
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
+// ---- extensions ----------------------------------------------------------------------------
+
+namespace {
+
+PerBufferState bufferState(const PerContext* ctx) {
+    return {ctx->buffer,     ctx->byteIndex, ctx->size, ctx->bitOffset,
+            ctx->ownsBuffer, ctx->aligned,   ctx->flags};
+}
+
+void restoreState(PerContext* ctx, const PerBufferState& state) {
+    ctx->buffer = state.buffer;
+    ctx->byteIndex = state.byteIndex;
+    ctx->size = state.size;
+    ctx->bitOffset = state.bitOffset;
+    ctx->ownsBuffer = state.ownsBuffer;
+    ctx->aligned = state.aligned;
+    ctx->flags = state.flags;
+}
+
+// Reads an open type and points the context at its octets: where they stand, or, when fragments
+// or bit positions scatter them, in a copy.
+int32_t enterOpenType(PerContext* ctx, PerBufferState* parked) {
+    uint64_t start = 0;
+    uint32_t octets = 0;
+    uint8_t* data = nullptr;
+    if (viewOpenType(ctx, &start, &octets) != 0) [[likely]] {
+        data = ctx->buffer + start;
+    } else {
+        PER_TRY(pd_OpenType(ctx, &data, &octets));
+    }
+    *parked = bufferState(ctx);
+    ctx->buffer = data != nullptr ? data : ctx->buffer;
+    ctx->size = octets;
+    ctx->ownsBuffer = 0;
+    putCursorAtStart(ctx);
+    return PER_OK;
+}
+
+// The next up to 64 presence bits, the first one highest.
+uint64_t loadPresence(const PerAdditions* additions) {
+    const uint32_t wanted =
+        additions->count - additions->base < 64 ? additions->count - additions->base : 64;
+    const uint64_t position = additions->mapPosition + additions->base;
+    uint64_t bits = 0;
+    for (uint64_t octet = position / 8; octet <= (position + wanted - 1) / 8; ++octet) {
+        // The octet's first bit stands `lead` places behind the first bit that is wanted.
+        const auto lead = static_cast<int64_t>(octet * 8 - position);
+        const uint64_t value = uint64_t{additions->map[octet]} << 56;
+        bits |= lead < 0 ? value << -lead : value >> lead;
+    }
+    return wanted < 64 ? bits & ~(~uint64_t{0} >> wanted) : bits;
+}
+
+} // namespace
+
+int32_t pd_beginAdditions(PerContext* ctx, PerAdditions* additions) {
+    uint32_t announced = 0;
+    PER_TRY(pd_SmallNonNegWholeNumber(ctx, &announced));
+    const uint64_t count = uint64_t{announced} + 1;
+    const uint64_t position = pu_bitPosition(ctx);
+    // A last bit map octet that is cut is like a bit that cannot be read.
+    pu_setBitPosition(ctx, position + count);
+    if (announced == UINT32_MAX || position + count > bitSize(ctx)) {
+        return fail(ctx, PER_OVERFLOW);
+    }
+    additions->count = static_cast<uint32_t>(count);
+    additions->base = 0;
+    additions->open = 0;
+    additions->map = ctx->buffer;
+    additions->mapPosition = position;
+    additions->bits = loadPresence(additions);
+    return PER_OK;
+}
+
+int32_t pd_nextAddition(PerContext* ctx, PerAdditions* additions, uint32_t known) {
+    if (additions->open != 0) {
+        restoreState(ctx, additions->parked);
+        additions->open = 0;
+    }
+    while (true) {
+        while (additions->bits == 0) {
+            if (additions->count - additions->base <= 64) {
+                return 0;
+            }
+            additions->base += 64;
+            additions->bits = loadPresence(additions);
+        }
+        const auto lead = static_cast<uint32_t>(std::countl_zero(additions->bits));
+        additions->bits &= ~(uint64_t{1} << (63U - lead));
+        additions->index = additions->base + lead;
+        if (additions->index < known) {
+            PER_TRY(enterOpenType(ctx, &additions->parked));
+            additions->open = 1;
+            return 1;
+        }
+        PER_TRY(pd_skipOpenType(ctx));
+    }
+}
+
+int32_t pd_beginAlternative(PerContext* ctx, PerOpenType* open, uint32_t* index) {
+    PER_TRY(pd_SmallNonNegWholeNumber(ctx, index));
+    PER_TRY(pd_byteAlign(ctx));
+    return enterOpenType(ctx, &open->parked);
+}
+
+void pd_endOpenType(PerContext* ctx, const PerOpenType* open) {
+    restoreState(ctx, open->parked);
+}
+
+int32_t pe_beginAdditions(PerContext* ctx, uint32_t known, uint32_t map) {
+    PER_TRY(pe_SmallNonNegWholeNumber(ctx, known - 1));
+    return pe_bitRun(ctx, map, known);
+}
+
+int32_t pe_beginOpenType(PerContext* ctx, PerOpenType* open) {
+    PerOwnedBuffer* scratch = ctx->spare;
+    if (scratch != nullptr) {
+        ctx->spare = scratch->next;
+    } else {
+        scratch = takeBuffer(ctx->pool, PER_BUFFER_STEP);
+        if (scratch == nullptr) {
+            return fail(ctx, PER_NO_MEMORY);
+        }
+    }
+    open->parked = bufferState(ctx);
+    useOwned(ctx, scratch);
+    putCursorAtStart(ctx);
+    return PER_OK;
+}
+
+int32_t pe_endOpenType(PerContext* ctx, const PerOpenType* open, uint8_t alignFirst) {
+    PER_TRY(alignIfAligned(ctx));
+    uint32_t octets = 0;
+    const uint8_t* data = pe_getMsgPtr(ctx, &octets);
+    PerOwnedBuffer* scratch = unlinkOwned(ctx, data);
+    restoreState(ctx, open->parked);
+    int32_t status = alignFirst != 0 ? pe_byteAlign(ctx) : PER_OK;
+    if (status == PER_OK) {
+        status = pe_OpenType(ctx, octets, data);
+    }
+    if (scratch != nullptr) {
+        scratch->next = ctx->spare;
+        ctx->spare = scratch;
+    }
+    return status == PER_OK ? PER_OK : fail(ctx, status);
+}
+
+// What an OpenTypeValue cannot say: which bits of its octets are content, and what they were. The
+// octets of the copy follow.
+struct PerKeptContent {
+    const uint8_t* source; // data and numocts of the value that this belongs to
+    uint32_t numocts;
+    uint32_t startBit; // of the first octet, 0..7
+    uint64_t bitCount;
+    uint64_t headBits; // bits before the first alignment that the content contains
+};
+
+namespace {
+
+enum class ExtensionOf { Sequence, Choice };
+
+// Reads extension content without looking into its open types. *headBits as above.
+int32_t skipExtension(PerContext* ctx, ExtensionOf owner, uint64_t* headBits) {
+    const uint64_t start = pu_bitPosition(ctx);
+    const bool isSequence = owner == ExtensionOf::Sequence;
+    (void)pu_newField(ctx, isSequence ? "ext opt bits len" : "choice index");
+    uint32_t number = 0;
+    PER_TRY(pd_SmallNonNegWholeNumber(ctx, &number));
+    pu_setFieldBitCount(ctx);
+    uint64_t present = 1;
+    if (isSequence) {
+        (void)pu_newField(ctx, "ext opt bits");
+        present = 0;
+        for (uint64_t i = 0; i <= number; ++i) {
+            uint8_t bit = 0;
+            PER_TRY(pd_bit(ctx, &bit));
+            present += bit;
+        }
+        pu_setFieldBitCount(ctx);
+    }
+    *headBits = pu_bitPosition(ctx) - start;
+    if (ctx->aligned != 0 && number >= 64) {
+        *headBits = 1; // the number itself is aligned behind its first bit
+    }
+    for (; present > 0; --present) {
+        (void)pu_newField(ctx, isSequence ? "ext elements" : "choice element");
+        PER_TRY(pd_skipOpenType(ctx));
+        pu_setFieldBitCount(ctx);
+    }
+    return PER_OK;
+}
+
+int32_t keepExtension(PerContext* ctx, ExtensionOf owner, OpenTypeValue* value) {
+    *value = {};
+    const uint64_t start = pu_bitPosition(ctx);
+    uint64_t headBits = 0;
+    PER_TRY(skipExtension(ctx, owner, &headBits));
+    const uint64_t end = pu_bitPosition(ctx);
+    const uint8_t* data = ctx->buffer + start / 8;
+    const uint64_t octets = (end + 7) / 8 - start / 8;
+    if (octets > INT32_MAX - sizeof(PerKeptContent)) {
+        return fail(ctx, PER_NO_MEMORY);
+    }
+    auto* kept = static_cast<PerKeptContent*>(
+        rtHeapAlloc(&ctx->heap, static_cast<int32_t>(sizeof(PerKeptContent) + octets)));
+    if (kept == nullptr) {
+        return fail(ctx, PER_NO_MEMORY);
+    }
+    const auto count = static_cast<uint32_t>(octets);
+    *kept = {data, count, static_cast<uint32_t>(start % 8), end - start, headBits};
+    std::memcpy(kept + 1, data, count);
+    *value = {count, data, kept};
+    return PER_OK;
+}
+
+// Writes `count` bits that begin at bit `start` of `octets`.
+int32_t putBitsFrom(PerContext* ctx, const uint8_t* octets, uint64_t start, uint64_t count) {
+    octets += start / 8;
+    const auto skipped = static_cast<uint32_t>(start % 8);
+    if (skipped != 0 && count != 0) {
+        const uint64_t rest = 8 - skipped;
+        const auto taken = static_cast<uint32_t>(count < rest ? count : rest);
+        PER_TRY(pe_leadingBits(ctx, static_cast<uint8_t>(*octets << skipped), taken));
+        count -= taken;
+        ++octets;
+    }
+    while (count > 0) { // in runs that 32 bits can count
+        constexpr uint64_t RUN = uint64_t{1} << 31;
+        const auto taken = static_cast<uint32_t>(count < RUN ? count : RUN);
+        PER_TRY(pe_bitData(ctx, octets, taken));
+        octets += taken / 8;
+        count -= taken;
+    }
+    return PER_OK;
+}
+
+int32_t putKept(PerContext* ctx, const PerKeptContent* kept) {
+    const auto* octets = reinterpret_cast<const uint8_t*>(kept + 1);
+    const bool samePlace = pu_bitPosition(ctx) % 8 == kept->startBit;
+    if (samePlace || ctx->aligned == 0 || kept->headBits == kept->bitCount) {
+        return putBitsFrom(ctx, octets, kept->startBit, kept->bitCount);
+    }
+    const uint64_t tail = (kept->startBit + kept->headBits + 7) / 8 * 8;
+    PER_TRY(putBitsFrom(ctx, octets, kept->startBit, kept->headBits));
+    PER_TRY(pe_byteAlign(ctx));
+    return putBitsFrom(ctx, octets, tail, kept->startBit + kept->bitCount - tail);
+}
+
+} // namespace
+
+int32_t pd_OpenTypeExt(PerContext* ctx, OpenTypeValue* value) {
+    return keepExtension(ctx, ExtensionOf::Sequence, value);
+}
+
+int32_t pd_ChoiceOpenTypeExt(PerContext* ctx, OpenTypeValue* value) {
+    return keepExtension(ctx, ExtensionOf::Choice, value);
+}
+
+namespace {
+
+int32_t locateExtension(PerContext* ctx, ExtensionOf owner, const uint8_t** data,
+                        uint32_t* octets) {
+    const uint64_t start = pu_bitPosition(ctx);
+    uint64_t headBits = 0;
+    PER_TRY(skipExtension(ctx, owner, &headBits));
+    *data = ctx->buffer + start / 8;
+    *octets = static_cast<uint32_t>((pu_bitPosition(ctx) + 7) / 8 - start / 8);
+    return PER_OK;
+}
+
+} // namespace
+
+int32_t pd_OpenTypeExt(PerContext* ctx, const uint8_t** data, uint32_t* octets) {
+    return locateExtension(ctx, ExtensionOf::Sequence, data, octets);
+}
+
+int32_t pd_ChoiceOpenTypeExt(PerContext* ctx, const uint8_t** data, uint32_t* octets) {
+    return locateExtension(ctx, ExtensionOf::Choice, data, octets);
+}
+
+int32_t pe_OpenTypeExt(PerContext* ctx, const OpenTypeValue* value) {
+    const PerKeptContent* kept = value->kept;
+    // A record edited by hand no longer matches what was kept of it.
+    if (value->numocts == 0 || kept == nullptr || kept->source != value->data ||
+        kept->numocts != value->numocts) {
+        return pe_OpenTypeExt(ctx, value->numocts, value->data);
+    }
+    (void)pu_newField(ctx, "OpenTypeExt");
+    PER_TRY(putKept(ctx, kept));
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
+int32_t pe_OpenTypeExt(PerContext* ctx, uint32_t octets, const uint8_t* data) {
+    if (octets == 0) {
+        return PER_OK;
+    }
+    (void)pu_newField(ctx, "OpenTypeExt");
+    const uint64_t skipped = pu_bitPosition(ctx) % 8;
+    PER_TRY(putBitsFrom(ctx, data, skipped, uint64_t{octets} * 8 - skipped));
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
+// ---- diagnostics ---------------------------------------------------------------------------
+
+FieldRecord* pu_newField(PerContext* ctx, const char* label) {
+    if (!isTracking(ctx)) {
+        return nullptr;
+    }
+    const size_t length = std::strlen(label) + 1; // with the zero
+    auto* record = static_cast<FieldRecord*>(rtHeapAlloc(&ctx->heap, sizeof(FieldRecord)));
+    auto* name = static_cast<char*>(rtHeapAlloc(&ctx->heap, static_cast<int32_t>(length + 1)));
+    if (record == nullptr || name == nullptr) {
+        return nullptr;
+    }
+    auto* node = static_cast<FieldNode*>(rtAllocator.allocate(sizeof(FieldNode)));
+    if (node == nullptr) {
+        return nullptr;
+    }
+    name[0] = ' ';
+    std::memcpy(name + 1, label, length);
+    *record = {name, static_cast<uint32_t>(pu_bitPosition(ctx)), 0};
+    rtTrace("pu_newField: name ',27h,'%s',27h,', bitOffset %d, pField 0x%%", record->name,
+            static_cast<int>(record->bitOffset));
+    *node = {nullptr, record};
+    FieldList& list = ctx->fieldList;
+    if (list.last == nullptr) {
+        list.first = node;
+    } else {
+        list.last->next = node;
+    }
+    list.last = node;
+    ++list.count;
+    return record;
+}
+
+void pu_setFieldBitOffset(PerContext* ctx) {
+    if (!isTracking(ctx) || ctx->fieldList.last == nullptr) {
+        return;
+    }
+    FieldRecord* record = ctx->fieldList.last->record;
+    record->bitOffset = static_cast<uint32_t>(pu_bitPosition(ctx));
+    rtTrace("field '%s' bit offset set to %d\n", record->name, static_cast<int>(record->bitOffset));
+}
+
+void pu_setFieldBitCount(PerContext* ctx) {
+    if (!isTracking(ctx) || ctx->fieldList.last == nullptr) {
+        return;
+    }
+    FieldRecord* record = ctx->fieldList.last->record;
+    record->bitCount = static_cast<uint32_t>(pu_bitPosition(ctx) - record->bitOffset);
+    rtTrace("field '%s' bit count set to %d\n", record->name, static_cast<int>(record->bitCount));
+}
+
+void rtHexDump(const uint8_t* data, uint32_t octets) {
+    for (uint32_t i = 0; i < octets; ++i) {
+        (void)std::printf("0x%.2x ", static_cast<unsigned>(data[i]));
+        if (i % 16 == 15) {
+            (void)std::printf("\n");
+        }
+    }
+    (void)std::printf("\n");
+}
+
+void rtPrintBoolean(const char* name, uint8_t value) {
+    (void)std::printf("%s = %s\n", name, value != 0 ? "TRUE" : "FALSE");
+}
+
+void rtPrintInteger(const char* name, int32_t value) {
+    (void)std::printf("%s = %d\n", name, value);
+}
+
+void rtPrintUnsigned(const char* name, uint32_t value) {
+    (void)std::printf("%s = %u\n", name, value);
+}
+
+void rtPrintCharStr(const char* name, const char* value) {
+    (void)std::printf("%s = '%s'\n", name, value);
+}
+
+void rtPrintBitStr(const char* name, uint32_t bitCount, const uint8_t* data,
+                   const char* separator) {
+    (void)std::printf("%s%snumbits = %u\n", name, separator, bitCount);
+    (void)std::printf("%s%sdata = \n", name, separator);
+    rtHexDump(data, bitCount / 8 + (bitCount % 8 != 0 ? 1 : 0));
+}
+
+void rtPrintOctStr(const char* name, uint32_t octets, const uint8_t* data, const char* separator) {
+    (void)std::printf("%s%snumocts = %u\n", name, separator, octets);
+    (void)std::printf("%s%sdata = \n", name, separator);
+    rtHexDump(data, octets);
+}
+
+void rtPrint16BitCharStr(const char* name, const BMPStringValue* value, const char* separator) {
+    (void)std::printf("%s%snchars = %u\n", name, separator, value->nchars);
+    (void)std::printf("%s%sdata = \n", name, separator);
+    rtHexDump(reinterpret_cast<const uint8_t*>(value->data), 2 * value->nchars);
+}
+
+void rtPrintOID(const char* name, const ObjectIdentifier* value) {
+    (void)std::printf("%s = ", name);
+    (void)std::printf("{ \n");
+    for (uint32_t i = 0; i < value->numarcs && i < OBJECT_IDENTIFIER_MAX_ARCS; ++i) {
+        (void)std::printf("%d ", static_cast<int>(value->arcs[i]));
+    }
+    (void)std::printf("}\n");
 }

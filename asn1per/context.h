@@ -201,7 +201,12 @@ inline uint64_t pu_bitPosition(const PerContext* ctx) {
 
 // Puts the cursor at an absolute bit position; not checked against the size, since every primitive
 // checks before it reads or writes. A position of 2^35 or more is held at 2^35 - 8.
-void pu_setBitPosition(PerContext* ctx, uint64_t position);
+inline void pu_setBitPosition(PerContext* ctx, uint64_t position) {
+    constexpr uint64_t LAST = uint64_t{UINT32_MAX} * 8;
+    position = position < LAST ? position : LAST;
+    ctx->byteIndex = static_cast<uint32_t>(position >> 3);
+    ctx->bitOffset = static_cast<int16_t>(8U - (position & 7U));
+}
 
 // Hands a SIZE constraint to the next length determinant. A chain that is already pending stays in
 // force and the new one is only compared with it: PER_CONSTRAINT when null or when each of its

@@ -86,3 +86,5 @@ int32_t pd_BitStringSized(PerContext* ctx, uint32_t* count, uint8_t* data, uint3
                           uint32_t lower, uint32_t upper);
 int32_t pd_OctetStringSized(PerContext* ctx, uint32_t* count, uint8_t* data, uint32_t capacity,
                             uint32_t lower, uint32_t upper);
+
+#include "asn1per/decode_inline.h"

@@ -86,3 +86,5 @@ int32_t pe_BitStringSized(PerContext* ctx, uint32_t bitCount, const uint8_t* dat
                           uint32_t upper);
 int32_t pe_OctetStringSized(PerContext* ctx, uint32_t octets, const uint8_t* data, uint32_t lower,
                             uint32_t upper);
+
+#include "asn1per/encode_inline.h"

@@ -1,6 +1,8 @@
 // Known-multiplier character strings (X.691 27), BMPString and OBJECT IDENTIFIER (X.691 23).
 #pragma once
 
+#include <bit>
+
 #include "asn1per/context.h"
 
 // Effective alphabet of an 8-bit string type.
@@ -50,8 +52,51 @@ int32_t pe_ConstrainedString(PerContext* ctx, const char* value, const Permitted
 int32_t pd_ConstrainedString(PerContext* ctx, const char** value,
                              const PermittedAlphabet* alphabet);
 
-// Narrows an alphabet whose canonical set is filled in to the characters in `from`.
-void pu_setPermittedAlphabet(PermittedAlphabet* alphabet, const char* from);
+// Narrows an alphabet whose canonical set is filled in to the characters in `from`. A codec can do
+// so when it is compiled: `static constexpr PermittedAlphabet A = pu_ia5Alphabet("0123456789");`
+// and pe_ConstrainedString or pd_ConstrainedString with it.
+constexpr void pu_setPermittedAlphabet(PermittedAlphabet* alphabet, const char* from) {
+    bool permitted[256] = {};
+    for (; *from != 0; ++from) {
+        permitted[static_cast<uint8_t>(*from)] = true;
+    }
+    alphabet->count = 0;
+    for (uint32_t i = 0; i < alphabet->canonicalSize; ++i) {
+        if (permitted[alphabet->canonicalSet[i]]) {
+            alphabet->chars[alphabet->count++] = alphabet->canonicalSet[i];
+        }
+    }
+    alphabet->unalignedBits = alphabet->count == 0 ? 8 : pu_bitcount(alphabet->count);
+    alphabet->alignedBits = std::bit_ceil(alphabet->unalignedBits);
+}
+
+// Canonical set of IA5String as the codecs use it.
+struct PerIA5Set {
+    uint8_t codes[96];
+    constexpr PerIA5Set() : codes() {
+        for (uint32_t i = 0; i < 96; ++i) {
+            codes[i] = static_cast<uint8_t>(i);
+        }
+    }
+};
+inline constexpr PerIA5Set PER_IA5_SET = {};
+
+// Alphabet of an IA5String with this FROM constraint.
+constexpr PermittedAlphabet pu_ia5Alphabet(const char* from) {
+    PermittedAlphabet alphabet = {};
+    alphabet.canonicalSet = PER_IA5_SET.codes;
+    alphabet.canonicalSize = 96;
+    alphabet.canonicalBits = 7;
+    pu_setPermittedAlphabet(&alphabet, from);
+    return alphabet;
+}
+
+int32_t pe_ConstrainedStringSized(PerContext* ctx, const char* value,
+                                  const PermittedAlphabet* alphabet, uint32_t lower,
+                                  uint32_t upper);
+int32_t pd_ConstrainedStringSized(PerContext* ctx, const char** value,
+                                  const PermittedAlphabet* alphabet, uint32_t lower,
+                                  uint32_t upper);
 
 // BMPString: characters in host byte order, `from` null without a FROM constraint. Statuses as
 // above.
