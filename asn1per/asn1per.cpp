@@ -341,6 +341,12 @@ int32_t pu_addSizeConstraint(PerContext* ctx, const SizeConstraint* chain) {
     return fail(ctx, PER_CONSTRAINT);
 }
 
+// A range on the caller's stack must not stay pending when a primitive failed before its length.
+static int32_t dropRange(PerContext* ctx, int32_t status) {
+    ctx->sizeConstraint = nullptr;
+    return status;
+}
+
 // ---- source spans --------------------------------------------------------------------------
 
 namespace {
@@ -736,7 +742,7 @@ int32_t pe_Length(PerContext* ctx, uint32_t length) {
 int32_t pe_LengthSizedSlow(PerContext* ctx, uint32_t length, uint32_t lower, uint32_t upper) {
     const SizeConstraint range = {0, lower, upper, nullptr};
     PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return pe_Length(ctx, length);
+    return dropRange(ctx, pe_Length(ctx, length));
 }
 
 int32_t pe_ConsIntegerSlow(PerContext* ctx, int32_t value, int32_t lower, int32_t upper) {
@@ -866,7 +872,7 @@ int32_t pe_BitStringSized(PerContext* ctx, uint32_t bitCount, const uint8_t* dat
                           uint32_t upper) {
     const SizeConstraint range = {0, lower, upper, nullptr};
     PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return pe_BitString(ctx, bitCount, data);
+    return dropRange(ctx, pe_BitString(ctx, bitCount, data));
 }
 
 int32_t pe_OctetStringSized(PerContext* ctx, uint32_t octets, const uint8_t* data, uint32_t lower,
@@ -1149,7 +1155,7 @@ int32_t pd_Length(PerContext* ctx, uint32_t* length) {
 int32_t pd_LengthSizedSlow(PerContext* ctx, uint32_t* length, uint32_t lower, uint32_t upper) {
     const SizeConstraint range = {0, lower, upper, nullptr};
     PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return pd_Length(ctx, length);
+    return dropRange(ctx, pd_Length(ctx, length));
 }
 
 int32_t pd_totalLength(PerContext* ctx, uint32_t bitsPerItem) {
@@ -1375,14 +1381,14 @@ int32_t pd_BitStringSized(PerContext* ctx, uint32_t* count, uint8_t* data, uint3
                           uint32_t lower, uint32_t upper) {
     const SizeConstraint range = {0, lower, upper, nullptr};
     PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return pd_BitString(ctx, count, data, capacity);
+    return dropRange(ctx, pd_BitString(ctx, count, data, capacity));
 }
 
 int32_t pd_OctetStringSizedSlow(PerContext* ctx, uint32_t* count, uint8_t* data, uint32_t capacity,
                                 uint32_t lower, uint32_t upper) {
     const SizeConstraint range = {0, lower, upper, nullptr};
     PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return pd_OctetString(ctx, count, data, capacity);
+    return dropRange(ctx, pd_OctetString(ctx, count, data, capacity));
 }
 
 int32_t pd_alignedOctetsSlow(PerContext* ctx, uint8_t* data, uint32_t capacity, uint32_t octets) {
@@ -1689,7 +1695,7 @@ int32_t pe_ConstrainedStringSized(PerContext* ctx, const char* value,
                                   uint32_t upper) {
     const SizeConstraint range = {0, lower, upper, nullptr};
     PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return pe_ConstrainedString(ctx, value, alphabet);
+    return dropRange(ctx, pe_ConstrainedString(ctx, value, alphabet));
 }
 
 int32_t pd_ConstrainedStringSized(PerContext* ctx, const char** value,
@@ -1697,21 +1703,21 @@ int32_t pd_ConstrainedStringSized(PerContext* ctx, const char** value,
                                   uint32_t upper) {
     const SizeConstraint range = {0, lower, upper, nullptr};
     PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return pd_ConstrainedString(ctx, value, alphabet);
+    return dropRange(ctx, pd_ConstrainedString(ctx, value, alphabet));
 }
 
 int32_t pe_BMPStringSized(PerContext* ctx, uint32_t nchars, const uint16_t* data,
                           const PermittedCharacters16* from, uint32_t lower, uint32_t upper) {
     const SizeConstraint range = {0, lower, upper, nullptr};
     PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return pe_BMPString(ctx, nchars, data, from);
+    return dropRange(ctx, pe_BMPString(ctx, nchars, data, from));
 }
 
 int32_t pd_BMPStringSized(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from,
                           uint32_t lower, uint32_t upper) {
     const SizeConstraint range = {0, lower, upper, nullptr};
     PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return pd_BMPString(ctx, value, from);
+    return dropRange(ctx, pd_BMPString(ctx, value, from));
 }
 
 namespace {
