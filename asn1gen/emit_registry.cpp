@@ -69,7 +69,7 @@ public:
 
 private:
     std::string tableName(const Type& type) {
-        return type.name.empty() ? simple(type) : "describe" + type.name;
+        return type.name.empty() ? simple(type) : fmt::format("describe{}", type.name);
     }
 
     void declare() {
@@ -136,7 +136,7 @@ private:
         const std::string memberTable =
             members == 0 ? "nullptr" : fmt::format("members{}", type.name);
         const std::string element = definition.kind == Kind::List
-                                        ? "&" + tableName(*definition.element)
+                                        ? fmt::format("&{}", tableName(*definition.element))
                                         : std::string("nullptr");
         tables.line(fmt::format("    {}, {}, {},", memberTable, members, element));
         if (!type.hasFunctions) {

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+/// A PER encoding found in framed bytes, and the type that its place says it has.
+struct FramedMessage {
+    std::string type;
+    std::span<const uint8_t> encoding; ///< within the bytes given
+};
+
+/// The messages in bytes of a TCP stream, TPKT by TPKT (RFC 1006): the contents of the User-user
+/// element of a Q.931 message, or else an H.245 message. A Q.931 message without User-user element
+/// is left out. Throws std::runtime_error that names the offset at which a header or element is
+/// wrong or reaches beyond its frame.
+std::vector<FramedMessage> messagesInTpkts(std::span<const uint8_t> stream);
+
+} // namespace cli

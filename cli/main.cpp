@@ -1,0 +1,21 @@
+#include <exception>
+#include <iostream>
+
+#include "cli/commands.h"
+
+int main(int argc, char** argv) {
+    CLI::App app("Looks into H.323 signalling and translates its addresses.", "h323nat");
+    app.require_subcommand(1);
+    int exitStatus = 0;
+    cli::addDecodeCommand(app, exitStatus);
+    cli::addVerifyCommand(app, exitStatus);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : cli::exitUnusable;
+    } catch (const std::exception& error) {
+        std::cerr << "h323nat: " << error.what() << '\n';
+        return cli::exitUnusable;
+    }
+    return exitStatus;
+}

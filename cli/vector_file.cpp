@@ -1,0 +1,36 @@
+#include "cli/vector_file.h"
+
+#include <sstream>
+#include <stdexcept>
+
+#include "cli/hex.h"
+
+namespace cli {
+
+std::optional<VectorLine> VectorReader::next() {
+    std::string text;
+    while (std::getline(stream, text)) {
+        ++number;
+        std::istringstream fields(text);
+        VectorLine line;
+        line.number = number;
+        if (!(fields >> line.type) || line.type[0] == '#') {
+            continue;
+        }
+        std::string octets;
+        std::string excess;
+        if (!(fields >> octets)) {
+            throw std::runtime_error("expected TYPE HEX, found only \"" + line.type + "\"");
+        }
+        line.encoding = fromHex(octets);
+        fields >> line.third;
+        if (fields >> excess) {
+            throw std::runtime_error("expected at most three fields, found \"" + excess +
+                                     "\" behind them");
+        }
+        return line;
+    }
+    return std::nullopt;
+}
+
+} // namespace cli
