@@ -10,66 +10,76 @@
 #include "nat/connection_pools.h"
 #include "nat/inbound_state.h"
 
-// For the packets that some rule may match; kept out of the short path.
+// For the packets that some rule may match. Out of line, and the hooks' last step, so that the
+// short path needs no stack. All answer what the hooks answer.
 #define RARE_PATH __attribute__((noinline, cold))
 
-RARE_PATH static void receiveSegment(HostContext* hostContext, PacketDescriptor& descriptor) {
-    const PacketView packet{descriptor.ipHeader, descriptor.transportHeader,
-                            descriptor.transportLength};
-    TcpSegment segment;
-    if (readTcp(packet, segment) && applyReceivingRules(hostContext, segment)) {
+static void mark(PacketDescriptor& descriptor, bool changed) {
+    if (changed) {
         descriptor.flags |= PACKET_CHANGED;
     }
 }
 
-RARE_PATH static void sendSegment(HostContext* hostContext, PacketDescriptor& descriptor) {
-    const PacketView packet{descriptor.moduleIpHeader, descriptor.transportHeader,
-                            descriptor.transportLength};
+RARE_PATH static uint32_t receiveSegment(HostContext* hostContext, PacketDescriptor& descriptor) {
     TcpSegment segment;
-    if (readTcp(packet, segment) && applySendingRules(hostContext, segment)) {
-        descriptor.flags |= PACKET_CHANGED;
+    if (readTcp({descriptor.ipHeader, descriptor.transportHeader, descriptor.transportLength},
+                segment)) {
+        mark(descriptor, applyReceivingRules(hostContext, segment));
     }
+    return 0;
 }
 
-RARE_PATH static void sendDatagram(HostContext* hostContext, PacketDescriptor& descriptor) {
-    const PacketView packet{descriptor.moduleIpHeader, descriptor.transportHeader,
-                            descriptor.transportLength};
+RARE_PATH static uint32_t sendSegment(HostContext* hostContext, PacketDescriptor& descriptor) {
+    TcpSegment segment;
+    if (readTcp({descriptor.moduleIpHeader, descriptor.transportHeader, descriptor.transportLength},
+                segment)) {
+        mark(descriptor, applySendingRules(hostContext, segment));
+    }
+    return 0;
+}
+
+RARE_PATH static uint32_t sendDatagram(HostContext* hostContext, PacketDescriptor& descriptor) {
     UdpDatagram datagram;
-    if (readUdp(packet, datagram) && applyRasRule(hostContext, datagram)) {
-        descriptor.flags |= PACKET_CHANGED;
+    if (readUdp({descriptor.moduleIpHeader, descriptor.transportHeader, descriptor.transportLength},
+                datagram)) {
+        mark(descriptor, applyRasRule(hostContext, datagram));
     }
+    return 0;
 }
 
-// The conditions below may be joined with `|`: reading on costs less than a branch.
+// Both may say yes to a packet that no rule takes, never no to one that a rule takes.
 
 static bool mayMatchReceiving(Ports ports) {
-    return (ports.source == callSignallingPort) | (ports.source == t120Port) |
-           (ports.destination == callSignallingPort);
+    // One comparison for both source ports; few others lie between them.
+    static_assert(t120Port < callSignallingPort);
+    return static_cast<uint16_t>(ports.source - t120Port) <= callSignallingPort - t120Port ||
+           ports.destination == callSignallingPort;
 }
 
 static bool mayMatchSending(const uint8_t* ip, Ports ports) {
-    const uint32_t destination = ipDestination(ip);
-    return (ports.destination == callSignallingPort) |
-           (ipSource(ip) == inboundMappingState.publishedAddress) |
-           hasEndpoint(controlChannelPool.remoteEndpoints, {destination, ports.destination});
+    return ports.destination == callSignallingPort ||
+           (ipSource(ip) == inboundMappingState.publishedAddress &&
+            ipDestination(ip) == inboundMappingState.remoteAddress) ||
+           hasEndpoint(controlChannelPool.remoteEndpoints, {ipDestination(ip), ports.destination});
 }
 
 uint32_t TarvexPacketOnReceiving(HostContext* hostContext, PacketDescriptor* descriptor) {
     uint8_t* ip = descriptor->ipHeader;
     const uint32_t headerLength = ipHeaderLength(ip);
-    const uint32_t totalLength = ipTotalLength(ip);
+    // Negative when the two lengths contradict each other; the descriptor gets its low 16 bits.
+    const auto transportLength = static_cast<int32_t>(ipTotalLength(ip) - headerLength);
     uint8_t* transport = ip + headerLength;
-    const auto transportLength = static_cast<uint16_t>(totalLength - headerLength);
     descriptor->moduleIpHeader = ip;
     descriptor->ipHeaderLength = static_cast<uint16_t>(headerLength);
     descriptor->transportHeader = transport;
-    descriptor->transportLength = transportLength;
-    descriptor->transportLengthCopy1 = transportLength;
-    descriptor->transportLengthCopy2 = transportLength;
+    descriptor->transportLength = static_cast<uint16_t>(transportLength);
+    descriptor->transportLengthCopy1 = static_cast<uint16_t>(transportLength);
+    descriptor->transportLengthCopy2 = static_cast<uint16_t>(transportLength);
 
-    if (ipProtocol(ip) == protocolTcp && totalLength >= headerLength + shortestTcpHeader &&
+    if (ipProtocol(ip) == protocolTcp &&
+        transportLength >= static_cast<int32_t>(shortestTcpHeader) &&
         mayMatchReceiving(readField<Ports>(transport))) {
-        receiveSegment(hostContext, *descriptor);
+        return receiveSegment(hostContext, *descriptor);
     }
     return 0;
 }
@@ -80,12 +90,12 @@ uint32_t TarvexPacketOnSending(HostContext* hostContext, PacketDescriptor* descr
         return 0;
     }
     const auto ports = readField<Ports>(descriptor->transportHeader);
-    if (ipProtocol(ip) == protocolTcp) {
-        if (mayMatchSending(ip, ports)) {
-            sendSegment(hostContext, *descriptor);
-        }
-    } else if (ipProtocol(ip) == protocolUdp && ports.source == rasPort) {
-        sendDatagram(hostContext, *descriptor);
+    const uint8_t protocol = ipProtocol(ip);
+    if (protocol == protocolTcp && mayMatchSending(ip, ports)) {
+        return sendSegment(hostContext, *descriptor);
+    }
+    if (protocol == protocolUdp && ports.source == rasPort) {
+        return sendDatagram(hostContext, *descriptor);
     }
     return 0;
 }

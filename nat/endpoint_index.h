@@ -10,7 +10,7 @@
 
 #include "nat/flow_key.h"
 
-// At least four slots for each key keep the walk behind a slot short.
+// Four slots and more for each key keep the walk behind a slot short. A power of two.
 inline constexpr size_t endpointIndexSlots = 256;
 
 // Open addressing: a key stands in its slot or in the next free one. An empty slot is 0.
@@ -23,29 +23,27 @@ inline uint64_t packEndpoint(const EndpointKey& key) {
     return uint64_t{1} << 48 | uint64_t{key.address} << 16 | key.port;
 }
 
-// The slot where the search for a key begins: the upper bits of a product, which depend on every
-// bit of the key.
-inline size_t firstSlot(uint64_t packed) {
-    return static_cast<size_t>(packed * 0x9E3779B97F4A7C15u >> 56);
+// Where the search for a key begins. Somebody who chooses his addresses can make keys meet in one
+// slot; the walk is then as long as there are keys, through adjacent memory.
+inline size_t firstSlot(const EndpointKey& key) {
+    const uint32_t mixed = (key.address * 0x9E3779B1u >> 16) ^ key.port;
+    return mixed % endpointIndexSlots;
 }
-static_assert(endpointIndexSlots == size_t{1} << 8, "firstSlot keeps 8 bits");
 
 // Adds a key, also one that is there already. The caller keeps the number of keys below the number
 // of slots.
 inline void addEndpoint(EndpointIndex& index, const EndpointKey& key) {
-    const uint64_t packed = packEndpoint(key);
-    size_t slot = firstSlot(packed);
+    size_t slot = firstSlot(key);
     while (index.slots[slot] != 0) {
         slot = (slot + 1) % endpointIndexSlots;
     }
-    index.slots[slot] = packed;
+    index.slots[slot] = packEndpoint(key);
 }
 
 inline bool hasEndpoint(const EndpointIndex& index, const EndpointKey& key) {
-    const uint64_t packed = packEndpoint(key);
-    for (size_t slot = firstSlot(packed); index.slots[slot] != 0;
+    for (size_t slot = firstSlot(key); index.slots[slot] != 0;
          slot = (slot + 1) % endpointIndexSlots) {
-        if (index.slots[slot] == packed) {
+        if (index.slots[slot] == packEndpoint(key)) {
             return true;
         }
     }
