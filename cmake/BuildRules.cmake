@@ -17,12 +17,17 @@ set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 
+# Set by the toolchain files: packages of the build machine do not fit the target.
+option(H323NAT_FOREIGN "Build for another system than the build machine's" OFF)
+
 option(H323NAT_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 
 add_library(h323nat_rules INTERFACE)
 target_include_directories(h323nat_rules INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(h323nat_rules INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Werror)
+  -Wall -Wextra -Wpedantic -Wconversion -Werror
+  # GCC 12 sees overlapping copies in plain string concatenation when it optimises (its bug 105651).
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-restrict>)
 if(H323NAT_SANITIZE)
   target_compile_options(h323nat_rules INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)

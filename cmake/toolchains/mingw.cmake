@@ -1,6 +1,7 @@
 # Windows, by Debian's mingw-w64 compilers with the POSIX thread model (the one whose standard
 # library has <mutex>, which GoogleTest needs). The including file sets H323NAT_MINGW_TARGET.
 set(CMAKE_SYSTEM_NAME Windows)
+set(H323NAT_FOREIGN ON)
 set(CMAKE_C_COMPILER ${H323NAT_MINGW_TARGET}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${H323NAT_MINGW_TARGET}-g++-posix)
 set(CMAKE_RC_COMPILER ${H323NAT_MINGW_TARGET}-windres)

@@ -1,0 +1,7 @@
+include(HeaderOnly)
+h323nat_header_only(fmt fmt::fmt fmt)
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(fmt REQUIRED_VARS fmt_HEADERS)
+if(fmt_FOUND)
+  set_property(TARGET fmt::fmt PROPERTY INTERFACE_COMPILE_DEFINITIONS FMT_HEADER_ONLY=1)
+endif()

@@ -1,0 +1,4 @@
+include(HeaderOnly)
+h323nat_header_only(nlohmann_json nlohmann_json::nlohmann_json nlohmann)
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(nlohmann_json REQUIRED_VARS nlohmann_json_HEADERS)
