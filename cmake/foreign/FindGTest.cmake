@@ -7,6 +7,7 @@ if(EXISTS "${H323NAT_GOOGLETEST_SOURCE}/CMakeLists.txt")
   set(BUILD_GMOCK OFF)
   add_subdirectory("${H323NAT_GOOGLETEST_SOURCE}" "${PROJECT_BINARY_DIR}/googletest"
     EXCLUDE_FROM_ALL)
+  target_compile_options(gtest PRIVATE -w)
 endif()
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(GTest

@@ -26,7 +26,9 @@ inline Octets ipv4(gateway::Protocol protocol, const gateway::Endpoint& from,
                    const gateway::Endpoint& to, Octets transport) {
     put16(transport, 0, from.port);
     put16(transport, 2, to.port);
-    Octets packet(20, 0);
+    Octets packet;
+    packet.reserve(20 + transport.size());
+    packet.resize(20);
     packet[0] = 0x45;
     put16(packet, 2, static_cast<unsigned>(20 + transport.size()));
     put16(packet, 4, 0x1234);
