@@ -266,6 +266,24 @@ H323NAT_API uint32_t H323NAT_CALL TarvexPacketOnReceiving(HostContext* hostConte
 H323NAT_API uint32_t H323NAT_CALL TarvexPacketOnSending(HostContext* hostContext,
                                                         PacketDescriptor* descriptor);
 
+/* How a changed message goes back into its packet; see H323SetRewriteMode. */
+#define H323NAT_REWRITE_ENCODED UINT32_C(0)
+#define H323NAT_REWRITE_LOSSLESS UINT32_C(1)
+
+/*
+ * Chooses how changed messages are written. State: any, between packets; holds for the process.
+ *
+ *   H323NAT_REWRITE_ENCODED   the whole message is encoded again over its octets. Extension
+ *                             additions of newer protocol versions are lost. The default.
+ *   H323NAT_REWRITE_LOSSLESS  only the octets of the changed addresses and ports are written, and
+ *                             messages of newer versions decode as far as the rules need them
+ *
+ * What is changed, and what the host is asked for, is the same in both.
+ *
+ * Result: the mode in force. Any other value changes nothing.
+ */
+H323NAT_API uint32_t H323NAT_CALL H323SetRewriteMode(uint32_t mode);
+
 #ifdef __cplusplus
 }
 #endif

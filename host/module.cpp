@@ -4,6 +4,7 @@
 #include "nat/connection_pools.h"
 #include "nat/host_callbacks.h"
 #include "nat/inbound_state.h"
+#include "nat/rewrite_mode.h"
 
 static bool buildPools() {
     return buildPool(callSignalPool) == 0 && buildPool(controlChannelPool) == 0;
@@ -26,4 +27,8 @@ uint32_t H323IsGatewayDLL(void) {
 uint32_t TarvexActivateInboundMapping(uint32_t publishedAddress) {
     ActivateInboundMapping(publishedAddress);
     return 0;
+}
+
+uint32_t H323SetRewriteMode(uint32_t mode) {
+    return setRewriteMode(mode);
 }
