@@ -248,7 +248,9 @@ private:
     /// refer to it.
     Type* define(const TypeSyntax& syntax, const Scope& scope, const Site& site,
                  Type** slot = nullptr) {
-        checkConstraints(syntax);
+        if (syntax.kind != SyntaxKind::Reference) {
+            checkConstraints(syntax);
+        }
         Type* type = nullptr;
         switch (syntax.kind) {
         case SyntaxKind::Reference:

@@ -15,8 +15,8 @@ struct FramedMessage {
 
 /// The messages in bytes of a TCP stream, TPKT by TPKT (RFC 1006): the contents of the User-user
 /// element of a Q.931 message, or else an H.245 message. A Q.931 message without User-user element
-/// is left out. Throws std::runtime_error that names the offset at which a header or element is
-/// wrong or reaches beyond its frame.
+/// is left out. Throws std::runtime_error that names the offset of a header that is wrong, or of a
+/// frame whose User-user element reaches beyond it.
 std::vector<FramedMessage> messagesInTpkts(std::span<const uint8_t> stream);
 
 } // namespace cli

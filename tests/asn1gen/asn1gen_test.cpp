@@ -1,0 +1,178 @@
+// The generator: what it refuses and how it says so, names and layout of types that the H.323
+// modules do not have, and that its output does not depend on anything but its input.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "asn1gen/emitter.h"
+#include "asn1gen/layout.h"
+#include "asn1gen/parser.h"
+#include "asn1gen/resolver.h"
+
+namespace asn1gen {
+namespace {
+
+Model modelOf(const std::string& text) {
+    const auto syntax = parseModules(text, "test.asn");
+    std::map<std::string, ModuleOptions> options;
+    for (const ModuleSyntax& module : syntax) {
+        options[module.name] = {"X", true, module.name};
+    }
+    Model model = resolve(syntax, options);
+    layOut(model);
+    return model;
+}
+
+std::string moduleOf(const std::string& body) {
+    return "M DEFINITIONS AUTOMATIC TAGS ::=\nBEGIN\n" + body + "\nEND\n";
+}
+
+std::vector<std::string> namesIn(const std::string& body, bool withFunctions = true) {
+    std::vector<std::string> names;
+    const Model model = modelOf(moduleOf(body));
+    for (const Type* type : model.modules.back()->types) {
+        if (type->hasFunctions == withFunctions) {
+            names.push_back(type->name);
+        }
+    }
+    return names;
+}
+
+std::string errorOf(const std::string& text) {
+    try {
+        modelOf(text);
+    } catch (const SourceError& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+struct Refusal {
+    const char* body; // begins in line 3 of the module
+    const char* error;
+};
+
+constexpr Refusal refusals[] = {
+    {"A ::= ENUMERATED { a, b }", "test.asn:3: error: ENUMERATED is not supported"},
+    {"A ::= SEQUENCE {\n  a INTEGER DEFAULT 1\n}", "test.asn:4: error: DEFAULT is not supported"},
+    {"A ::= SET { a NULL }", "test.asn:3: error: SET is not supported (SET OF is)"},
+    {"A ::= [1] INTEGER", "test.asn:3: error: an explicit tag is not supported"},
+    {"A ::= SEQUENCE { a NULL, ..., b NULL, ... }",
+     "test.asn:3: error: a second extension marker is not supported"},
+    {"A ::= SEQUENCE { ..., [[ a NULL ]] }",
+     "test.asn:3: error: an extension addition group is not supported"},
+    {"A ::= SEQUENCE { a B }",
+     "test.asn:3: error: the type B is not defined in module M and not imported"},
+    {"A ::= INTEGER (1..)", "test.asn:3: error: expected a value, found \")\""},
+    {"A ::= INTEGER (5..1)", "test.asn:3: error: the upper bound is below the lower bound"},
+    {"A ::= INTEGER (0..MAX)", "test.asn:3: error: MAX is not supported as a bound"},
+    {"A ::= INTEGER (0..4294967296)", "test.asn:3: error: the range needs more than 32 bits"},
+    {"A ::= INTEGER (1|3)", "test.asn:3: error: a union of constraints is not supported"},
+    {"A ::= OCTET STRING (SIZE (1..4, ...))",
+     "test.asn:3: error: an extensible SIZE constraint is not supported"},
+    {"A ::= B (1..2)\nB ::= INTEGER",
+     "test.asn:3: error: a constraint on the reference to B is not supported"},
+    {"A ::= SEQUENCE { a NULL", "test.asn:4: error: expected \"}\", found \"END\""},
+    {"A ::= SEQUENCE { a NULL, a NULL }", "test.asn:3: error: a is defined twice"},
+    {"A ::= NULL\nA ::= NULL", "test.asn:4: error: A is defined twice"},
+    {"a INTEGER ::= 3", "test.asn:3: error: the value assignment of \"a\" is not supported"},
+    {"A ::= SEQUENCE { a A OPTIONAL }",
+     "test.asn:3: error: XA contains itself other than through a list or CHOICE"},
+    {"A {P} ::= SEQUENCE { p P }\nB ::= A", "test.asn:4: error: A takes 1 parameter(s), not 0"},
+    {"A ::= \"text\"", "test.asn:3: error: expected a type, found the string \"text\""},
+    {"A ::= #", "test.asn:3: error: unexpected character '#'"},
+    {"/* open", "test.asn:3: error: the comment that begins here has no end"},
+};
+
+TEST(Refusals, NameFileLineAndWhatWasExpected) {
+    for (const Refusal& refusal : refusals) {
+        const std::string error = errorOf(moduleOf(refusal.body));
+        EXPECT_EQ(error.substr(0, std::string(refusal.error).size()), refusal.error)
+            << refusal.body << "\ngave " << error;
+    }
+    EXPECT_EQ(errorOf("M DEFINITIONS ::= BEGIN END"),
+              "test.asn:1: error: expected \"AUTOMATIC TAGS\" (other tagging is not supported), "
+              "found \"::=\"");
+}
+
+TEST(Imports, MustExistAndNotGoInCircles) {
+    const std::string head = "DEFINITIONS AUTOMATIC TAGS ::=\nBEGIN IMPORTS ";
+    EXPECT_EQ(errorOf("M " + head + "T FROM N; END"),
+              "test.asn:2: error: module N is not among the files given");
+    EXPECT_EQ(errorOf("M " + head + "T FROM N;\nA ::= T END N DEFINITIONS AUTOMATIC TAGS ::= BEGIN "
+                                    "U ::= BOOLEAN END"),
+              "test.asn:2: error: module N does not define T");
+    EXPECT_EQ(errorOf("M " + head + "T FROM N;\nA ::= T END\nN " + head + "A FROM M; T ::= A END"),
+              "test.asn:5: error: module M imports from itself in a circle");
+}
+
+TEST(Names, FollowThePositionOfATypeAndItsElement) {
+    EXPECT_EQ(namesIn("A ::= SEQUENCE {\n"
+                      "  first-one SEQUENCE (SIZE (1..2)) OF INTEGER (1..5),\n"
+                      "  two SET OF CHOICE { x NULL, y OCTET STRING (SIZE (2)) },\n"
+                      "  three SEQUENCE OF INTEGER (0..3),\n"
+                      "  four SEQUENCE OF OCTET STRING,\n"
+                      "  five SEQUENCE OF B,\n"
+                      "  six SEQUENCE OF B\n"
+                      "}\n"
+                      "B ::= BOOLEAN"),
+              (std::vector<std::string>{
+                  "XA_first_one", "XA_two_element_y", "XA_two_element", "X_SetOfXA_two_element",
+                  "XA_three_element", "X_SeqOfXA_three_element", "XA_four", "XB", "X_SeqOfXB",
+                  "XA"}));
+}
+
+TEST(Names, ParametersThatOnlyConstrainShareOneInstance) {
+    EXPECT_EQ(namesIn("Sealed {P} ::= SEQUENCE { data OCTET STRING } (CONSTRAINED BY { P })\n"
+                      "Signed {P} ::= SEQUENCE { inner P }\n"
+                      "A ::= SEQUENCE { a Sealed {B}, b Sealed {C}, c Signed {B}, d Signed {C} }\n"
+                      "B ::= BOOLEAN\n"
+                      "C ::= INTEGER"),
+              (std::vector<std::string>{"XSealed", "XB", "XA_c", "XC", "XA_d", "XA"}));
+}
+
+TEST(Recursion, IsFoundAndItsListCodedByTheParent) {
+    const std::string tree = "Tree ::= CHOICE { leaf NULL, nodes SEQUENCE (SIZE (1..4)) OF Tree }";
+    EXPECT_EQ(namesIn(tree), (std::vector<std::string>{"XTree"}));
+    EXPECT_EQ(namesIn(tree, false), (std::vector<std::string>{"XTree_nodes"}));
+    const Model model = modelOf(moduleOf(tree));
+    EXPECT_TRUE(model.modules.back()->types.back()->recursive);
+}
+
+TEST(Layout, LeastBitsOfATypeAreALowerBound) {
+    const Model model = modelOf(moduleOf("A ::= SEQUENCE {\n"
+                                         "  a BOOLEAN OPTIONAL, b INTEGER (0..7),\n"
+                                         "  c OCTET STRING (SIZE (2..3)), d NULL,\n"
+                                         "  e CHOICE { x BOOLEAN, y NULL, z INTEGER },\n"
+                                         "  f SEQUENCE (SIZE (2..3)) OF BOOLEAN, ...\n"
+                                         "}"));
+    // Marker 1, presence 1, b 3, c 1 + 16, e 2 + 0, f 1 + 2.
+    EXPECT_EQ(minimalBits(*model.modules.back()->types.back()), 27);
+}
+
+TEST(Layout, RefusesMorePresenceBitsThanAWordHolds) {
+    std::string fields;
+    for (int i = 0; i < 32; ++i) {
+        fields += (i == 0 ? "a" : ", a") + std::to_string(i) + " BOOLEAN OPTIONAL";
+    }
+    EXPECT_NE(errorOf(moduleOf("A ::= SEQUENCE { " + fields + " }")).find("32 presence bits"),
+              std::string::npos);
+}
+
+TEST(Output, DependsOnTheInputAlone) {
+    const std::string text =
+        moduleOf("A ::= SEQUENCE { default BOOLEAN, extension INTEGER (-5..5), ... }");
+    const auto emit = [&] {
+        const Model model = modelOf(text);
+        return emitHeader(*model.modules[0], {""}) + emitSource(*model.modules[0], {""}) +
+               emitRegistry(model, {""});
+    };
+    EXPECT_EQ(emit(), emit());
+    EXPECT_NE(emit().find("uint8_t default_;"), std::string::npos);
+    EXPECT_NE(emit().find("int32_t extension_;"), std::string::npos);
+}
+
+} // namespace
+} // namespace asn1gen
