@@ -441,8 +441,9 @@ int32_t pe_expandBuffer(PerContext* ctx, uint32_t octets) {
         return fail(ctx, PER_OVERFLOW);
     }
     PerOwnedBuffer* old = unlinkOwned(ctx, ctx->buffer);
-    const uint64_t wanted =
-        uint64_t{ctx->size} + (octets > PER_BUFFER_STEP ? octets : PER_BUFFER_STEP);
+    // Whole steps, so that a large request leaves a step for what follows it.
+    const uint64_t steps = (uint64_t{octets} + PER_BUFFER_STEP - 1) / PER_BUFFER_STEP;
+    const uint64_t wanted = uint64_t{ctx->size} + (steps == 0 ? 1 : steps) * PER_BUFFER_STEP;
     if (old == nullptr || wanted > PER_BUFFER_LIMIT) {
         if (old != nullptr) {
             giveBufferBack(old);

@@ -14,6 +14,7 @@ public:
     explicit FailingAllocator(size_t succeeding = never) : before(rtAllocator) {
         remaining = succeeding;
         live = 0;
+        granted = 0;
         rtAllocator = {allocate, release};
     }
     ~FailingAllocator() { rtAllocator = before; }
@@ -22,6 +23,7 @@ public:
 
     void succeedFor(size_t count) { remaining = count; }
     size_t liveBlocks() const { return live; }
+    size_t served() const { return granted; }
 
 private:
     static void* allocate(size_t octets) {
@@ -30,6 +32,7 @@ private:
         }
         --remaining;
         ++live;
+        ++granted;
         return std::malloc(octets);
     }
     static void release(void* memory) {
@@ -39,5 +42,6 @@ private:
 
     static inline size_t remaining = never;
     static inline size_t live = 0;
+    static inline size_t granted = 0;
     PerAllocator before;
 };

@@ -1,0 +1,154 @@
+// Extension additions and alternatives as generated functions drive them.
+#include <gtest/gtest.h>
+
+#include "tests/asn1per/support.h"
+
+namespace {
+
+// Decodes additions 0 .. known - 1, each an INTEGER (0..255); the others are skipped.
+int32_t readAdditions(PerContext* ctx, uint32_t known,
+                      std::vector<std::pair<uint32_t, uint32_t>>* read) {
+    PerAdditions additions;
+    int32_t status = pd_beginAdditions(ctx, &additions);
+    if (status != 0) {
+        return status;
+    }
+    while ((status = pd_nextAddition(ctx, &additions, known)) > 0) {
+        uint32_t value = 0;
+        status = pd_ConsUnsigned(ctx, &value, 0, 255);
+        if (status != 0) {
+            return status;
+        }
+        read->push_back({additions.index, value});
+    }
+    return status;
+}
+
+TEST(Additions, KnownOnesAreDecodedOthersSkipped) {
+    for (const uint8_t aligned : VARIANTS) {
+        Writer out(aligned);
+        const uint8_t longer[3] = {7, 8, 9}; // an open type longer than its content
+        ASSERT_EQ(pe_bits(&out, 1, 3), 0);
+        ASSERT_EQ(pe_beginAdditions(&out, 6, 0x2D), 0); // 0, 2, 3 and 5
+        for (const uint32_t octets : {1U, 3U, 200U, 2U}) {
+            const Octets content(octets, static_cast<uint8_t>(octets));
+            ASSERT_EQ(pe_OpenType(&out, octets, octets == 3 ? longer : content.data()), 0);
+        }
+        ASSERT_EQ(pe_bits(&out, 0x5A, 8), 0);
+        Reader in(out.octets(), aligned);
+        std::vector<std::pair<uint32_t, uint32_t>> read;
+        uint32_t behind = 0;
+        ASSERT_EQ(pd_bits(&in, &behind, 3), 0);
+        ASSERT_EQ(readAdditions(&in, 3, &read), 0);
+        const std::vector<std::pair<uint32_t, uint32_t>> expected = {{0, 1}, {2, 7}};
+        EXPECT_EQ(read, expected);
+        ASSERT_EQ(pd_bits(&in, &behind, 8), 0);
+        EXPECT_EQ(behind, 0x5AU);
+    }
+}
+
+TEST(Additions, WideBitmapsAndTheirTruncations) {
+    // 150 additions, the first, one in the middle and the last present.
+    Writer out;
+    ASSERT_EQ(pe_bit(&out, 0), 0);
+    ASSERT_EQ(pe_SmallNonNegWholeNumber(&out, 149), 0);
+    for (int i = 0; i < 150; ++i) {
+        ASSERT_EQ(pe_bit(&out, i == 0 || i == 77 || i == 149 ? 1 : 0), 0);
+    }
+    for (const auto value : {uint8_t{11}, uint8_t{22}, uint8_t{33}}) {
+        ASSERT_EQ(pe_OpenType(&out, 1, &value), 0);
+    }
+    const Octets whole = out.octets();
+    for (size_t kept = 1; kept <= whole.size(); ++kept) {
+        Reader in(Octets(whole.begin(), whole.begin() + static_cast<long>(kept)));
+        ASSERT_EQ(pd_bit(&in, nullptr), 0);
+        std::vector<std::pair<uint32_t, uint32_t>> read;
+        const int32_t status = readAdditions(&in, 100, &read);
+        if (kept == whole.size()) {
+            ASSERT_EQ(status, 0);
+            const std::vector<std::pair<uint32_t, uint32_t>> expected = {{0, 11}, {77, 22}};
+            EXPECT_EQ(read, expected);
+            EXPECT_EQ(pu_bitPosition(&in), whole.size() * 8);
+        } else {
+            EXPECT_TRUE(status == PER_OVERFLOW || status == PER_END_OF_DATA) << status;
+        }
+    }
+    PerAdditions additions;
+    EXPECT_EQ(pd_beginAdditions(Reader("8004ffffffff").self(), &additions), PER_OVERFLOW);
+    EXPECT_EQ(pd_beginAdditions(Reader("8004fffffffe").self(), &additions), PER_OVERFLOW);
+}
+
+TEST(Additions, AnEmptyOpenTypeIsAnEmptyBuffer) {
+    Reader in(
+        "01 0001 aa"); // one addition, present, of 0 octets; behind it octets that are not its
+    PerAdditions additions;
+    ASSERT_EQ(pd_beginAdditions(&in, &additions), 0);
+    ASSERT_EQ(pd_nextAddition(&in, &additions, 1), 1);
+    EXPECT_EQ(in.size, 0U);
+    uint32_t value = 0;
+    EXPECT_EQ(pd_ConsUnsigned(&in, &value, 0, 1), PER_END_OF_DATA);
+    uint8_t bit = 0;
+    EXPECT_EQ(pd_bit(&in, &bit), PER_OVERFLOW);
+    ASSERT_EQ(pd_nextAddition(&in, &additions, 1), 0);
+    EXPECT_EQ(pu_bitPosition(&in), 16U);
+}
+
+TEST(Alternative, EncodedAndDecoded) {
+    for (const uint8_t aligned : VARIANTS) {
+        Writer out(aligned);
+        PerOpenType outer;
+        PerOpenType inner;
+        ASSERT_EQ(pe_bit(&out, 1), 0);
+        ASSERT_EQ(pe_SmallNonNegWholeNumber(&out, 2), 0);
+        ASSERT_EQ(pe_beginOpenType(&out, &outer), 0);
+        ASSERT_EQ(pe_bits(&out, 0x15, 5), 0);
+        ASSERT_EQ(pe_beginOpenType(&out, &inner), 0); // pairs nest
+        ASSERT_EQ(pe_bits(&out, 0x33, 8), 0);
+        ASSERT_EQ(pe_endOpenType(&out, &inner, 0), 0);
+        ASSERT_EQ(pe_endOpenType(&out, &outer, 1), 0);
+        if (aligned != 0) {
+            EXPECT_EQ(out.hex(), "8203a80133");
+        }
+        Reader in(out.octets(), aligned);
+        PerOpenType open;
+        uint32_t index = 0;
+        uint32_t value = 0;
+        uint8_t* data = nullptr;
+        ASSERT_EQ(pd_bit(&in, nullptr), 0);
+        ASSERT_EQ(pd_beginAlternative(&in, &open, &index), 0);
+        EXPECT_EQ(index, 2U);
+        ASSERT_EQ(pd_bits(&in, &value, 5), 0);
+        EXPECT_EQ(value, 0x15U);
+        ASSERT_EQ(pd_OpenType(&in, &data, &value), 0);
+        EXPECT_EQ(data[0], 0x33);
+        pd_endOpenType(&in, &open);
+        EXPECT_EQ(pu_bitPosition(&in), pu_bitPosition(&out));
+    }
+}
+
+TEST(OpenTypes, AnAdditionThatDoesNotFitFailsAsAWhole) {
+    Octets room(6);
+    Writer out(&room, 1);
+    PerOpenType open;
+    ASSERT_EQ(pe_beginOpenType(&out, &open), 0);
+    for (int i = 0; i < 6; ++i) {
+        ASSERT_EQ(pe_bits(&out, 0xAB, 8), 0);
+    }
+    EXPECT_EQ(pe_endOpenType(&out, &open, 0), PER_OVERFLOW);
+    EXPECT_EQ(toHex(room.data(), 6), "060000000000"); // the length, and nothing of the contents
+}
+
+TEST(Depth, IsLimited) {
+    PerContext ctx = {};
+    for (uint32_t i = 0; i < PER_MAX_DEPTH; ++i) {
+        ASSERT_EQ(pd_enter(&ctx), 0);
+    }
+    EXPECT_EQ(pd_enter(&ctx), PER_TOO_DEEP);
+    const uint8_t message[1] = {0};
+    ASSERT_EQ(pu_initContext(&ctx, message, 1, 1), 0); // starts again
+    EXPECT_EQ(pe_enter(&ctx), 0);
+    pe_leave(&ctx);
+    pu_freeContext(&ctx);
+}
+
+} // namespace
