@@ -1,6 +1,7 @@
 #!/bin/sh
 # Runs a Windows program of the build under Wine, without display, desktop entries or messages of
 # Wine's own: scripts/wine.sh PROGRAM.exe [ARGUMENT...]
+# scripts/wine.sh --runs-32-bit tells by its status whether Wine here has its 32-bit part.
 #
 # Wine keeps its drive in build/wine. The first start makes it, which takes some seconds; programs
 # that start at the same time wait for that.
@@ -27,10 +28,18 @@ if [ ! -e "$WINEPREFIX/ready" ]; then
     ) 9>"$WINEPREFIX.lock"
 fi
 
+runs_32_bit() {
+    [ -e "$WINEPREFIX/drive_c/windows/syswow64/ntdll.dll" ]
+}
+
+if [ "$1" = --runs-32-bit ]; then
+    runs_32_bit
+    exit
+fi
 # Wine without its 32-bit part ends a 32-bit program at once, with status 0. Say so instead.
 header=$(od -An -tu4 -j60 -N4 "$1")
 machine=$(od -An -tx2 -j$((header + 4)) -N2 "$1")
-if [ "$machine" = " 014c" ] && [ ! -e "$WINEPREFIX/drive_c/windows/syswow64/ntdll.dll" ]; then
+if [ "$machine" = " 014c" ] && ! runs_32_bit; then
     echo "scripts/wine.sh: $1 is a 32-bit program; Wine here runs 64-bit ones only" >&2
     exit 126
 fi

@@ -2,9 +2,14 @@
  * argument, starts it, passes packets and checks what comes back. */
 #define _POSIX_C_SOURCE 200809L
 
-#include <dlfcn.h>
 #include <stdio.h>
 #include <string.h>
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
 
 #include "host/h323nat.h"
 
@@ -88,9 +93,22 @@ static void fillSegment(uint8_t* ip, uint16_t sourcePort) {
 
 typedef uint32_t(H323NAT_CALL* Hook)(HostContext*, PacketDescriptor*);
 
-/* dlsym gives an object pointer; ISO C knows no cast from it to a function pointer. */
+/* Null when the module cannot be loaded. */
+static void* loadModule(const char* path) {
+#if defined(_WIN32)
+    return LoadLibraryA(path);
+#else
+    return dlopen(path, RTLD_NOW | RTLD_LOCAL);
+#endif
+}
+
+/* ISO C knows no cast from an object pointer, such as dlsym gives, to a function pointer. */
 static void find(void* module, const char* name, void* function) {
-    void* symbol = dlsym(module, name);
+#if defined(_WIN32)
+    const FARPROC symbol = GetProcAddress(module, name);
+#else
+    void* const symbol = dlsym(module, name);
+#endif
     if (symbol == NULL) {
         fprintf(stderr, "%s is not exported\n", name);
         ++failures;
@@ -110,9 +128,9 @@ int main(int argumentCount, char** arguments) {
     PacketDescriptor before;
     uint8_t memory[41];
     uint8_t* packet = memory + 1; /* no alignment */
-    void* module = argumentCount == 2 ? dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL) : NULL;
+    void* module = argumentCount == 2 ? loadModule(arguments[1]) : NULL;
     if (module == NULL) {
-        fprintf(stderr, "usage: c_host MODULE; %s\n", argumentCount == 2 ? dlerror() : "no module");
+        fputs("usage: c_host MODULE, a module that can be loaded\n", stderr);
         return 2;
     }
     find(module, "H323IsGatewayDLL", &isGateway);

@@ -1,9 +1,9 @@
 #include "tests/support/capture.h"
 
-#include <memory>
+#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
-
-#include <pcap/pcap.h>
 
 #include "tests/support/memory_host.h"
 
@@ -11,6 +11,8 @@ namespace test_support {
 
 namespace {
 
+constexpr size_t fileHeader = 24;
+constexpr size_t frameHeader = 16;
 constexpr size_t ethernetHeader = 14;
 constexpr uint16_t rasPort = 1719;
 constexpr uint8_t protocolTcp = 6;
@@ -23,7 +25,8 @@ uint32_t read32(const uint8_t* octets) {
     return static_cast<uint32_t>(read16(octets)) << 16 | read16(octets + 2);
 }
 
-/// False for media. The captures are the project's own: whole frames, IPv4, TCP and UDP only.
+/// False for media. The captures are the project's own: pcap files of little-endian machines, whole
+/// frames, IPv4, TCP and UDP only. So they need no library, which other systems might lack.
 bool readFrame(const uint8_t* frame, CapturedPacket& packet) {
     const uint8_t* ip = frame + ethernetHeader;
     const uint8_t* transport = ip + (ip[0] & 15) * 4;
@@ -49,21 +52,26 @@ bool readFrame(const uint8_t* frame, CapturedPacket& packet) {
 
 std::vector<CapturedPacket> readCapture(const std::string& name) {
     const std::string path = std::string(H323NAT_SAMPLES) + "/" + name + ".pcap";
-    char error[PCAP_ERRBUF_SIZE] = {};
-    const std::unique_ptr<pcap_t, decltype(&pcap_close)> file(
-        pcap_open_offline(path.c_str(), error), &pcap_close);
-    if (file == nullptr) {
-        throw std::runtime_error(error);
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<char> octets(std::istreambuf_iterator<char>(file), {});
+    if (octets.size() < fileHeader) {
+        throw std::runtime_error(path + " cannot be read");
     }
     std::vector<CapturedPacket> packets;
-    pcap_pkthdr* header = nullptr;
-    const uint8_t* frame = nullptr;
-    for (size_t number = 0; pcap_next_ex(file.get(), &header, &frame) == 1; ++number) {
+    size_t at = fileHeader;
+    for (size_t number = 0; at + frameHeader <= octets.size(); ++number) {
+        uint32_t length = 0;
+        std::memcpy(&length, &octets[at + 8], sizeof length);
+        at += frameHeader;
+        if (length > octets.size() - at) {
+            throw std::runtime_error(path + " ends inside a frame");
+        }
         CapturedPacket packet;
         packet.frame = number;
-        if (readFrame(frame, packet)) {
+        if (readFrame(reinterpret_cast<const uint8_t*>(octets.data()) + at, packet)) {
             packets.push_back(std::move(packet));
         }
+        at += length;
     }
     return packets;
 }

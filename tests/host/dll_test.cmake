@@ -1,0 +1,30 @@
+# A Windows module: DLL exports the names of LIST undecorated and no others, needs no DLL but the
+# system's own, and turns off the notices about threads.
+execute_process(COMMAND "${OBJDUMP}" -p "${DLL}"
+  OUTPUT_VARIABLE dump COMMAND_ERROR_IS_FATAL ANY)
+
+file(STRINGS "${LIST}" expected REGEX "^[A-Za-z]")
+list(TRANSFORM expected REPLACE " .*" "")
+list(SORT expected)
+string(REGEX REPLACE ".*\\[Ordinal/Name Pointer\\] Table[^\n]*\n" "" table "${dump}")
+string(REGEX MATCHALL "\t\\[ *[0-9]+\\][^\n]*" exported "${table}")
+list(TRANSFORM exported REPLACE ".* " "")
+list(SORT exported)
+if(NOT exported STREQUAL expected)
+  message(FATAL_ERROR "exported: ${exported}\nexpected: ${expected}")
+endif()
+
+string(REGEX MATCHALL "DLL Name: [^\n]+" imported "${dump}")
+list(TRANSFORM imported REPLACE "DLL Name: " "")
+if(NOT imported)
+  message(FATAL_ERROR "no import found in:\n${dump}")
+endif()
+foreach(name IN LISTS imported)
+  string(TOLOWER "${name}" name)
+  if(NOT name MATCHES "^(kernel32|msvcrt)\\.dll$")
+    message(FATAL_ERROR "needs ${name}; all imports: ${imported}")
+  endif()
+endforeach()
+if(NOT dump MATCHES "DisableThreadLibraryCalls")
+  message(FATAL_ERROR "DllMain does not call DisableThreadLibraryCalls")
+endif()
