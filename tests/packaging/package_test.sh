@@ -1,0 +1,67 @@
+#!/bin/sh
+# Installs a Debian package in a throw-away root, uses it there as a host author would, and removes
+# it again: tests/packaging/package_test.sh PACKAGE.deb
+#
+# The root is an overlay over this machine's own: nothing here changes, and the package's
+# dependencies are those of the build. Only root may mount one; for others the package is unpacked
+# and a host program built against what it holds.
+set -eu
+
+package=$(realpath "$1")
+sample=$(realpath "$(dirname "$0")/../../samples/minimal_host")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# What a user finds below $1: the module, what host programs are built with, the tool.
+check_content() {
+    for file in lib/libh323nat.so.0 lib/libh323nat.so include/h323nat/host/h323nat.h \
+        lib/cmake/h323nat/h323nat-config.cmake lib/cmake/h323nat/h323nat-config-version.cmake \
+        bin/h323nat; do
+        [ -e "$1/usr/$file" ] || { echo "the package has no /usr/$file" >&2; exit 1; }
+    done
+}
+
+# Runs $1, a command prefix, to build the sample against the package below $2, and to run it.
+build_host() {
+    $1 cmake -S "$sample" -B "$work/build" -Dh323nat_DIR="$2/usr/lib/cmake/h323nat" >/dev/null
+    $1 cmake --build "$work/build" >/dev/null
+    $1 "$work/build/minimal_host"
+    $1 rm -r "$work/build"
+}
+
+install_and_remove() {
+    root="$work/root"
+    mount -t tmpfs tmpfs "$work"
+    mkdir "$work/changes" "$work/scratch" "$root"
+    mount -t overlay overlay -o "lowerdir=/,upperdir=$work/changes,workdir=$work/scratch" "$root"
+    mount --rbind /dev "$root/dev"
+    mount -t proc proc "$root/proc"
+    mkdir -p "$root$work"
+    cp "$package" "$root$work/package.deb"
+
+    chroot "$root" dpkg --install "$work/package.deb"
+    check_content "$root"
+    build_host "chroot $root" ""
+    chroot "$root" h323nat --help >/dev/null
+    chroot "$root" dpkg --purge h323nat
+
+    # Nothing stays but the package manager's own records.
+    left=$(cd "$work/changes" && find . ! -type d |
+        grep -Ev '^\./(var/(lib/dpkg|log|cache/ldconfig)/|etc/ld\.so\.cache|tmp/)' || true)
+    if [ -n "$left" ]; then
+        echo "left behind: $left" >&2
+        exit 1
+    fi
+}
+
+if [ "${2-}" = in-own-mounts ]; then
+    install_and_remove
+    echo "$(basename "$package"): installs, serves a host program, and leaves nothing behind"
+elif [ "$(id -u)" -eq 0 ] && unshare --mount true 2>/dev/null; then
+    unshare --mount --propagation private "$0" "$package" in-own-mounts
+else
+    dpkg-deb --extract "$package" "$work/root"
+    check_content "$work/root"
+    build_host "" "$work/root"
+    echo "$(basename "$package"): serves a host program; not installed, that needs root"
+fi
