@@ -12,6 +12,7 @@
 #include "H.323/registry.h"
 #include "cli/commands.h"
 #include "cli/hex.h"
+#include "cli/lossless_check.h"
 #include "cli/status_text.h"
 #include "cli/vector_file.h"
 
@@ -21,6 +22,7 @@ namespace {
 struct VerifyOptions {
     std::vector<std::string> files;
     std::optional<int32_t> expectedStatus;
+    bool lossless = false;
 };
 
 struct Tally {
@@ -34,9 +36,8 @@ std::string octetAt(const std::vector<uint8_t>& octets, size_t at) {
 
 std::string difference(const std::vector<uint8_t>& expected, const std::vector<uint8_t>& found) {
     const size_t shorter = std::min(expected.size(), found.size());
-    const auto ends = std::mismatch(expected.begin(),
-                                    expected.begin() + static_cast<std::ptrdiff_t>(shorter),
-                                    found.begin());
+    const auto ends = std::mismatch(
+        expected.begin(), expected.begin() + static_cast<std::ptrdiff_t>(shorter), found.begin());
     const auto at = static_cast<size_t>(ends.first - expected.begin());
     return "encodes to " + std::to_string(found.size()) + " octets of " +
            std::to_string(expected.size()) + ", first difference at octet " + std::to_string(at) +
@@ -45,6 +46,9 @@ std::string difference(const std::vector<uint8_t>& expected, const std::vector<u
 
 /// Why the line fails; empty when it passes.
 std::string faultOf(const VectorLine& line, const VerifyOptions& options) {
+    if (options.lossless) {
+        return losslessFaultOf(line);
+    }
     const TypeDescription* type = findType(line.type);
     if (type == nullptr) {
         return "no type has this name";
@@ -66,8 +70,7 @@ std::string faultOf(const VectorLine& line, const VerifyOptions& options) {
     if (encoded != PER_OK) {
         return "encoding gives " + statusText(encoded);
     }
-    const std::vector<uint8_t> expected =
-        line.third.empty() ? line.encoding : fromHex(line.third);
+    const std::vector<uint8_t> expected = line.third.empty() ? line.encoding : fromHex(line.third);
     return encoding == expected ? "" : difference(expected, encoding);
 }
 
@@ -117,13 +120,21 @@ int run(const VerifyOptions& options) {
 
 void addVerifyCommand(CLI::App& app, int& exitStatus) {
     auto* command = app.add_subcommand(
-        "verify", "Decode and encode again every line TYPE HEX of files and compare. A third field "
-                  "is the encoding to expect where it is not the input; lines that begin with # are "
-                  "comments");
+        "verify",
+        "Decode and encode again every line TYPE HEX of files and compare. A third field "
+        "is the encoding to expect where it is not the input; lines that begin with # are "
+        "comments");
     const auto options = std::make_shared<VerifyOptions>();
     command->add_option("files", options->files, "Files of lines; - is standard input")->required();
     command->add_option("--expect-status", options->expectedStatus,
                         "Every line must fail to decode with this status");
+    command
+        ->add_flag("--lossless", options->lossless,
+                   "Instead decode every line as lossless rewriting does, set its addresses, and "
+                   "check that nothing else changes. The third field lists addresses and their "
+                   "places, FIELD=OFFSET:LENGTH,...; without it all are set that the module's "
+                   "rules may set")
+        ->excludes("--expect-status");
     command->callback([options, &exitStatus] { exitStatus = run(*options); });
 }
 

@@ -20,8 +20,8 @@ static void translateForward(HostContext* hostContext, MessageEdit& element,
 // The reverse channel: media to the caller.
 static void translateReverse(HostContext* hostContext, MessageEdit& element,
                              H245OpenLogicalChannel& channel, MediaMapping& mapping) {
-    MediaPairFields pair;
-    if (!findReverseMedia(channel, pair)) {
+    const MediaPairFields pair = reverseMediaOf(channel);
+    if (!pair.hasMedia) {
         return;
     }
     openMediaMapping(hostContext, readEndpoint(pair.media), UNKNOWN_REMOTE_ADDRESS, mapping);

@@ -20,8 +20,8 @@ RuleOutcome write(MessageEdit& edit) {
 // The channel on which the published host will receive.
 RuleOutcome translateAcknowledgedMedia(MessageEdit& edit, HostContext* hostContext,
                                        H245OpenLogicalChannelAck& acknowledgement) {
-    MediaPairFields pair;
-    if (!findAcknowledgedMedia(acknowledgement, pair)) {
+    const MediaPairFields pair = acknowledgedMediaOf(acknowledgement);
+    if (!pair.hasMedia) {
         return RuleOutcome::unchanged;
     }
     const InboundMappingState& call = inboundMappingState;

@@ -31,7 +31,7 @@ openLogicalChannelAckOf(const H245MultimediaSystemControlMessage& message) {
     return message.value.response->value.openLogicalChannelAck;
 }
 
-bool findForwardControl(H245OpenLogicalChannel& channel, EndpointField& control) {
+bool findForwardControl(const H245OpenLogicalChannel& channel, EndpointField& control) {
     const auto& multiplex = channel.forwardLogicalChannelParameters.multiplexParameters;
     if (multiplex.alternative != forwardOverRtp) {
         return false;
@@ -41,43 +41,40 @@ bool findForwardControl(H245OpenLogicalChannel& channel, EndpointField& control)
            findEndpoint(media.mediaControlChannel, control);
 }
 
-bool findReverseMedia(H245OpenLogicalChannel& channel, MediaPairFields& pair) {
-    if ((channel.presence & H245OpenLogicalChannel_reverseLogicalChannelParametersPresent) == 0) {
-        return false;
-    }
+MediaPairFields reverseMediaOf(const H245OpenLogicalChannel& channel) {
+    MediaPairFields pair = {};
     const auto& reverse = channel.reverseLogicalChannelParameters;
-    if ((reverse.presence & reverseMultiplexPresent) == 0 ||
+    if ((channel.presence & H245OpenLogicalChannel_reverseLogicalChannelParametersPresent) == 0 ||
+        (reverse.presence & reverseMultiplexPresent) == 0 ||
         reverse.multiplexParameters.alternative != reverseOverRtp) {
-        return false;
+        return pair;
     }
     const H245H2250LogicalChannelParameters& media =
         *reverse.multiplexParameters.value.h2250LogicalChannelParameters;
-    if ((media.presence & H245H2250LogicalChannelParameters_mediaChannelPresent) == 0 ||
-        !findEndpoint(media.mediaChannel, pair.media)) {
-        return false;
-    }
+    pair.hasMedia = (media.presence & H245H2250LogicalChannelParameters_mediaChannelPresent) != 0 &&
+                    findEndpoint(media.mediaChannel, pair.media);
     pair.hasControl =
         (media.presence & H245H2250LogicalChannelParameters_mediaControlChannelPresent) != 0 &&
         findEndpoint(media.mediaControlChannel, pair.control);
-    return true;
+    return pair;
 }
 
-bool findAcknowledgedMedia(H245OpenLogicalChannelAck& acknowledgement, MediaPairFields& pair) {
+MediaPairFields acknowledgedMediaOf(const H245OpenLogicalChannelAck& acknowledgement) {
+    MediaPairFields pair = {};
     if ((acknowledgement.presence &
          H245OpenLogicalChannelAck_forwardMultiplexAckParametersPresent) == 0 ||
         acknowledgement.forwardMultiplexAckParameters.alternative != acknowledgedOverRtp) {
-        return false;
+        return pair;
     }
     const H245H2250LogicalChannelAckParameters& media =
         *acknowledgement.forwardMultiplexAckParameters.value.h2250LogicalChannelAckParameters;
-    if ((media.presence & H245H2250LogicalChannelAckParameters_mediaChannelPresent) == 0 ||
-        !findEndpoint(media.mediaChannel, pair.media)) {
-        return false;
-    }
+    pair.hasMedia =
+        (media.presence & H245H2250LogicalChannelAckParameters_mediaChannelPresent) != 0 &&
+        findEndpoint(media.mediaChannel, pair.media);
     pair.hasControl =
         (media.presence & H245H2250LogicalChannelAckParameters_mediaControlChannelPresent) != 0 &&
         findEndpoint(media.mediaControlChannel, pair.control);
-    return true;
+    return pair;
 }
 
 static bool findStackAddress(const H245NetworkAccessParameters& stack, EndpointField& field) {
@@ -86,12 +83,12 @@ static bool findStackAddress(const H245NetworkAccessParameters& stack, EndpointF
            findEndpoint(*stack.networkAddress.value.localAreaAddress, field);
 }
 
-bool findSeparateStack(H245OpenLogicalChannel& channel, EndpointField& stack) {
+bool findSeparateStack(const H245OpenLogicalChannel& channel, EndpointField& stack) {
     return (channel.presence & H245OpenLogicalChannel_separateStackPresent) != 0 &&
            findStackAddress(channel.separateStack, stack);
 }
 
-bool findSeparateStack(H245OpenLogicalChannelAck& acknowledgement, EndpointField& stack) {
+bool findSeparateStack(const H245OpenLogicalChannelAck& acknowledgement, EndpointField& stack) {
     return (acknowledgement.presence & H245OpenLogicalChannelAck_separateStackPresent) != 0 &&
            findStackAddress(acknowledgement.separateStack, stack);
 }

@@ -1,17 +1,19 @@
 // The addresses of H.245 logical channels: where an OpenLogicalChannel and its acknowledgement name
 // the RTP and RTCP endpoints of a channel and the address of a separate (T.120) stack.
 //
-// Each function gives false, and leaves its result alone, when the message lacks the field, carries
-// the channel over something else than RTP (h2250), or names no IPv4 unicast address there.
+// An address is found when the message has the field, carries the channel over RTP (h2250), and
+// names an IPv4 unicast address there. A find function that finds none gives false and leaves its
+// result alone.
 #pragma once
 
 #include "H.323/MULTIMEDIA-SYSTEM-CONTROL.h"
 #include "nat/transport_address.h"
 
-// The addresses of one media stream.
+// The addresses of one media stream, each on its own.
 struct MediaPairFields {
-    EndpointField media;   // RTP
+    EndpointField media;   // RTP; valid when hasMedia is set
     EndpointField control; // RTCP; valid when hasControl is set
+    bool hasMedia;
     bool hasControl;
 };
 
@@ -21,14 +23,12 @@ H245OpenLogicalChannelAck*
 openLogicalChannelAckOf(const H245MultimediaSystemControlMessage& message);
 
 // RTCP address of the forward channel.
-bool findForwardControl(H245OpenLogicalChannel& channel, EndpointField& control);
+bool findForwardControl(const H245OpenLogicalChannel& channel, EndpointField& control);
 
-// RTP address of the reverse channel, with its RTCP address if that is there.
-bool findReverseMedia(H245OpenLogicalChannel& channel, MediaPairFields& pair);
-
-// RTP address of the acknowledged channel, with its RTCP address if that is there.
-bool findAcknowledgedMedia(H245OpenLogicalChannelAck& acknowledgement, MediaPairFields& pair);
+// Addresses of the reverse channel, and of the channel that is acknowledged.
+MediaPairFields reverseMediaOf(const H245OpenLogicalChannel& channel);
+MediaPairFields acknowledgedMediaOf(const H245OpenLogicalChannelAck& acknowledgement);
 
 // Address of the separate stack.
-bool findSeparateStack(H245OpenLogicalChannel& channel, EndpointField& stack);
-bool findSeparateStack(H245OpenLogicalChannelAck& acknowledgement, EndpointField& stack);
+bool findSeparateStack(const H245OpenLogicalChannel& channel, EndpointField& stack);
+bool findSeparateStack(const H245OpenLogicalChannelAck& acknowledgement, EndpointField& stack);

@@ -10,7 +10,7 @@
 // record type that the pair was made for.
 struct MessageCodec {
     int32_t (*decode)(PerContext* context, void* record);
-    int32_t (*encode)(PerContext* context, void* record);
+    int32_t (*encode)(PerContext* context, const void* record);
 };
 
 template <typename Record, auto Decode, auto Encode>
@@ -18,8 +18,8 @@ inline constexpr MessageCodec recordCodec = {
     [](PerContext* context, void* record) -> int32_t {
         return Decode(context, static_cast<Record*>(record));
     },
-    [](PerContext* context, void* record) -> int32_t {
-        return Encode(context, static_cast<Record*>(record));
+    [](PerContext* context, const void* record) -> int32_t {
+        return Encode(context, static_cast<const Record*>(record));
     },
 };
 

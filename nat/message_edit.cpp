@@ -20,8 +20,8 @@ static int32_t openContext(PerContext& context, uint8_t* octets, size_t count) {
     return status;
 }
 
-static int32_t encodeInto(const MessageCodec& codec, void* record, uint8_t* octets, size_t capacity,
-                          size_t& length) {
+static int32_t encodeInto(const MessageCodec& codec, const void* record, uint8_t* octets,
+                          size_t capacity, size_t& length) {
     PerContext encoder;
     int32_t status = openContext(encoder, octets, capacity);
     if (status == PER_OK) {

@@ -8,8 +8,8 @@
 // party, whose media address is not known here; its H.245 address stands for it.
 static bool translateAcknowledgement(MessageEdit& edit, ControlChannelConnection& record,
                                      H245OpenLogicalChannelAck& acknowledgement) {
-    MediaPairFields pair;
-    if (!findAcknowledgedMedia(acknowledgement, pair)) {
+    const MediaPairFields pair = acknowledgedMediaOf(acknowledgement);
+    if (!pair.hasMedia) {
         return false;
     }
     MediaMapping mapping = {};
