@@ -9,6 +9,7 @@ namespace cli {
 
 void addDecodeCommand(CLI::App& app, int& exitStatus);
 void addVerifyCommand(CLI::App& app, int& exitStatus);
+void addReplayCommand(CLI::App& app, int& exitStatus);
 
 constexpr int exitFaults = 1;
 constexpr int exitUnusable = 2;

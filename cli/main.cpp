@@ -9,6 +9,9 @@ int main(int argc, char** argv) {
     int exitStatus = 0;
     cli::addDecodeCommand(app, exitStatus);
     cli::addVerifyCommand(app, exitStatus);
+#ifdef H323NAT_READS_CAPTURES
+    cli::addReplayCommand(app, exitStatus);
+#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -63,6 +63,7 @@ ModuleSession::ModuleSession(Translator& translator, const ModuleSettings& setti
     if (H323InitializeDLL(&callbacks) != 1) {
         throw std::runtime_error("the H.323 module could not start: not enough memory");
     }
+    H323SetRewriteMode(settings.lossless ? H323NAT_REWRITE_LOSSLESS : H323NAT_REWRITE_ENCODED);
     context_.publicAddress = settings.publicAddress;
     publish(settings.publishedAddress);
     activeTranslator = &translator;

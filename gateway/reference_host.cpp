@@ -133,6 +133,7 @@ Flow* ReferenceHost::flowOfReceived(const PacketLayout& layout, const Endpoint& 
 
 void ReferenceHost::finish(std::span<uint8_t> packet, const PacketLayout& layout, Flow& flow,
                            PacketOutcome& outcome) {
+    outcome.insideView = flow.insideView;
     if (outcome.truncated) {
         return;
     }

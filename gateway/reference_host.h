@@ -33,10 +33,12 @@ enum class Verdict {
     NoMapping, // from outside, and no flow or open port of a private host takes it
     NoPort,    // from inside, and no public port is left
 };
+constexpr size_t verdictCount = static_cast<size_t>(Verdict::NoPort) + 1;
 
 struct PacketOutcome {
     Verdict verdict = Verdict::NotIpv4;
     Direction direction = Direction::Sent;
+    FlowId insideView;           // of a translated packet
     bool payloadChanged = false; // the module says that it rewrote the payload
     bool truncated = false;      // headers translated, payload not shown to the module
 };

@@ -1,0 +1,167 @@
+#include "cli/commands.h"
+#include "cli/progress.h"
+#include "cli/replay_report.h"
+#include "gateway/capture_file.h"
+#include "gateway/replay.h"
+
+#include <cstdint>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <system_error>
+
+namespace cli {
+namespace {
+
+struct ReplayOptions {
+    std::string input;
+    std::string output;
+    gateway::Network inside;
+    uint32_t publicAddress = 0;
+    uint32_t publishedAddress = 0; // 0 for none
+    bool strict = false;
+    bool json = false;
+};
+
+bool isSameFile(const std::string& input, const std::string& output) {
+    std::error_code error;
+    return input != "-" && output != "-" && std::filesystem::equivalent(input, output, error);
+}
+
+gateway::ReferenceHostSettings hostSettings(const ReplayOptions& options) {
+    gateway::ReferenceHostSettings settings;
+    settings.inside = options.inside;
+    settings.publicAddress = options.publicAddress;
+    settings.publishedAddress = options.publishedAddress;
+    settings.lossless = !options.strict;
+    return settings;
+}
+
+// A mistake in the options that each of them alone does not show; empty when there is none.
+std::string contradiction(const ReplayOptions& options) {
+    if (options.inside.contains(options.publicAddress)) {
+        return "--public " + gateway::toText(options.publicAddress) +
+               " lies in the --inside network; name the router's outside address";
+    }
+    if (options.publishedAddress != 0 && !options.inside.contains(options.publishedAddress)) {
+        return "--publish " + gateway::toText(options.publishedAddress) +
+               " does not lie in the --inside network";
+    }
+    if (isSameFile(options.input, options.output)) {
+        return "the output would overwrite the input " + options.input;
+    }
+    return "";
+}
+
+void fail(const std::string& message) {
+    std::cerr << "h323nat replay: " << message << '\n';
+}
+
+// Frame by frame, so that memory does not grow with the file.
+void replayFrames(gateway::CaptureReader& reader, gateway::CaptureWriter& writer,
+                  gateway::Replay& replay, Progress& progress) {
+    gateway::CapturedFrame frame;
+    while (reader.next(frame)) {
+        replay.process(frame);
+        writer.write(frame);
+        progress.update(frame.number, [&] { return reader.progress(); });
+    }
+}
+
+// What was done until a failure is kept: the frames are written and the report is complete for
+// them.
+int replayCapture(const ReplayOptions& options) {
+    gateway::CaptureReader reader(options.input);
+    std::ostream& out = options.output == "-" ? std::cerr : std::cout;
+    const auto report = options.json ? makeJsonReport(out) : makeTextReport(out);
+    gateway::Replay replay(hostSettings(options), reader.linkType(), *report);
+    gateway::CaptureWriter writer(options.output, reader);
+    Progress progress;
+
+    int status = 0;
+    std::string failure;
+    try {
+        replayFrames(reader, writer, replay, progress);
+    } catch (const gateway::CaptureError& error) {
+        failure = error.what();
+    }
+    progress.clear();
+    if (!failure.empty()) {
+        fail(failure + " (" + std::to_string(replay.totals().packets) + " frames replayed)");
+        status = exitFaults;
+    }
+    writer.finish();
+    report->onEnd(replay.totals());
+    out.flush();
+    return status;
+}
+
+int runReplay(const ReplayOptions& options) {
+    if (const std::string mistake = contradiction(options); !mistake.empty()) {
+        fail(mistake);
+        return exitUnusable;
+    }
+    try {
+        return replayCapture(options);
+    } catch (const std::exception& error) {
+        fail(error.what());
+        return exitUnusable;
+    }
+}
+
+CLI::Option* addAddress(CLI::App& command, const std::string& name, uint32_t& address,
+                        const std::string& help) {
+    return command
+        .add_option_function<std::string>(
+            name,
+            [name, &address](const std::string& text) {
+                const auto parsed = gateway::parseAddress(text);
+                if (!parsed) {
+                    throw CLI::ValidationError(name, text + " is no IPv4 address");
+                }
+                address = *parsed;
+            },
+            help)
+        ->type_name("ADDRESS");
+}
+
+} // namespace
+
+void addReplayCommand(CLI::App& app, int& exitStatus) {
+    const auto options = std::make_shared<ReplayOptions>();
+    CLI::App* const command = app.add_subcommand(
+        "replay", "Sends a capture through the module as a NAT router would, and reports what the "
+                  "module did");
+    command->add_option("capture", options->input, "pcap or pcapng file; - for standard input")
+        ->required();
+    command
+        ->add_option("-o,--output", options->output,
+                     "pcap file of the packets as they leave the router; - for standard output")
+        ->required();
+    command
+        ->add_option_function<std::string>(
+            "--inside",
+            [options](const std::string& text) {
+                const auto network = gateway::parseNetwork(text);
+                if (!network) {
+                    throw CLI::ValidationError("--inside",
+                                               text + " is no IPv4 network such as 10.0.0.0/24");
+                }
+                options->inside = *network;
+            },
+            "the private network behind the router")
+        ->type_name("NETWORK")
+        ->required();
+    addAddress(*command, "--public", options->publicAddress, "the router's public address")
+        ->required();
+    addAddress(*command, "--publish", options->publishedAddress,
+               "private host that takes calls from outside (TCP port 1720)");
+    command->add_flag("--strict", options->strict,
+                      "encode changed messages anew instead of replacing octets");
+    command->add_flag("--json", options->json, "report as one JSON object a line");
+    command->callback([options, &exitStatus] { exitStatus = runReplay(*options); });
+}
+
+} // namespace cli

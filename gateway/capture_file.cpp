@@ -1,0 +1,169 @@
+#include "gateway/capture_file.h"
+
+#include "gateway/link_layer.h"
+
+#include <pcap/pcap.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <sys/stat.h>
+
+namespace gateway {
+namespace {
+
+// pcap files with nanoseconds, in either byte order; pcapng files may hold any resolution.
+constexpr std::array<std::array<uint8_t, 4>, 3> nanosecondMagics = {{
+    {0xA1, 0xB2, 0x3C, 0x4D},
+    {0x4D, 0x3C, 0xB2, 0xA1},
+    {0x0A, 0x0D, 0x0D, 0x0A},
+}};
+
+std::string systemError() {
+    return std::strerror(errno);
+}
+
+// Looks at the first octets and leaves them to be read again.
+bool startsWithNanoseconds(std::FILE* file) {
+    std::array<uint8_t, 4> magic{};
+    const int first = std::fgetc(file);
+    if (first == EOF) {
+        return false;
+    }
+    std::ungetc(first, file);
+    // One octet can be pushed back for sure; the rest needs a file that can be rewound.
+    if (std::ftell(file) != 0) {
+        return true;
+    }
+    const size_t count = std::fread(magic.data(), 1, magic.size(), file);
+    std::rewind(file);
+    if (count != magic.size()) {
+        return false;
+    }
+    for (const auto& known : nanosecondMagics) {
+        if (magic == known) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int64_t sizeOf(std::FILE* file) {
+    struct stat status {};
+    if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return -1;
+    }
+    return status.st_size;
+}
+
+} // namespace
+
+CaptureReader::CaptureReader(const std::string& path) : path_(path) {
+    std::FILE* const file = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
+    if (file == nullptr) {
+        throw CaptureError(path + ": cannot be opened: " + systemError());
+    }
+    fileSize_ = sizeOf(file);
+    nanoseconds_ = startsWithNanoseconds(file);
+    std::array<char, PCAP_ERRBUF_SIZE> message{};
+    handle_ = pcap_fopen_offline_with_tstamp_precision(
+        file, nanoseconds_ ? PCAP_TSTAMP_PRECISION_NANO : PCAP_TSTAMP_PRECISION_MICRO,
+        message.data());
+    if (handle_ == nullptr) {
+        if (file != stdin) {
+            std::fclose(file);
+        }
+        throw CaptureError(path + ": not a pcap or pcapng capture: " + message.data());
+    }
+    if (!isSupportedLinkType(pcap_datalink(handle_))) {
+        const std::string name = linkTypeName(pcap_datalink(handle_));
+        pcap_close(handle_);
+        throw CaptureError(path + ": link type " + name +
+                           " is not supported; use Ethernet, raw IP or Linux cooked");
+    }
+}
+
+CaptureReader::~CaptureReader() {
+    pcap_close(handle_);
+}
+
+bool CaptureReader::next(CapturedFrame& frame) {
+    pcap_pkthdr* header = nullptr;
+    const u_char* octets = nullptr;
+    const int status = pcap_next_ex(handle_, &header, &octets);
+    if (status == PCAP_ERROR_BREAK) {
+        return false;
+    }
+    if (status != 1) {
+        throw CaptureError(path_ + ": frame " + std::to_string(frames_ + 1) +
+                           " cannot be read: " + pcap_geterr(handle_));
+    }
+    frame.number = ++frames_;
+    frame.time.seconds = header->ts.tv_sec;
+    frame.time.nanoseconds = static_cast<int32_t>(header->ts.tv_usec * (nanoseconds_ ? 1 : 1000));
+    if (frame.number == 1) {
+        start_ = frame.time;
+    }
+    frame.captureStart = start_;
+    frame.wireLength = header->len;
+    frame.octets.assign(octets, octets + header->caplen);
+    return true;
+}
+
+int CaptureReader::linkType() const {
+    return pcap_datalink(handle_);
+}
+
+int CaptureReader::snapshotLength() const {
+    return pcap_snapshot(handle_);
+}
+
+double CaptureReader::progress() const {
+    const long at = std::ftell(pcap_file(handle_));
+    return fileSize_ <= 0 || at < 0 ? -1.0
+                                    : static_cast<double>(at) / static_cast<double>(fileSize_);
+}
+
+CaptureWriter::CaptureWriter(const std::string& path, const CaptureReader& like)
+    : path_(path), nanoseconds_(like.hasNanoseconds()) {
+    handle_ = pcap_open_dead_with_tstamp_precision(like.linkType(), like.snapshotLength(),
+                                                   nanoseconds_ ? PCAP_TSTAMP_PRECISION_NANO
+                                                                : PCAP_TSTAMP_PRECISION_MICRO);
+    if (handle_ == nullptr) {
+        throw CaptureError(path + ": not enough memory");
+    }
+    dumper_ = pcap_dump_open(handle_, path.c_str());
+    if (dumper_ == nullptr) {
+        const std::string message = pcap_geterr(handle_);
+        pcap_close(handle_);
+        throw CaptureError("cannot write the output: " + message);
+    }
+}
+
+CaptureWriter::~CaptureWriter() {
+    pcap_dump_close(dumper_);
+    pcap_close(handle_);
+}
+
+void CaptureWriter::write(const CapturedFrame& frame) {
+    pcap_pkthdr header{};
+    header.ts.tv_sec = frame.time.seconds;
+    header.ts.tv_usec = frame.time.nanoseconds / (nanoseconds_ ? 1 : 1000);
+    header.caplen = static_cast<bpf_u_int32>(frame.octets.size());
+    header.len = frame.wireLength;
+    pcap_dump(reinterpret_cast<u_char*>(dumper_), &header, frame.octets.data());
+    if (std::ferror(pcap_dump_file(dumper_)) != 0) {
+        throw CaptureError(path_ + ": frame " + std::to_string(frame.number) +
+                           " cannot be written: " + systemError());
+    }
+}
+
+void CaptureWriter::finish() {
+    if (pcap_dump_flush(dumper_) != 0) {
+        throw CaptureError(path_ + ": cannot be written to the end: " + systemError());
+    }
+}
+
+} // namespace gateway
