@@ -551,6 +551,33 @@ int32_t pe_bitRunSlow(PerContext* ctx, uint32_t bits, uint32_t count) {
     return PER_OK;
 }
 
+int32_t pe_bitsWord(PerContext* ctx, uint32_t value, uint32_t count) {
+    const uint64_t position = pu_bitPosition(ctx);
+    const uint64_t index = position >> 3;
+    if (index + 8 > ctx->size || count - 1U >= 32U) [[unlikely]] {
+        return pe_bitsSlow(ctx, value, count);
+    }
+    const uint32_t offset = position & 7U;
+    pu_putBits(ctx->buffer + index, offset, value, count, (offset + count) >> 3);
+    pu_setBitPosition(ctx, position + count);
+    return PER_OK;
+}
+
+int32_t pe_bitRunWord(PerContext* ctx, uint32_t bits, uint32_t count) {
+    const uint64_t position = pu_bitPosition(ctx);
+    const uint64_t index = position >> 3;
+    if (index + 8 > ctx->size || count - 1U >= 32U) [[unlikely]] {
+        return pe_bitRunSlow(ctx, bits, count);
+    }
+    const uint32_t offset = position & 7U;
+    const uint64_t last = position + count - 1;
+    pu_putBits(ctx->buffer + index, offset, pu_reverseBits(bits, count), count,
+               (offset + count - 1) >> 3);
+    ctx->byteIndex = static_cast<uint32_t>(last >> 3);
+    ctx->bitOffset = static_cast<int16_t>(7U - (last & 7U));
+    return PER_OK;
+}
+
 int32_t pe_leadingBits(PerContext* ctx, uint8_t octet, uint32_t count) {
     const uint32_t taken = count < 8 ? count : 8;
     const uint32_t bits = uint32_t{octet} >> (8 - taken);
@@ -975,6 +1002,34 @@ int32_t pd_bitsSlow(PerContext* ctx, uint32_t* value, uint32_t count) {
     ctx->byteIndex = index;
     ctx->bitOffset = static_cast<int16_t>(unread);
     *value = result;
+    return PER_OK;
+}
+
+int32_t pd_bitsWord(PerContext* ctx, uint32_t* value, uint32_t count) {
+    const uint64_t position = pu_bitPosition(ctx);
+    if (position + count > uint64_t{ctx->size} * 8 || ctx->size < 8 || rtTraceOn != 0 ||
+        count - 1U >= 32U) [[unlikely]] {
+        return pd_bitsSlow(ctx, value, count);
+    }
+    *value = pu_peekBits(ctx, position, count);
+    // Bits that end with their first octet move on to the next one; a later octet is left full.
+    const uint32_t stay = count != static_cast<uint32_t>(ctx->bitOffset) ? 1U : 0U;
+    const uint64_t end = position + count - stay;
+    ctx->byteIndex = static_cast<uint32_t>(end >> 3);
+    ctx->bitOffset = static_cast<int16_t>(8U - stay - (end & 7U));
+    return PER_OK;
+}
+
+int32_t pd_bitRunWord(PerContext* ctx, uint32_t* bits, uint32_t count) {
+    const uint64_t position = pu_bitPosition(ctx);
+    if (position + count > uint64_t{ctx->size} * 8 || ctx->size < 8 || rtTraceOn != 0 ||
+        count - 1U >= 32U) [[unlikely]] {
+        return pd_bitRunSlow(ctx, bits, count);
+    }
+    *bits = pu_reverseBits(pu_peekBits(ctx, position, count), count);
+    const uint64_t last = position + count - 1;
+    ctx->byteIndex = static_cast<uint32_t>(last >> 3);
+    ctx->bitOffset = static_cast<int16_t>(7U - (last & 7U));
     return PER_OK;
 }
 

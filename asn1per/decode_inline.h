@@ -1,7 +1,8 @@
 // Fast halves of decode.h, inlined into the codecs so that constant bounds choose their case when
 // the codec is compiled. A fast half handles the case in which nothing is wrong and no diagnostics
 // are on; before it has changed anything it leaves all else to the exact function (…Slow), which
-// also decides about every failing status.
+// also decides about every failing status. In between stand the …Word functions, out of line to
+// keep the codecs small: bits that cross an octet, read with one load.
 #pragma once
 
 #include <bit>
@@ -12,6 +13,8 @@
 #define PER_INLINE [[gnu::always_inline]] inline
 
 int32_t pd_bitSlow(PerContext* ctx, uint8_t* bit);
+int32_t pd_bitsWord(PerContext* ctx, uint32_t* value, uint32_t count);
+int32_t pd_bitRunWord(PerContext* ctx, uint32_t* bits, uint32_t count);
 int32_t pd_bitsSlow(PerContext* ctx, uint32_t* value, uint32_t count);
 int32_t pd_bitRunSlow(PerContext* ctx, uint32_t* bits, uint32_t count);
 int32_t pd_byteAlignSlow(PerContext* ctx);
@@ -84,30 +87,22 @@ PER_INLINE int32_t pd_bit(PerContext* ctx, uint8_t* bit) {
 }
 
 PER_INLINE int32_t pd_bits(PerContext* ctx, uint32_t* value, uint32_t count) {
-    const uint64_t position = pu_bitPosition(ctx);
-    if (position + count > uint64_t{ctx->size} * 8 || ctx->size < 8 || rtTraceOn != 0 ||
-        count - 1U >= 32U) [[unlikely]] {
-        return pd_bitsSlow(ctx, value, count);
+    const int rest = ctx->bitOffset - static_cast<int>(count);
+    if (count - 1U >= 8U || rest <= 0 || ctx->byteIndex >= ctx->size || rtTraceOn != 0) {
+        return pd_bitsWord(ctx, value, count);
     }
-    *value = pu_peekBits(ctx, position, count);
-    // Bits that end with their first octet move on to the next one; a later octet is left full.
-    const uint32_t stay = count != static_cast<uint32_t>(ctx->bitOffset) ? 1U : 0U;
-    const uint64_t end = position + count - stay;
-    ctx->byteIndex = static_cast<uint32_t>(end >> 3);
-    ctx->bitOffset = static_cast<int16_t>(8U - stay - (end & 7U));
+    *value = static_cast<uint32_t>(ctx->buffer[ctx->byteIndex] >> rest) & ((1U << count) - 1U);
+    ctx->bitOffset = static_cast<int16_t>(rest);
     return PER_OK;
 }
 
 PER_INLINE int32_t pd_bitRun(PerContext* ctx, uint32_t* bits, uint32_t count) {
-    const uint64_t position = pu_bitPosition(ctx);
-    if (position + count > uint64_t{ctx->size} * 8 || ctx->size < 8 || rtTraceOn != 0 ||
-        count - 1U >= 32U) [[unlikely]] {
-        return pd_bitRunSlow(ctx, bits, count);
+    const int rest = ctx->bitOffset - static_cast<int>(count);
+    if (count - 1U >= 8U || rest < 0 || ctx->byteIndex >= ctx->size || rtTraceOn != 0) {
+        return pd_bitRunWord(ctx, bits, count);
     }
-    *bits = pu_reverseBits(pu_peekBits(ctx, position, count), count);
-    const uint64_t last = position + count - 1;
-    ctx->byteIndex = static_cast<uint32_t>(last >> 3);
-    ctx->bitOffset = static_cast<int16_t>(7U - (last & 7U));
+    *bits = pu_reverseBits(static_cast<uint32_t>(ctx->buffer[ctx->byteIndex] >> rest), count);
+    ctx->bitOffset = static_cast<int16_t>(rest);
     return PER_OK;
 }
 

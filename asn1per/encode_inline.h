@@ -6,6 +6,8 @@
 #include "asn1per/encode.h"
 
 int32_t pe_bitSlow(PerContext* ctx, uint8_t bit);
+int32_t pe_bitsWord(PerContext* ctx, uint32_t value, uint32_t count);
+int32_t pe_bitRunWord(PerContext* ctx, uint32_t bits, uint32_t count);
 int32_t pe_bitsSlow(PerContext* ctx, uint32_t value, uint32_t count);
 int32_t pe_bitRunSlow(PerContext* ctx, uint32_t bits, uint32_t count);
 int32_t pe_byteAlignSlow(PerContext* ctx);
@@ -50,30 +52,30 @@ PER_INLINE int32_t pe_bit(PerContext* ctx, uint8_t bit) {
     return PER_OK;
 }
 
+// The octet at the cursor before something is added: untouched ones are cleared.
+PER_INLINE uint32_t pu_begunOctet(const PerContext* ctx) {
+    return ctx->bitOffset == 8 ? 0U : ctx->buffer[ctx->byteIndex];
+}
+
 PER_INLINE int32_t pe_bits(PerContext* ctx, uint32_t value, uint32_t count) {
-    const uint64_t position = pu_bitPosition(ctx);
-    const uint64_t index = position >> 3;
-    if (index + 8 > ctx->size || count - 1U >= 32U) [[unlikely]] {
-        return pe_bitsSlow(ctx, value, count);
+    const int rest = ctx->bitOffset - static_cast<int>(count);
+    if (count - 1U >= 8U || rest <= 0 || ctx->byteIndex >= ctx->size) {
+        return pe_bitsWord(ctx, value, count);
     }
-    const uint32_t offset = position & 7U;
-    pu_putBits(ctx->buffer + index, offset, value, count, (offset + count) >> 3);
-    pu_setBitPosition(ctx, position + count);
+    const uint32_t bits = value & ((1U << count) - 1U);
+    ctx->buffer[ctx->byteIndex] = static_cast<uint8_t>(pu_begunOctet(ctx) | bits << rest);
+    ctx->bitOffset = static_cast<int16_t>(rest);
     return PER_OK;
 }
 
 PER_INLINE int32_t pe_bitRun(PerContext* ctx, uint32_t bits, uint32_t count) {
-    const uint64_t position = pu_bitPosition(ctx);
-    const uint64_t index = position >> 3;
-    if (index + 8 > ctx->size || count - 1U >= 32U) [[unlikely]] {
-        return pe_bitRunSlow(ctx, bits, count);
+    const int rest = ctx->bitOffset - static_cast<int>(count);
+    if (count - 1U >= 8U || rest < 0 || ctx->byteIndex >= ctx->size) {
+        return pe_bitRunWord(ctx, bits, count);
     }
-    const uint32_t offset = position & 7U;
-    const uint64_t last = position + count - 1;
-    pu_putBits(ctx->buffer + index, offset, pu_reverseBits(bits, count), count,
-               (offset + count - 1) >> 3);
-    ctx->byteIndex = static_cast<uint32_t>(last >> 3);
-    ctx->bitOffset = static_cast<int16_t>(7U - (last & 7U));
+    ctx->buffer[ctx->byteIndex] =
+        static_cast<uint8_t>(pu_begunOctet(ctx) | pu_reverseBits(bits, count) << rest);
+    ctx->bitOffset = static_cast<int16_t>(rest);
     return PER_OK;
 }
 

@@ -39,6 +39,10 @@ inline int32_t rtLogError(ErrorInfo* /*error*/, int32_t status, const char* /*fi
 }
 
 // Trace switch of the process, 0 at start. Non-zero prints every traced step to standard output.
+#if defined(__ELF__)
+// Each module that links the runtime has its own, so that the test costs one instruction.
+[[gnu::visibility("hidden")]]
+#endif
 extern int32_t rtTraceOn;
 
 // Stores `value` in the trace switch.
