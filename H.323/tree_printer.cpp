@@ -203,7 +203,8 @@ private:
             const uint8_t* elements;
         };
         const auto& record = as<ListRecord>(value);
-        text += ": " + std::to_string(record.count) + (record.count == 1 ? " element" : " elements");
+        text +=
+            ": " + std::to_string(record.count) + (record.count == 1 ? " element" : " elements");
         text += '\n';
         for (uint32_t i = 0; i < record.count; ++i) {
             node("[" + std::to_string(i) + "]", *type.element,

@@ -25,7 +25,7 @@ enum class TypeKind : uint8_t {
     KeptExtension,    // OpenTypeValue: unknown extension content
     Sequence,
     Choice,
-    List,             // record: uint32_t count, pointer to the elements
+    List, // record: uint32_t count, pointer to the elements
 };
 
 struct TypeDescription;

@@ -11,12 +11,10 @@ namespace asn1gen {
 /// the mandatory BOOLEAN fields up to the first field of another kind. Bit 0 comes first.
 struct LeadingBits {
     bool extension = false;
-    int presence = 0;                      ///< bits of OPTIONAL root fields
+    int presence = 0; ///< bits of OPTIONAL root fields
     std::vector<const Component*> booleans;
 
-    int count() const {
-        return (extension ? 1 : 0) + presence + static_cast<int>(booleans.size());
-    }
+    int count() const { return (extension ? 1 : 0) + presence + static_cast<int>(booleans.size()); }
     int presenceAt() const { return extension ? 1 : 0; }
     int booleansAt() const { return presenceAt() + presence; }
 };

@@ -66,6 +66,44 @@ void CodeWriter::list(const std::string& head, const std::vector<std::string>& i
     line(current);
 }
 
+void CodeWriter::assignment(const std::string& left, const std::string& right) {
+    const std::string whole = left + " = " + right + ";";
+    if (depth * indentWidth + whole.size() <= columnLimit) {
+        line(whole);
+        return;
+    }
+    line(left + " =");
+    line(std::string(indentWidth, ' ') + right + ";");
+}
+
+void CodeWriter::member(const std::string& declaration, const std::string& comment) {
+    const std::string whole = declaration + (comment.empty() ? "" : " ///< " + comment);
+    if (depth * indentWidth + whole.size() <= columnLimit) {
+        line(whole);
+        return;
+    }
+    line("/// " + comment);
+    line(declaration);
+}
+
+void CodeWriter::openIf(const std::vector<std::string>& conditions, const std::string& attribute) {
+    std::string joined;
+    for (const std::string& condition : conditions) {
+        joined += (joined.empty() ? "" : " || ") + condition;
+    }
+    const std::string head = "if (" + joined + ")" + attribute;
+    if (depth * indentWidth + head.size() + 2 <= columnLimit) {
+        open(head);
+        return;
+    }
+    for (size_t i = 0; i < conditions.size(); ++i) {
+        const std::string margin = i == 0 ? "if (" : "    ";
+        const bool last = i + 1 == conditions.size();
+        line(margin + conditions[i] + (last ? ")" + attribute + " {" : " ||"));
+    }
+    ++depth;
+}
+
 void CodeWriter::comment(const std::string& prefix, const std::string& text) {
     std::string current;
     size_t cursor = 0;

@@ -46,20 +46,20 @@ std::string bound(const Type& type, int64_t value) {
     return value == std::numeric_limits<int32_t>::min() ? "INT32_MIN" : std::to_string(value);
 }
 
-/// The condition that a value lies outside its range; empty when it never does.
-std::string outside(const Type& type, const std::string& value) {
+/// The conditions under which a value lies outside its range; none when it never does.
+std::vector<std::string> outside(const Type& type, const std::string& value) {
     const Range& range = *type.values;
-    std::string condition;
+    std::vector<std::string> conditions;
     const int64_t least = isUnsigned(type) ? 0 : std::numeric_limits<int32_t>::min();
     const int64_t greatest = isUnsigned(type) ? std::numeric_limits<uint32_t>::max()
                                               : std::numeric_limits<int32_t>::max();
     if (range.lower > least) {
-        condition = value + " < " + bound(type, range.lower);
+        conditions.push_back(value + " < " + bound(type, range.lower));
     }
     if (range.upper < greatest) {
-        condition += (condition.empty() ? "" : " || ") + value + " > " + bound(type, range.upper);
+        conditions.push_back(value + " > " + bound(type, range.upper));
     }
-    return condition;
+    return conditions;
 }
 
 void encodeInteger(CodeWriter& writer, const Type& type, const std::string& value) {
@@ -70,10 +70,10 @@ void encodeInteger(CodeWriter& writer, const Type& type, const std::string& valu
     const std::string function = isUnsigned(type) ? "pe_ConsUnsigned" : "pe_ConsInteger";
     const std::vector<std::string> arguments = {value, bound(type, type.values->lower),
                                                 bound(type, type.values->upper)};
-    const std::string condition = outside(type, value);
+    const std::vector<std::string> conditions = outside(type, value);
     if (!type.values->extensible) {
-        if (!condition.empty()) {
-            writer.open("if (" + condition + ") [[unlikely]]");
+        if (!conditions.empty()) {
+            writer.openIf(conditions, " [[unlikely]]");
             writer.line("FAIL(PER_CONSTRAINT);");
             writer.close();
         }
@@ -81,7 +81,7 @@ void encodeInteger(CodeWriter& writer, const Type& type, const std::string& valu
         return;
     }
     // X.691 12.1: a value outside the extensible range is coded without bounds.
-    writer.open("if (" + condition + ")");
+    writer.openIf(conditions, "");
     check(writer, "pe_bit", {"1"});
     check(writer, "pe_UnconsInteger", {value});
     writer.close(" else {");
@@ -347,8 +347,7 @@ void encodeChoice(CodeWriter& writer, const Type& type) {
         writer.indent();
         check(writer, "pe_bit", {"0"});
     }
-    check(writer, "pe_ConsUnsigned",
-          {"value->alternative - 1", "0", fmt::format("{}", roots - 1)});
+    check(writer, "pe_ConsUnsigned", {"value->alternative - 1", "0", fmt::format("{}", roots - 1)});
     encodeAlternatives(writer, type, type.root);
     if (type.extensible) {
         writer.close();
@@ -361,11 +360,8 @@ void encodeList(CodeWriter& writer, const Type& type) {
     std::string function = "pe_Length";
     std::vector<std::string> arguments = {"ctx", "value->count"};
     addSize(function, arguments, type);
-    std::string call = function + "(";
-    for (const std::string& argument : arguments) {
-        call += (argument == "ctx" ? "" : ", ") + argument;
-    }
-    writer.line("CHECK(countWritten(" + call + "), value->count));");
+    writer.list("const int32_t written = " + function, arguments, ");");
+    writer.line("CHECK(countWritten(written, value->count));");
     writer.open("for (uint32_t i = 0; i < value->count; ++i)");
     encodeValue(writer, *type.element, ValueRef::object("value->elements[i]"));
     writer.close();

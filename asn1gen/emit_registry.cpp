@@ -40,7 +40,9 @@ std::string kindName(const Type& type) {
     return "";
 }
 
-std::string boolean(bool value) { return value ? "true" : "false"; }
+std::string boolean(bool value) {
+    return value ? "true" : "false";
+}
 
 class RegistryEmitter {
 public:
@@ -82,7 +84,8 @@ private:
         }
         simpleTypes.line();
         simpleTypes.line(fmt::format("static const TypeDescription {} = {{", keptExtension));
-        simpleTypes.line("    \"unknown extension\", TypeKind::KeptExtension, false, false, false,");
+        simpleTypes.line(
+            "    \"unknown extension\", TypeKind::KeptExtension, false, false, false,");
         simpleTypes.line("    sizeof(OpenTypeValue), 0, 0, nullptr, nullptr, 0, nullptr, nullptr, "
                          "nullptr};");
     }
@@ -96,8 +99,7 @@ private:
         }
         const std::string name = fmt::format("simpleType{}", simpleNames.size());
         simpleNames[notation] = name;
-        const std::string size =
-            isNull(type) ? "0" : fmt::format("sizeof({})", valueType(type));
+        const std::string size = isNull(type) ? "0" : fmt::format("sizeof({})", valueType(type));
         simpleTypes.line();
         simpleTypes.line(fmt::format("static const TypeDescription {} = {{", name));
         writeHead(simpleTypes, quote(notation), type, false, size);
@@ -146,12 +148,12 @@ private:
         tables.line("    [](PerContext* ctx, const void* value) {");
         tables.line(fmt::format("        const auto* record = static_cast<const {}*>(value);",
                                 constSafe(type)));
-        tables.line(fmt::format("        return asn1PE_{}(ctx, {});", type.name,
-                                encodeArguments(type)));
+        tables.line(
+            fmt::format("        return asn1PE_{}(ctx, {});", type.name, encodeArguments(type)));
         tables.line("    },");
         tables.line("    [](PerContext* ctx, void* value) {");
-        tables.line(fmt::format("        return asn1PD_{}(ctx, static_cast<{}*>(value));", type.name,
-                                type.name));
+        tables.line(fmt::format("        return asn1PD_{}(ctx, static_cast<{}*>(value));",
+                                type.name, type.name));
         tables.line("    }};");
     }
 
@@ -213,12 +215,11 @@ private:
         const std::string offset =
             null ? "0"
                  : fmt::format("offsetof({}, {})", type.name, choice ? "value" : component.member);
-        return fmt::format(
-            "    {{\"{}\", &{}, {}, {:#x}, {}, {}, {}, {}}},", component.member,
-            tableName(*component.type), offset,
-            component.presenceBit < 0 ? 0 : uint32_t{1} << component.presenceBit,
-            component.alternative, boolean(choice && heldByPointer(*component.type)),
-            boolean(component.optional), boolean(component.addition));
+        return fmt::format("    {{\"{}\", &{}, {}, {:#x}, {}, {}, {}, {}}},", component.member,
+                           tableName(*component.type), offset,
+                           component.presenceBit < 0 ? 0 : uint32_t{1} << component.presenceBit,
+                           component.alternative, boolean(choice && heldByPointer(*component.type)),
+                           boolean(component.optional), boolean(component.addition));
     }
 
     void list() {

@@ -54,7 +54,8 @@ std::string kindText(const Type& type) {
 std::string typeNotation(const Type& type) {
     std::string text = kindText(type);
     if (type.values) {
-        text += fmt::format(" ({}{})", rangeText(*type.values), type.values->extensible ? ", ..." : "");
+        text +=
+            fmt::format(" ({}{})", rangeText(*type.values), type.values->extensible ? ", ..." : "");
     }
     if (type.size) {
         text += fmt::format(" (SIZE ({}))", rangeText(*type.size));
@@ -65,7 +66,9 @@ std::string typeNotation(const Type& type) {
     return text;
 }
 
-bool isNull(const Type& type) { return type.definition().kind == Kind::Null; }
+bool isNull(const Type& type) {
+    return type.definition().kind == Kind::Null;
+}
 
 Signature encoderSignature(const Type& type) {
     Signature result{functionHead(type, "asn1PE_", "encode"), {"PerContext* ctx"}};

@@ -73,20 +73,14 @@ int bitsFor(uint64_t value) {
     return bits;
 }
 
-uint64_t spread(const Range& range) { return static_cast<uint64_t>(range.upper - range.lower); }
+uint64_t spread(const Range& range) {
+    return static_cast<uint64_t>(range.upper - range.lower);
+}
 
 int64_t wholeNumberBits(const Range& range) {
     constexpr uint64_t largestInTwoOctets = 0xFFFF;
     constexpr int64_t countAndOneOctet = 10;
     return spread(range) > largestInTwoOctets ? countAndOneOctet : bitsFor(spread(range));
-}
-
-int64_t lengthBits(const std::optional<Range>& size) {
-    constexpr int64_t largestConstrainedLength = 0xFFFF;
-    if (!size || size->upper > largestConstrainedLength) {
-        return 8;
-    }
-    return wholeNumberBits(*size);
 }
 
 int64_t stringBits(const Type& type, int64_t perItem) {
@@ -188,7 +182,9 @@ int presenceBits(const Type& sequence) {
     return static_cast<int>(optional) + static_cast<int>(sequence.additions.size());
 }
 
-bool keepsExtension(const Type& record) { return record.extensible && record.additions.empty(); }
+bool keepsExtension(const Type& record) {
+    return record.extensible && record.additions.empty();
+}
 
 bool isUnsigned(const Type& integer) {
     const auto& values = integer.definition().values;
@@ -250,6 +246,16 @@ int bitField(const Range& range) {
     return spread(range) > largest ? -1 : bitsFor(spread(range));
 }
 
-int64_t minimalBits(const Type& type) { return MinimalBits().of(type); }
+int64_t lengthBits(const std::optional<Range>& size) {
+    constexpr int64_t largestConstrainedLength = 0xFFFF;
+    if (!size || size->upper > largestConstrainedLength) {
+        return 8;
+    }
+    return wholeNumberBits(*size);
+}
+
+int64_t minimalBits(const Type& type) {
+    return MinimalBits().of(type);
+}
 
 } // namespace asn1gen

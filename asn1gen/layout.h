@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "asn1gen/model.h"
@@ -8,10 +9,10 @@
 /// How values lie in memory and how many bits they take at least.
 namespace asn1gen {
 
-/// Numbers the presence bits of every SEQUENCE (OPTIONAL root fields first, then every addition) and
-/// the alternatives of every CHOICE (from 1, root first). Throws SourceError for a SEQUENCE with
-/// more than 31 presence bits and for a record that contains itself other than through a list or
-/// a CHOICE.
+/// Numbers the presence bits of every SEQUENCE (OPTIONAL root fields first, then every addition)
+/// and the alternatives of every CHOICE (from 1, root first). Throws SourceError for a SEQUENCE
+/// with more than 31 presence bits and for a record that contains itself other than through a list
+/// or a CHOICE.
 void layOut(Model& model);
 
 /// Presence bits of a SEQUENCE; 0 when its record has no presence word.
@@ -35,9 +36,12 @@ int64_t arrayOctets(const Type& sizedString);
 /// The C++ type of a value, as a member, destination or element.
 std::string valueType(const Type& type);
 
-/// Bits in which a whole number of 0 to upper - lower is coded when that needs no alignment; -1 when
-/// it does (range 256 and more in the aligned variant, X.691 10.5.7).
+/// Bits in which a whole number of 0 to upper - lower is coded when that needs no alignment; -1
+/// when it does (range 256 and more in the aligned variant, X.691 10.5.7).
 int bitField(const Range& range);
+
+/// The fewest bits of a length determinant under a SIZE constraint, or without one.
+int64_t lengthBits(const std::optional<Range>& size);
 
 /// The fewest bits that any encoding of the type takes, alignment not counted. Both variants.
 int64_t minimalBits(const Type& type);

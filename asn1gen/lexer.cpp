@@ -6,9 +6,15 @@
 namespace asn1gen {
 namespace {
 
-bool isLetter(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
-bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
-bool isUpper(char c) { return std::isupper(static_cast<unsigned char>(c)) != 0; }
+bool isLetter(char c) {
+    return std::isalpha(static_cast<unsigned char>(c)) != 0;
+}
+bool isDigit(char c) {
+    return std::isdigit(static_cast<unsigned char>(c)) != 0;
+}
+bool isUpper(char c) {
+    return std::isupper(static_cast<unsigned char>(c)) != 0;
+}
 
 // The longest symbols stand first, so that "..." is not read as ".." and ".".
 constexpr std::array<std::string_view, 24> symbols = {
@@ -83,7 +89,8 @@ private:
                 --depth;
                 advance(2);
             } else if (cursor == text.size()) {
-                throw SourceError(start, "the comment that begins here has no end; expected \"*/\"");
+                throw SourceError(start,
+                                  "the comment that begins here has no end; expected \"*/\"");
             } else {
                 advance(1);
             }

@@ -31,7 +31,11 @@ std::string readFile(const std::string& name) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+// A file that is already as it should be keeps its time: what depends on it is not built again.
 void writeFile(const std::filesystem::path& path, const std::string& text) {
+    if (std::filesystem::exists(path) && readFile(path.string()) == text) {
+        return;
+    }
     std::ofstream file(path, std::ios::binary);
     file << text;
     file.close();

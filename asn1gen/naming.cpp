@@ -7,16 +7,14 @@ namespace asn1gen {
 namespace {
 
 const std::set<std::string> cppKeywords = {
-    "and",       "auto",     "bool",      "break",     "case",     "catch",   "char",
-    "class",     "concept",  "const",     "continue",  "default",  "delete",  "do",
-    "double",    "else",     "enum",      "explicit",  "export",   "extern",  "false",
-    "float",     "for",      "friend",    "goto",      "if",       "inline",  "int",
-    "long",      "mutable",  "namespace", "new",       "not",      "nullptr", "operator",
-    "or",        "private",  "protected", "public",    "register", "requires", "return",
-    "short",     "signed",   "sizeof",    "static",    "struct",   "switch",  "template",
-    "this",      "throw",    "true",      "try",       "typedef",  "typeid",  "typename",
-    "union",     "unsigned", "using",     "virtual",   "void",     "volatile", "while",
-    "xor"};
+    "and",      "auto",     "bool",     "break",   "case",    "catch",     "char",      "class",
+    "concept",  "const",    "continue", "default", "delete",  "do",        "double",    "else",
+    "enum",     "explicit", "export",   "extern",  "false",   "float",     "for",       "friend",
+    "goto",     "if",       "inline",   "int",     "long",    "mutable",   "namespace", "new",
+    "not",      "nullptr",  "operator", "or",      "private", "protected", "public",    "register",
+    "requires", "return",   "short",    "signed",  "sizeof",  "static",    "struct",    "switch",
+    "template", "this",     "throw",    "true",    "try",     "typedef",   "typeid",    "typename",
+    "union",    "unsigned", "using",    "virtual", "void",    "volatile",  "while",     "xor"};
 
 } // namespace
 

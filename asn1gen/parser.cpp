@@ -11,15 +11,21 @@ namespace {
 
 // Valid ASN.1 that this generator does not know. It is named in the error instead of being
 // reported as a mere syntax error or, worse, taken for the name of a type.
-constexpr std::array<std::string_view, 30> unknownNotation = {
-    "ENUMERATED",      "REAL",          "EXTERNAL",        "EMBEDDED",       "VisibleString",
-    "RELATIVE-OID",    "UTF8String",    "UniversalString", "TeletexString",
-    "T61String",       "VideotexString", "GraphicString",  "ISO646String",
-    "GeneralizedTime", "UTCTime",       "ObjectDescriptor", "CHARACTER",
-    "ANY",             "CLASS",         "INSTANCE",        "COMPONENTS",
-    "DEFAULT",         "UNION",         "INTERSECTION",    "EXCEPT",
-    "ALL",             "INCLUDES",      "PATTERN",         "CONTAINING",
-    "ENCODED"};
+constexpr std::array<std::string_view, 30> unknownNotation = {"ENUMERATED",     "REAL",
+                                                              "EXTERNAL",       "EMBEDDED",
+                                                              "VisibleString",  "RELATIVE-OID",
+                                                              "UTF8String",     "UniversalString",
+                                                              "TeletexString",  "T61String",
+                                                              "VideotexString", "GraphicString",
+                                                              "ISO646String",   "GeneralizedTime",
+                                                              "UTCTime",        "ObjectDescriptor",
+                                                              "CHARACTER",      "ANY",
+                                                              "CLASS",          "INSTANCE",
+                                                              "COMPONENTS",     "DEFAULT",
+                                                              "UNION",          "INTERSECTION",
+                                                              "EXCEPT",         "ALL",
+                                                              "INCLUDES",       "PATTERN",
+                                                              "CONTAINING",     "ENCODED"};
 
 constexpr std::array<std::string_view, 5> characterStrings = {
     "IA5String", "NumericString", "PrintableString", "GeneralString", "BMPString"};
@@ -31,8 +37,7 @@ bool contains(const std::array<std::string_view, N>& list, std::string_view word
 
 class Parser {
 public:
-    Parser(std::string_view text, const std::string& fileName)
-        : tokens(tokenize(text, fileName)) {}
+    Parser(std::string_view text, const std::string& fileName) : tokens(tokenize(text, fileName)) {}
 
     std::vector<ModuleSyntax> run() {
         std::vector<ModuleSyntax> modules;
@@ -142,7 +147,8 @@ private:
         while (!accept(";")) {
             ImportSyntax import;
             do {
-                import.names.push_back(expectWord(TokenKind::UpperWord, "the name of an imported type"));
+                import.names.push_back(
+                    expectWord(TokenKind::UpperWord, "the name of an imported type"));
                 if (accept("{")) {
                     expect("}");
                 }
@@ -282,7 +288,8 @@ private:
         do {
             if (at("...")) {
                 if (result.extensible) {
-                    throw SourceError(peek().position, "a second extension marker is not supported");
+                    throw SourceError(peek().position,
+                                      "a second extension marker is not supported");
                 }
                 take();
                 if (at("!")) {

@@ -98,14 +98,15 @@ void checkRange(const Position& position, const Range& range) {
 }
 
 void checkConstraints(const TypeSyntax& type) {
-    const bool string =
-        type.kind == SyntaxKind::OctetString || type.kind == SyntaxKind::BitString ||
-        type.kind == SyntaxKind::CharacterString;
+    const bool string = type.kind == SyntaxKind::OctetString ||
+                        type.kind == SyntaxKind::BitString ||
+                        type.kind == SyntaxKind::CharacterString;
     if (type.values && type.kind != SyntaxKind::Integer) {
         throw SourceError(type.position, "a value constraint is supported for INTEGER only");
     }
     if (type.size && !string && type.kind != SyntaxKind::List) {
-        throw SourceError(type.position, "a SIZE constraint is supported for strings and lists only");
+        throw SourceError(type.position,
+                          "a SIZE constraint is supported for strings and lists only");
     }
     if (type.alphabet && (type.kind != SyntaxKind::CharacterString || type.name == "BMPString")) {
         throw SourceError(type.position,
@@ -191,9 +192,8 @@ private:
 
     // Names.
 
-    std::pair<ModuleState*, const AssignmentSyntax*> find(ModuleState& module,
-                                                          const std::string& name,
-                                                          const Position& position) {
+    std::pair<ModuleState*, const AssignmentSyntax*>
+    find(ModuleState& module, const std::string& name, const Position& position) {
         const auto own = module.assignments.find(name);
         if (own != module.assignments.end()) {
             return {&module, own->second};
@@ -222,10 +222,10 @@ private:
             return known->second;
         }
         const Scope scope{&state, {}};
-        return define(*assignment.type, scope,
-                      {Place::Assignment, &state,
-                       state.module->options.prefix + cName(assignment.name)},
-                      &state.types[assignment.name]);
+        return define(
+            *assignment.type, scope,
+            {Place::Assignment, &state, state.module->options.prefix + cName(assignment.name)},
+            &state.types[assignment.name]);
     }
 
     // Types.
@@ -279,8 +279,9 @@ private:
         type->size = syntax.size;
         type->alphabet = syntax.alphabet;
         type->stringName = syntax.name;
-        const bool sizedString = (type->kind == Kind::OctetString || type->kind == Kind::BitString) &&
-                                 type->size.has_value();
+        const bool sizedString =
+            (type->kind == Kind::OctetString || type->kind == Kind::BitString) &&
+            type->size.has_value();
         if (site.place == Place::Assignment || sizedString ||
             (site.place == Place::SharedListElement && hasConstraint(syntax))) {
             give(type, site);
@@ -341,12 +342,12 @@ private:
         type->element = define(*syntax.element, scope, {place, site.owner, site.name + "_element"});
         unfinished.erase(type);
 
-        const bool shared = site.place != Place::Assignment && !syntax.size &&
-                            !type->element->name.empty();
+        const bool shared =
+            site.place != Place::Assignment && !syntax.size && !type->element->name.empty();
         if (shared) {
             Site named = site;
-            named.name = listName(site.owner->module->options.prefix, syntax.setOf,
-                                  type->element->name);
+            named.name =
+                listName(site.owner->module->options.prefix, syntax.setOf, type->element->name);
             Type*& known = site.owner->lists[named.name];
             if (known != nullptr) {
                 return known;
@@ -373,9 +374,10 @@ private:
         }
         const auto [module, assignment] = find(*scope.module, syntax.name, syntax.position);
         if (assignment->parameters.size() != syntax.arguments.size()) {
-            throw SourceError(syntax.position,
-                              syntax.name + " takes " + std::to_string(assignment->parameters.size()) +
-                                  " parameter(s), not " + std::to_string(syntax.arguments.size()));
+            throw SourceError(syntax.position, syntax.name + " takes " +
+                                                   std::to_string(assignment->parameters.size()) +
+                                                   " parameter(s), not " +
+                                                   std::to_string(syntax.arguments.size()));
         }
         bool instantiate = false;
         Scope inner{module, {}};

@@ -16,9 +16,9 @@ namespace asn1gen {
 /// A parameterised type whose parameter only constrains it has one instance for all its uses; one
 /// whose parameter is a component is a type of its own at each place.
 ///
-/// options gives each module's options by the module's name; a module without an entry gets an empty
-/// prefix. Throws SourceError for an undefined name, a wrong number of parameters, a constraint
-/// where it is not known, and imports in a circle.
+/// options gives each module's options by the module's name; a module without an entry gets an
+/// empty prefix. Throws SourceError for an undefined name, a wrong number of parameters, a
+/// constraint where it is not known, and imports in a circle.
 Model resolve(const std::vector<ModuleSyntax>& modules,
               const std::map<std::string, ModuleOptions>& options);
 

@@ -54,8 +54,8 @@ struct TypeSyntax {
     std::vector<ComponentSyntax> root;    ///< Sequence, Choice
     std::vector<ComponentSyntax> additions;
     bool extensible = false;
-    bool setOf = false;     ///< List: SET OF instead of SEQUENCE OF
-    TypeSyntaxPtr element;  ///< List
+    bool setOf = false;    ///< List: SET OF instead of SEQUENCE OF
+    TypeSyntaxPtr element; ///< List
 };
 
 struct AssignmentSyntax {

@@ -53,8 +53,8 @@ int fitness(const TypeDescription& type, std::span<const uint8_t> octets) {
         return 0;
     }
     std::vector<uint8_t> again;
-    if (value.encode(&again) == PER_OK && std::equal(again.begin(), again.end(), octets.begin(),
-                                                     octets.end())) {
+    if (value.encode(&again) == PER_OK &&
+        std::equal(again.begin(), again.end(), octets.begin(), octets.end())) {
         return 3;
     }
     return value.consumed() == octets.size() ? 2 : 1;
@@ -70,8 +70,8 @@ bool print(const TypeDescription& type, std::span<const uint8_t> octets) {
     }
     std::cout << printTree(type, value.record(), type.name);
     if (value.consumed() < octets.size()) {
-        std::cout << "(" << octets.size() - value.consumed() << " more octets: "
-                  << toHex(octets.subspan(value.consumed())) << ")\n";
+        std::cout << "(" << octets.size() - value.consumed()
+                  << " more octets: " << toHex(octets.subspan(value.consumed())) << ")\n";
     }
     return true;
 }
@@ -131,9 +131,10 @@ void addDecodeCommand(CLI::App& app, int& exitStatus) {
         "--type", options->type,
         "What the message is, as H245OpenLogicalChannel. Without it the three top-level types are "
         "tried and the one that fits best is printed");
-    auto* tpkt = command->add_flag("--tpkt", options->tpkt,
-                                   "The octets are of a TCP stream: TPKT headers, and Q.931 headers "
-                                   "before H.225.0 messages");
+    auto* tpkt =
+        command->add_flag("--tpkt", options->tpkt,
+                          "The octets are of a TCP stream: TPKT headers, and Q.931 headers "
+                          "before H.225.0 messages");
     command->add_flag("--ras", options->ras, "The octets are a UDP datagram of the RAS channel")
         ->excludes(tpkt)
         ->excludes(type);

@@ -8,7 +8,9 @@ namespace {
 
 constexpr std::string_view digits = "0123456789abcdef";
 
-bool separates(char c) { return c == ':' || std::isspace(static_cast<unsigned char>(c)) != 0; }
+bool separates(char c) {
+    return c == ':' || std::isspace(static_cast<unsigned char>(c)) != 0;
+}
 
 uint8_t digitValue(char c, size_t place) {
     const auto lower = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -38,7 +40,8 @@ std::vector<uint8_t> fromHex(std::string_view text) {
         half = !half;
     }
     if (half) {
-        throw std::runtime_error("an odd number of hexadecimal digits; the last octet is incomplete");
+        throw std::runtime_error(
+            "an odd number of hexadecimal digits; the last octet is incomplete");
     }
     return octets;
 }

@@ -9,8 +9,8 @@
 namespace cli {
 
 /// Octets from hexadecimal digits; blanks and colons between them are skipped. Throws
-/// std::runtime_error that names the first character which is none of these, or says that the number
-/// of digits is odd.
+/// std::runtime_error that names the first character which is none of these, or says that the
+/// number of digits is odd.
 std::vector<uint8_t> fromHex(std::string_view text);
 
 std::string toHex(std::span<const uint8_t> octets);

@@ -8,6 +8,7 @@
 
 #include "asn1gen/emitter.h"
 #include "asn1gen/layout.h"
+#include "asn1gen/memory_bound.h"
 #include "asn1gen/parser.h"
 #include "asn1gen/resolver.h"
 
@@ -101,27 +102,28 @@ TEST(Imports, MustExistAndNotGoInCircles) {
     const std::string head = "DEFINITIONS AUTOMATIC TAGS ::=\nBEGIN IMPORTS ";
     EXPECT_EQ(errorOf("M " + head + "T FROM N; END"),
               "test.asn:2: error: module N is not among the files given");
-    EXPECT_EQ(errorOf("M " + head + "T FROM N;\nA ::= T END N DEFINITIONS AUTOMATIC TAGS ::= BEGIN "
-                                    "U ::= BOOLEAN END"),
+    EXPECT_EQ(errorOf("M " + head +
+                      "T FROM N;\nA ::= T END N DEFINITIONS AUTOMATIC TAGS ::= BEGIN "
+                      "U ::= BOOLEAN END"),
               "test.asn:2: error: module N does not define T");
     EXPECT_EQ(errorOf("M " + head + "T FROM N;\nA ::= T END\nN " + head + "A FROM M; T ::= A END"),
               "test.asn:5: error: module M imports from itself in a circle");
 }
 
 TEST(Names, FollowThePositionOfATypeAndItsElement) {
-    EXPECT_EQ(namesIn("A ::= SEQUENCE {\n"
-                      "  first-one SEQUENCE (SIZE (1..2)) OF INTEGER (1..5),\n"
-                      "  two SET OF CHOICE { x NULL, y OCTET STRING (SIZE (2)) },\n"
-                      "  three SEQUENCE OF INTEGER (0..3),\n"
-                      "  four SEQUENCE OF OCTET STRING,\n"
-                      "  five SEQUENCE OF B,\n"
-                      "  six SEQUENCE OF B\n"
-                      "}\n"
-                      "B ::= BOOLEAN"),
-              (std::vector<std::string>{
-                  "XA_first_one", "XA_two_element_y", "XA_two_element", "X_SetOfXA_two_element",
-                  "XA_three_element", "X_SeqOfXA_three_element", "XA_four", "XB", "X_SeqOfXB",
-                  "XA"}));
+    EXPECT_EQ(
+        namesIn("A ::= SEQUENCE {\n"
+                "  first-one SEQUENCE (SIZE (1..2)) OF INTEGER (1..5),\n"
+                "  two SET OF CHOICE { x NULL, y OCTET STRING (SIZE (2)) },\n"
+                "  three SEQUENCE OF INTEGER (0..3),\n"
+                "  four SEQUENCE OF OCTET STRING,\n"
+                "  five SEQUENCE OF B,\n"
+                "  six SEQUENCE OF B\n"
+                "}\n"
+                "B ::= BOOLEAN"),
+        (std::vector<std::string>{"XA_first_one", "XA_two_element_y", "XA_two_element",
+                                  "X_SetOfXA_two_element", "XA_three_element",
+                                  "X_SeqOfXA_three_element", "XA_four", "XB", "X_SeqOfXB", "XA"}));
 }
 
 TEST(Names, ParametersThatOnlyConstrainShareOneInstance) {
@@ -150,6 +152,18 @@ TEST(Layout, LeastBitsOfATypeAreALowerBound) {
                                          "}"));
     // Marker 1, presence 1, b 3, c 1 + 16, e 2 + 0, f 1 + 2.
     EXPECT_EQ(minimalBits(*model.modules.back()->types.back()), 27);
+}
+
+TEST(MemoryBound, IsSetByTheRecordThatTakesTheFewestBits) {
+    const auto boundOf = [](const std::string& body) {
+        return memoryPerOctet(*modelOf(moduleOf(body)).modules.back());
+    };
+    // 4 + 100 octets for 7 + 8 bits: 55.5 for each octet.
+    EXPECT_EQ(boundOf("A ::= SEQUENCE OF OCTET STRING (SIZE (1..100))"), 56);
+    // 4 + 1000 octets, rounded up to 8, behind a pointer for 1 + 10 + 8 bits: 424.4.
+    EXPECT_EQ(boundOf("A ::= CHOICE { a BOOLEAN, b OCTET STRING (SIZE (1..1000)) }"), 425);
+    // Lists in lists, 16 octets for the 8 bits of an empty inner list, plus 8 to round up its own.
+    EXPECT_GE(boundOf("A ::= SEQUENCE OF SEQUENCE OF BOOLEAN"), 16);
 }
 
 TEST(Layout, RefusesMorePresenceBitsThanAWordHolds) {

@@ -59,7 +59,9 @@ TEST(Decode, GuessesTheTopLevelTypeAndReadsFrames) {
     EXPECT_NE(guessed.output.find("protocolIdentifier: 0.0.8.2250.0.2\n"), std::string::npos);
 
     // TPKT, Q.931 with a bearer capability before the User-user element; then an H.245 message.
-    const std::string q931 = "08020001050403808090" "7e001f05" + empty;
+    const std::string q931 = "08020001050403808090"
+                             "7e001f05" +
+                             empty;
     const Outcome framed = run({"decode", "--tpkt", "03000030" + q931 + "030000086d400139"});
     EXPECT_EQ(framed.status, 0) << framed.errors;
     EXPECT_NE(framed.output.find("H225H323_UserInformation\n"), std::string::npos);
@@ -88,14 +90,15 @@ TEST(Decode, SaysWhatIsWrong) {
 }
 
 TEST(Verify, CountsAndNamesLines) {
-    const Outcome outcome = run({"verify", fileWith("# comment\n"
-                                                    "H225TransportAddress 00c0a8010206b8\n"
-                                                    "\n"
-                                                    "H225TransportAddress 00c0a80102\n"
-                                                    "H225TransportAddress 00c0a8010206b8 00c0a8010206b9\n"
-                                                    "H225Nothing 00\n"
-                                                    "H225TransportAddress xy\n"
-                                                    "H225TransportAddress\n")});
+    const Outcome outcome =
+        run({"verify", fileWith("# comment\n"
+                                "H225TransportAddress 00c0a8010206b8\n"
+                                "\n"
+                                "H225TransportAddress 00c0a80102\n"
+                                "H225TransportAddress 00c0a8010206b8 00c0a8010206b9\n"
+                                "H225Nothing 00\n"
+                                "H225TransportAddress xy\n"
+                                "H225TransportAddress\n")});
     EXPECT_EQ(outcome.status, exitFaults);
     for (const char* text :
          {".txt:4: H225TransportAddress: decoding gives -1 (the data end within a field",
@@ -105,7 +108,8 @@ TEST(Verify, CountsAndNamesLines) {
           ".txt:7: 'x' at character 1 is not a hexadecimal digit",
           ".txt:8: expected TYPE HEX, found only \"H225TransportAddress\"",
           "\n1 passed, 5 failed\n"}) {
-        EXPECT_NE(outcome.output.find(text), std::string::npos) << text << "\nin\n" << outcome.output;
+        EXPECT_NE(outcome.output.find(text), std::string::npos) << text << "\nin\n"
+                                                                << outcome.output;
     }
 }
 
@@ -113,9 +117,9 @@ TEST(Verify, AThirdFieldOrAStatusCanBeExpected) {
     const std::string cutBitmap = "H245H2250LogicalChannelAckParameters 80040180 800c0180\n";
     EXPECT_EQ(run({"verify", fileWith(cutBitmap)}).output, "1 passed, 0 failed\n");
 
-    const Outcome refused =
-        run({"verify", "--expect-status=-1", fileWith("H225TransportAddress 00c0a80102\n"
-                                                      "H225TransportAddress 00c0a8010206b8\n")});
+    const Outcome refused = run({"verify", "--expect-status=-1",
+                                 fileWith("H225TransportAddress 00c0a80102\n"
+                                          "H225TransportAddress 00c0a8010206b8\n")});
     EXPECT_EQ(refused.status, exitFaults);
     EXPECT_NE(refused.output.find("1 passed, 1 failed"), std::string::npos);
     EXPECT_EQ(run({"verify", "/nonexistent"}).status, exitUnusable);

@@ -153,14 +153,14 @@ TEST(Additions, MandatoryOnesAccompanyTheOthers) {
     MessageValue value(*findType("H225H323_UU_PDU"));
     ASSERT_EQ(value.decode(octets), PER_OK);
     const auto* again = static_cast<const H225H323_UU_PDU*>(value.record());
-    EXPECT_EQ(again->presence, H225H323_UU_PDU_nonStandardControlPresent |
-                                   H225H323_UU_PDU_h245TunnelingPresent);
+    EXPECT_EQ(again->presence,
+              H225H323_UU_PDU_nonStandardControlPresent | H225H323_UU_PDU_h245TunnelingPresent);
     EXPECT_EQ(again->h245Tunneling, 1);
     EXPECT_EQ(again->nonStandardControl.count, 0U);
 }
 
-// H245H2250LogicalChannelAckParameters knows two additions. The number of additions, bitmap and open
-// types differ; what is known of them is the same.
+// H245H2250LogicalChannelAckParameters knows two additions. The number of additions, bitmap and
+// open types differ; what is known of them is the same.
 TEST(Additions, OfAnyNumberGiveWhatIsKnownOfThem) {
     const std::string canonical = "800c0180";
     for (const char* hex : {

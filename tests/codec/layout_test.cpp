@@ -131,13 +131,12 @@ TEST(Records, AlternativesCountFromOneRootFirst) {
     EXPECT_EQ(H245ResponseMessage_openLogicalChannelAckChosen, 6U);
     EXPECT_EQ(H245CommandMessage_h223MultiplexReconfigurationChosen, 10U);
     EXPECT_EQ(H245IndicationMessage_functionNotSupportedChosen, 19U);
-    EXPECT_EQ(
-        H245OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters_noneChosen, 5U);
+    EXPECT_EQ(H245OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters_noneChosen,
+              5U);
     EXPECT_EQ(H245UnicastAddress_nonStandardAddressChosen, 7U);
 }
 
-template <typename Member, typename Expected>
-constexpr bool is = std::is_same_v<Member, Expected>;
+template <typename Member, typename Expected> constexpr bool is = std::is_same_v<Member, Expected>;
 
 // Members by value, by pointer, and of the expected width.
 static_assert(is<decltype(H225TransportAddress_ipAddress::port), int32_t>);
