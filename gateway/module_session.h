@@ -36,6 +36,9 @@ public:
     // Names the published host again, as hosts may do at intervals; 0 for none.
     static void publish(uint32_t address);
 
+    // The public address from now on, for hosts whose address can change.
+    void setPublicAddress(uint32_t address) { context_.publicAddress = address; }
+
 private:
     HostContext context_{};
 };

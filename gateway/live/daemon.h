@@ -1,0 +1,22 @@
+#pragma once
+
+#include "gateway/live/config.h"
+
+#include <functional>
+#include <string>
+
+namespace gateway {
+
+// Reads the configuration anew. Gives an empty text, or what is wrong with it.
+using ConfigSource = std::function<std::string(LiveConfig& config)>;
+
+// Runs the gateway until SIGTERM or SIGINT. SIGHUP asks `source` again and goes on with what it
+// gives; a wrong configuration is reported and leaves things as they are. Gives an empty text after
+// an orderly end, or why the gateway could not start or go on.
+std::string runGateway(const ConfigSource& source);
+
+// The rules that the gateway would make, as text for nft; nothing is applied. Gives an empty text
+// and fills `rules`, or gives what is missing.
+std::string describeRules(const LiveConfig& config, std::string& rules);
+
+} // namespace gateway

@@ -1,0 +1,91 @@
+#include "gateway/live/event_log.h"
+
+#include <nlohmann/json.hpp>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/stdout_sinks.h>
+
+#include <algorithm>
+#include <chrono>
+
+namespace gateway {
+namespace {
+
+constexpr unsigned linesPerSecond = 200;
+
+bool needsQuotes(const std::string& value) {
+    return value.empty() || std::any_of(value.begin(), value.end(), [](unsigned char c) {
+               return c <= ' ' || c == '"' || c == '=' || c == '\\' || c >= 0x7F;
+           });
+}
+
+// JSON's quoting is logfmt's as well. Octets that are not UTF-8 are replaced.
+std::string quoted(const std::string& value) {
+    return nlohmann::json(value).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+}
+
+} // namespace
+
+std::string formatEvent(LogFormat format, const char* event,
+                        std::initializer_list<LogField> fields) {
+    if (format == LogFormat::Json) {
+        std::string text = std::string(R"("event":")") + event + "\"";
+        for (const auto& [name, value] : fields) {
+            text += ",\"" + std::string(name) + "\":" + quoted(value);
+        }
+        return text;
+    }
+    std::string text = std::string("event=") + event;
+    for (const auto& [name, value] : fields) {
+        text += " " + std::string(name) + "=" + (needsQuotes(value) ? quoted(value) : value);
+    }
+    return text;
+}
+
+EventLog::EventLog(Counters& counters)
+    : counters_(counters), logger_(std::make_shared<spdlog::logger>(
+                               "h323nat", std::make_shared<spdlog::sinks::stderr_sink_st>())) {
+    configure(LogFormat::Logfmt, false);
+}
+
+void EventLog::configure(LogFormat format, bool debug) {
+    format_ = format;
+    debug_ = debug;
+    logger_->set_level(debug ? spdlog::level::debug : spdlog::level::info);
+    logger_->flush_on(spdlog::level::debug);
+    logger_->set_pattern(format == LogFormat::Json
+                             ? R"({"time":"%Y-%m-%dT%H:%M:%S.%eZ","level":"%l",%v})"
+                             : "time=%Y-%m-%dT%H:%M:%S.%eZ level=%l %v",
+                         spdlog::pattern_time_type::utc);
+}
+
+bool EventLog::mayWrite() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    const int64_t second = std::chrono::duration_cast<std::chrono::seconds>(now).count();
+    if (second != second_) {
+        second_ = second;
+        linesThisSecond_ = 0;
+    }
+    if (++linesThisSecond_ <= linesPerSecond) {
+        return true;
+    }
+    counters_.add(Cause::logSuppressed);
+    return false;
+}
+
+void EventLog::info(const char* event, std::initializer_list<LogField> fields) {
+    if (mayWrite()) {
+        logger_->info("{}", formatEvent(format_, event, fields));
+    }
+}
+
+void EventLog::debug(const char* event, std::initializer_list<LogField> fields) {
+    if (debug_ && mayWrite()) {
+        logger_->debug("{}", formatEvent(format_, event, fields));
+    }
+}
+
+void EventLog::warning(const char* event, std::initializer_list<LogField> fields) {
+    logger_->warn("{}", formatEvent(format_, event, fields));
+}
+
+} // namespace gateway

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "gateway/live/config.h"
+#include "gateway/live/counters.h"
+
+#include <spdlog/logger.h>
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace gateway {
+
+using LogField = std::pair<const char*, std::string>;
+
+// One log line as it is written: `event` and the fields, in logfmt or as a JSON object.
+std::string formatEvent(LogFormat format, const char* event,
+                        std::initializer_list<LogField> fields);
+
+// The gateway's log: a line for each event on standard error, where systemd's journal takes it.
+// Nobody can flood it: past a number of lines per second, lines are counted instead.
+class EventLog {
+public:
+    explicit EventLog(Counters& counters);
+
+    void configure(LogFormat format, bool debug);
+
+    void info(const char* event, std::initializer_list<LogField> fields);
+    void debug(const char* event, std::initializer_list<LogField> fields);
+    // Never left out.
+    void warning(const char* event, std::initializer_list<LogField> fields);
+
+    [[nodiscard]] bool isDebug() const { return debug_; }
+
+private:
+    bool mayWrite();
+
+    Counters& counters_;
+    std::shared_ptr<spdlog::logger> logger_;
+    LogFormat format_ = LogFormat::Logfmt;
+    bool debug_ = false;
+    int64_t second_ = 0;
+    unsigned linesThisSecond_ = 0;
+};
+
+} // namespace gateway

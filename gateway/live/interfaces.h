@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace gateway {
+
+// The interface's first IPv4 address, as a number; 0 when it has none or does not exist.
+uint32_t addressOfInterface(const std::string& name);
+
+// The kernel's index of the interface; 0 when it does not exist.
+uint32_t indexOfInterface(const std::string& name);
+
+} // namespace gateway

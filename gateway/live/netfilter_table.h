@@ -1,0 +1,56 @@
+#pragma once
+
+#include "gateway/live/ruleset.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+struct nft_ctx;
+
+namespace gateway {
+
+// The gateway's own nftables table in the kernel. No other table is ever touched. Functions that
+// change the kernel give an empty text, or what went wrong in words for the operator.
+class NetfilterTable {
+public:
+    NetfilterTable();
+    ~NetfilterTable();
+    NetfilterTable(const NetfilterTable&) = delete;
+    NetfilterTable& operator=(const NetfilterTable&) = delete;
+
+    // UDP forwards of media and RAS in a table that an earlier run left behind; empty if there is
+    // no such table. Elements that make no sense are skipped.
+    std::vector<PortForward> readLeftover();
+
+    // Makes the table, replacing one that was left behind, and the rule that queues packets: nft's
+    // queue statement where the kernel has it, the xtables target NFQUEUE otherwise.
+    std::string create(const LiveConfig& config, uint32_t publicAddress,
+                       std::span<const PortForward> forwards);
+
+    // Renews rules and maps in one transaction; the queueing rule and the kernel's sets stay.
+    std::string refresh(const LiveConfig& config, uint32_t publicAddress,
+                        std::span<const PortForward> forwards);
+
+    std::string addForwards(uint32_t publicAddress, std::span<const PortForward> forwards);
+    std::string removeForwards(std::span<const PortForward> forwards);
+    std::string leaveToKernel(const Endpoint& inside, const Endpoint& remote);
+
+    // Removes the table. Also called by the destructor, if the table was made by this object.
+    void remove();
+
+    // "nft queue" or "xt NFQUEUE"; empty before create.
+    [[nodiscard]] const std::string& queueForm() const { return queueForm_; }
+
+private:
+    std::string run(const std::string& commands);
+
+    struct Release {
+        void operator()(nft_ctx* context) const;
+    };
+    std::unique_ptr<nft_ctx, Release> context_;
+    std::string queueForm_;
+    bool created_ = false;
+};
+
+} // namespace gateway

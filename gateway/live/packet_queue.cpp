@@ -1,0 +1,139 @@
+#include "gateway/live/packet_queue.h"
+
+#include <arpa/inet.h>
+#include <libnetfilter_queue/libnetfilter_queue.h>
+#include <linux/netfilter.h>
+#include <linux/netfilter/nfnetlink_queue.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace gateway {
+namespace {
+
+constexpr size_t largestPacket = 0xFFFF;
+constexpr size_t inputSize = largestPacket + 4096;
+constexpr int socketBuffer = 8 * 1024 * 1024;
+constexpr uint32_t configureSequence = 1;
+
+struct Delivery {
+    const std::function<void(const QueuedPacket&)>* handle;
+};
+
+int deliver(const nlmsghdr* header, void* data) {
+    std::array<nlattr*, NFQA_MAX + 1> attributes{};
+    if (nfq_nlmsg_parse(header, attributes.data()) < 0 || attributes[NFQA_PACKET_HDR] == nullptr ||
+        attributes[NFQA_PAYLOAD] == nullptr) {
+        return MNL_CB_OK;
+    }
+    const auto* meta =
+        static_cast<const nfqnl_msg_packet_hdr*>(mnl_attr_get_payload(attributes[NFQA_PACKET_HDR]));
+    QueuedPacket packet;
+    packet.id = ntohl(meta->packet_id);
+    if (attributes[NFQA_IFINDEX_INDEV] != nullptr) {
+        packet.arrivedOn = ntohl(mnl_attr_get_u32(attributes[NFQA_IFINDEX_INDEV]));
+    }
+    packet.octets = {static_cast<uint8_t*>(mnl_attr_get_payload(attributes[NFQA_PAYLOAD])),
+                     mnl_attr_get_payload_len(attributes[NFQA_PAYLOAD])};
+    (*static_cast<const Delivery*>(data)->handle)(packet);
+    return MNL_CB_OK;
+}
+
+nlmsghdr* newRequest(std::vector<uint8_t>& buffer, uint16_t queue) {
+    nlmsghdr* request =
+        nfq_nlmsg_put(reinterpret_cast<char*>(buffer.data()), NFQNL_MSG_CONFIG, queue);
+    request->nlmsg_flags = static_cast<uint16_t>(request->nlmsg_flags | NLM_F_ACK);
+    request->nlmsg_seq = configureSequence;
+    return request;
+}
+
+} // namespace
+
+std::string PacketQueue::configure(const nlmsghdr* request) {
+    if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) {
+        return std::strerror(errno);
+    }
+    std::array<char, 4096> answer{};
+    const ssize_t length = mnl_socket_recvfrom(socket_.get(), answer.data(), answer.size());
+    if (length < 0 || mnl_cb_run(answer.data(), static_cast<size_t>(length), configureSequence,
+                                 mnl_socket_get_portid(socket_.get()), nullptr, nullptr) < 0) {
+        return std::strerror(errno);
+    }
+    return {};
+}
+
+std::string PacketQueue::open(uint16_t number, uint32_t length) {
+    const std::string prefix = "cannot use netfilter queue " + std::to_string(number) + ": ";
+    number_ = number;
+    input_.resize(inputSize);
+    output_.resize(inputSize);
+    socket_.reset(mnl_socket_open2(NETLINK_NETFILTER, SOCK_CLOEXEC));
+    if (!socket_ || mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
+        return prefix + std::strerror(errno);
+    }
+    // A larger buffer only delays overruns; without it they come sooner and are counted as well.
+    (void)setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &socketBuffer, sizeof socketBuffer);
+
+    nlmsghdr* request = newRequest(output_, number);
+    nfq_nlmsg_cfg_put_cmd(request, AF_INET, NFQNL_CFG_CMD_BIND);
+    std::string failure = configure(request);
+    if (!failure.empty()) {
+        return prefix + failure + "; is another program using it? (queue-number chooses another)";
+    }
+    request = newRequest(output_, number);
+    nfq_nlmsg_cfg_put_params(request, NFQNL_COPY_PACKET, largestPacket);
+    nfq_nlmsg_cfg_put_qmaxlen(request, length);
+    mnl_attr_put_u32(request, NFQA_CFG_FLAGS, htonl(NFQA_CFG_F_FAIL_OPEN));
+    mnl_attr_put_u32(request, NFQA_CFG_MASK, htonl(NFQA_CFG_F_FAIL_OPEN | NFQA_CFG_F_GSO));
+    failure = configure(request);
+    return failure.empty() ? failure : prefix + failure;
+}
+
+PacketQueue::Received PacketQueue::receive(const std::function<void(const QueuedPacket&)>& handle) {
+    const ssize_t length = recv(descriptor(), input_.data(), input_.size(), MSG_DONTWAIT);
+    if (length < 0) {
+        if (errno == ENOBUFS) {
+            return Received::Overrun;
+        }
+        return errno == EAGAIN || errno == EINTR ? Received::Nothing : Received::Failed;
+    }
+    Delivery delivery{&handle};
+    mnl_cb_run(input_.data(), static_cast<size_t>(length), 0, mnl_socket_get_portid(socket_.get()),
+               deliver, &delivery);
+    return Received::Packets;
+}
+
+bool PacketQueue::accept(uint32_t id, std::span<const uint8_t> replacement) {
+    nlmsghdr* verdict =
+        nfq_nlmsg_put(reinterpret_cast<char*>(output_.data()), NFQNL_MSG_VERDICT, number_);
+    nfq_nlmsg_verdict_put(verdict, static_cast<int>(id), NF_ACCEPT);
+    if (!replacement.empty()) {
+        nfq_nlmsg_verdict_put_pkt(verdict, replacement.data(),
+                                  static_cast<uint32_t>(replacement.size()));
+    }
+    return mnl_socket_sendto(socket_.get(), verdict, verdict->nlmsg_len) >= 0;
+}
+
+// Columns of the kernel's table: queue, port, waiting, mode, range, dropped (queue full), dropped
+// (reader too slow), ...
+uint64_t PacketQueue::notDelivered() const {
+    std::ifstream table("/proc/net/netfilter/nfnetlink_queue");
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream columns(line);
+        uint64_t queue = 0;
+        uint64_t ignored = 0;
+        uint64_t full = 0;
+        uint64_t slow = 0;
+        columns >> queue >> ignored >> ignored >> ignored >> ignored >> full >> slow;
+        if (columns && queue == number_) {
+            return full + slow;
+        }
+    }
+    return 0;
+}
+
+} // namespace gateway

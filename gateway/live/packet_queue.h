@@ -1,0 +1,52 @@
+#pragma once
+
+#include "gateway/live/netlink_socket.h"
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace gateway {
+
+struct QueuedPacket {
+    uint32_t id = 0;
+    uint32_t arrivedOn = 0;    // interface index
+    std::span<uint8_t> octets; // from the IP header on; may be changed in place
+};
+
+// The packets that the kernel hands over through one netfilter queue. Segments that the network
+// card would have cut are cut by the kernel before they come, and checksums are complete, so every
+// packet is as the wire would have it.
+class PacketQueue {
+public:
+    // Takes the queue. Gives an empty text, or what went wrong.
+    std::string open(uint16_t number, uint32_t length);
+
+    // To wait for with poll.
+    [[nodiscard]] int descriptor() const { return mnl_socket_get_fd(socket_.get()); }
+
+    enum class Received { Packets, Nothing, Overrun, Failed };
+
+    // Hands over what one read brings, without waiting. Overrun: the kernel could not deliver some
+    // packets and let them pass.
+    Received receive(const std::function<void(const QueuedPacket&)>& handle);
+
+    // Lets a packet go on, with `replacement` instead of its octets if that is not empty. False
+    // when the kernel did not take the verdict.
+    bool accept(uint32_t id, std::span<const uint8_t> replacement);
+
+    // Packets of this queue that the kernel dropped or passed by since it was opened.
+    [[nodiscard]] uint64_t notDelivered() const;
+
+private:
+    std::string configure(const nlmsghdr* request);
+
+    NetlinkSocket socket_;
+    uint16_t number_ = 0;
+    std::vector<uint8_t> input_;
+    std::vector<uint8_t> output_;
+};
+
+} // namespace gateway
