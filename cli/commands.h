@@ -11,6 +11,10 @@ void addDecodeCommand(CLI::App& app, int& exitStatus);
 void addVerifyCommand(CLI::App& app, int& exitStatus);
 void addReplayCommand(CLI::App& app, int& exitStatus);
 
+/// Only where the live gateway is built (H323NAT_LIVE_GATEWAY).
+void addGatewayCommand(CLI::App& app, int& exitStatus);
+void addStatusCommand(CLI::App& app, int& exitStatus);
+
 constexpr int exitFaults = 1;
 constexpr int exitUnusable = 2;
 

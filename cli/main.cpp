@@ -12,6 +12,10 @@ int main(int argc, char** argv) {
 #ifdef H323NAT_READS_CAPTURES
     cli::addReplayCommand(app, exitStatus);
 #endif
+#ifdef H323NAT_LIVE_GATEWAY
+    cli::addGatewayCommand(app, exitStatus);
+    cli::addStatusCommand(app, exitStatus);
+#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

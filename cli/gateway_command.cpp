@@ -1,0 +1,97 @@
+#include "cli/commands.h"
+
+#include "gateway/live/config.h"
+#include "gateway/live/daemon.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace cli {
+namespace {
+
+struct GatewayArguments {
+    std::string configFile;
+    std::vector<std::pair<std::string, std::string>> settings;
+    bool printRules = false;
+    bool dryRun = false;
+};
+
+// The file first, the command line over it.
+std::string loadConfig(const GatewayArguments& arguments, gateway::LiveConfig& config) {
+    if (!arguments.configFile.empty()) {
+        std::ifstream file(arguments.configFile);
+        std::ostringstream text;
+        text << file.rdbuf();
+        if (!file) {
+            return "cannot read '" + arguments.configFile + "': " + std::strerror(errno);
+        }
+        std::string wrong = gateway::readConfig(config, text.str(), arguments.configFile);
+        if (!wrong.empty()) {
+            return wrong;
+        }
+    }
+    for (const auto& [name, value] : arguments.settings) {
+        const std::string wrong = gateway::applySetting(config, name, value);
+        if (!wrong.empty()) {
+            return "--" + wrong;
+        }
+    }
+    config.dryRun = arguments.dryRun;
+    return gateway::checkConfig(config);
+}
+
+int report(const std::string& failure, int status) {
+    if (failure.empty()) {
+        return 0;
+    }
+    std::cerr << "h323nat gateway: " << failure << '\n';
+    return status;
+}
+
+int run(const GatewayArguments& arguments) {
+    gateway::LiveConfig config;
+    std::string failure = loadConfig(arguments, config);
+    if (!failure.empty()) {
+        return report(failure, exitUnusable);
+    }
+    if (arguments.printRules) {
+        std::string rules;
+        failure = gateway::describeRules(config, rules);
+        std::cout << rules;
+        return report(failure, exitFaults);
+    }
+    const auto source = [&](gateway::LiveConfig& fresh) { return loadConfig(arguments, fresh); };
+    return report(gateway::runGateway(source), exitFaults);
+}
+
+} // namespace
+
+void addGatewayCommand(CLI::App& app, int& exitStatus) {
+    const auto arguments = std::make_shared<GatewayArguments>();
+    CLI::App* command =
+        app.add_subcommand("gateway", "Translate the H.323 calls of private hosts on this router");
+    command
+        ->add_option("--config", arguments->configFile,
+                     "Read settings from FILE; options here come before it")
+        ->type_name("FILE");
+    command->add_flag("--print-rules", arguments->printRules, "Print the nftables rules and end");
+    command->add_flag("--dry-run", arguments->dryRun, "Look at packets and report, change nothing");
+    for (const gateway::Setting& setting : gateway::settings()) {
+        const std::string name = setting.name;
+        const auto keep = [arguments, name](const std::string& value) {
+            arguments->settings.emplace_back(name, value);
+        };
+        command->add_option_function<std::string>("--" + name, keep, setting.help)
+            ->type_name(setting.value);
+    }
+    command->callback([arguments, &exitStatus] { exitStatus = run(*arguments); });
+}
+
+} // namespace cli

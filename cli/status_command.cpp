@@ -1,0 +1,51 @@
+#include "cli/commands.h"
+
+#include "gateway/live/config.h"
+#include "gateway/live/status.h"
+#include "gateway/live/status_socket.h"
+
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <string>
+
+namespace cli {
+namespace {
+
+struct StatusArguments {
+    std::string socket = gateway::LiveConfig{}.statusSocket;
+    bool asJson = false;
+};
+
+int fail(const std::string& why) {
+    std::cerr << "h323nat status: " << why << '\n';
+    return exitFaults;
+}
+
+int run(const StatusArguments& arguments) {
+    std::string answer;
+    const std::string failure = gateway::readStatus(arguments.socket, answer);
+    if (!failure.empty()) {
+        return fail(failure);
+    }
+    try {
+        std::cout << (arguments.asJson ? answer : gateway::statusText(answer));
+    } catch (const std::exception& error) {
+        return fail(std::string("the gateway's answer makes no sense: ") + error.what());
+    }
+    return 0;
+}
+
+} // namespace
+
+void addStatusCommand(CLI::App& app, int& exitStatus) {
+    const auto arguments = std::make_shared<StatusArguments>();
+    CLI::App* command = app.add_subcommand(
+        "status", "Ask the running gateway for its calls, mappings and counters");
+    command->add_flag("--json", arguments->asJson, "Print one JSON object");
+    command->add_option("--socket", arguments->socket, "The gateway's status socket")
+        ->type_name("PATH");
+    command->callback([arguments, &exitStatus] { exitStatus = run(*arguments); });
+}
+
+} // namespace cli
