@@ -12,7 +12,7 @@ set(CPACK_PACKAGE_DESCRIPTION
   "A module that a program doing IPv4 NAT loads to translate the addresses in
 H.323 signalling (H.225.0 call signalling, fast start, H.245, RAS), with its
 header and CMake package for host programs, and the command-line tool h323nat,
-which decodes messages and replays captures.")
+which decodes messages, replays captures and runs the gateway for Linux.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_STRIP_FILES ON)
@@ -24,6 +24,11 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The tool links the module that stands beside it in this package.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/triggers")
+set(control "${PROJECT_SOURCE_DIR}/packaging/debian")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${control}/triggers")
+if(TARGET h323gateway_live)
+  list(APPEND CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    "${control}/conffiles" "${control}/postinst" "${control}/prerm")
+endif()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)
