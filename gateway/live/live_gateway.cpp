@@ -86,31 +86,34 @@ std::string LiveGateway::reconfigure(const LiveConfig& config, uint32_t publicAd
 void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue, LiveSeconds now) {
     const auto arrived = std::chrono::steady_clock::now();
     now_ = now;
-    bool changed = false;
-    if (packet.arrivedOn == insideIndex_) {
-        changed = show(packet.octets, Side::Inside);
-    } else if (packet.arrivedOn == outsideIndex_) {
-        changed = show(packet.octets, Side::Outside);
+    const Side side = packet.arrivedOn == insideIndex_ ? Side::Inside : Side::Outside;
+    Shown shown;
+    if (side == Side::Inside || packet.arrivedOn == outsideIndex_) {
+        shown = show(packet.octets, side);
     } else {
         counters_.add(Cause::packetsUnseen);
     }
-    const bool replace = changed && !config_.dryRun;
+    const bool replace = shown.changed && !config_.dryRun;
     if (!queue.accept(packet.id, replace ? packet.octets : std::span<uint8_t>())) {
         counters_.add(Cause::verdictErrors);
     }
     const auto stayed = std::chrono::steady_clock::now() - arrived;
     counters_.delay.add(static_cast<uint64_t>(
         std::chrono::duration_cast<std::chrono::nanoseconds>(stayed).count()));
+    if (shown.reported) {
+        report(packet.octets, side, shown);
+    }
 }
 
-bool LiveGateway::show(std::span<uint8_t> octets, Side side) {
-    PacketLayout layout;
+LiveGateway::Shown LiveGateway::show(std::span<uint8_t> octets, Side side) {
+    Shown shown;
+    PacketLayout& layout = shown.layout;
     const PacketKind kind = classifyPacket(octets, layout);
     if (kind != PacketKind::Tcp && kind != PacketKind::Udp) {
         counters_.add(kind == PacketKind::Malformed || kind == PacketKind::Truncated
                           ? Cause::packetsMalformed
                           : Cause::packetsUnseen);
-        return false;
+        return shown;
     }
     if (log_.isDebug()) {
         log_.debug("packet", {{"side", side == Side::Inside ? "inside" : "outside"},
@@ -118,24 +121,93 @@ bool LiveGateway::show(std::span<uint8_t> octets, Side side) {
                               {"to", toText(destinationOf(octets, layout))},
                               {"octets", std::to_string(layout.payloadLength)}});
     }
-    bool changed = false;
+    prepareReport(octets, side, shown);
     if (side == Side::Outside) {
         counters_.add(Cause::packetsReceived);
         followCall(octets, layout, side);
-        changed = module_.receive(octets, layout);
+        shown.changed = module_.receive(octets, layout);
     } else {
         counters_.add(Cause::packetsSent);
         sentFlow_ = {layout.protocol, sourceOf(octets, layout), destinationOf(octets, layout)};
-        changed = module_.send(octets, layout);
+        shown.changed = module_.send(octets, layout);
         followCall(octets, layout, side);
         leaveForeign(octets, layout);
     }
-    if (changed) {
+    if (shown.changed) {
         recomputeChecksums(octets, layout);
         counters_.add(Cause::packetsRewritten);
-        logRewrite(octets, layout, side);
     }
-    return changed;
+    return shown;
+}
+
+std::optional<FlowId> LiveGateway::insideViewOfPacket(std::span<const uint8_t> octets,
+                                                      const PacketLayout& layout, Side side) {
+    const Endpoint source = sourceOf(octets, layout);
+    const Endpoint destination = destinationOf(octets, layout);
+    if (side == Side::Inside) {
+        return FlowId{layout.protocol, source, destination};
+    }
+    const auto flow = conntrack_.find(layout.protocol, source, destination);
+    if (!flow) {
+        return std::nullopt;
+    }
+    const FlowViews views = viewsOf(*flow, flow->originalSource != source);
+    return FlowId{layout.protocol, views.inside, views.remote};
+}
+
+void LiveGateway::prepareReport(std::span<const uint8_t> octets, Side side, Shown& shown) {
+    const bool opens =
+        shown.layout.protocol == Protocol::Tcp && (tcpFlags(octets, shown.layout) & tcpSyn) != 0;
+    if (shown.layout.payloadLength == 0 && !opens) {
+        return;
+    }
+    const auto view = insideViewOfPacket(octets, shown.layout, side);
+    if (!view || !messages_.mayCarryMessages(*view)) {
+        return;
+    }
+    const auto payload = octets.subspan(shown.layout.payloadOffset, shown.layout.payloadLength);
+    before_.assign(payload.begin(), payload.end());
+    shown.insideView = *view;
+    shown.reported = true;
+}
+
+// Decoding for the log and the counters happens when the packet is on its way already.
+void LiveGateway::report(std::span<const uint8_t> octets, Side side, const Shown& shown) {
+    const PacketLayout& layout = shown.layout;
+    ObservedPayload payload;
+    payload.direction = side == Side::Inside ? Direction::Sent : Direction::Received;
+    payload.insideView = shown.insideView;
+    if (layout.protocol == Protocol::Tcp) {
+        payload.sequence = sequenceNumber(octets, layout);
+        payload.tcpFlags = tcpFlags(octets, layout);
+    }
+    payload.before = before_;
+    payload.after = octets.subspan(layout.payloadOffset, layout.payloadLength);
+    for (const ObservedMessage& message : messages_.observe(payload)) {
+        counters_.add(message.repeated ? Cause::messagesRepeated : Cause::messagesSeen);
+        if (!message.description.decoded) {
+            counters_.add(Cause::messagesUndecodable);
+            log_.info("undecodable", {{"inside", toText(shown.insideView.local)},
+                                      {"remote", toText(shown.insideView.remote)}});
+        }
+        if (message.rewritten) {
+            counters_.add(Cause::messagesRewritten);
+            logRewrite(message, shown.insideView, side);
+        }
+    }
+}
+
+void LiveGateway::logRewrite(const ObservedMessage& message, const FlowId& insideView, Side side) {
+    std::string changes;
+    for (const AddressChange& change : message.changes) {
+        changes += (changes.empty() ? "" : ", ") + change.field + " " + toText(change.from) +
+                   " -> " + toText(change.to);
+    }
+    log_.info("rewrite", {{"direction", side == Side::Inside ? "sent" : "received"},
+                          {"message", message.description.name},
+                          {"inside", toText(insideView.local)},
+                          {"remote", toText(insideView.remote)},
+                          {"changes", changes}});
 }
 
 // The connections of a private host with a call are shown to the module because one of them may be
@@ -223,14 +295,6 @@ void LiveGateway::endCall(const FlowId& flow) {
                            {"remote", toText(flow.remote)},
                            {"seconds", std::to_string(now_ - found->second.started)}});
     calls_.erase(found);
-}
-
-void LiveGateway::logRewrite(std::span<const uint8_t> octets, const PacketLayout& layout,
-                             Side side) {
-    log_.info("rewrite", {{"direction", side == Side::Inside ? "sent" : "received"},
-                          {"from", toText(sourceOf(octets, layout))},
-                          {"to", toText(destinationOf(octets, layout))},
-                          {"octets", std::to_string(layout.payloadLength)}});
 }
 
 void LiveGateway::refuse(Cause cause, MappingKind kind, const Endpoint& inside,

@@ -7,6 +7,7 @@
 #include "gateway/live/live_mappings.h"
 #include "gateway/live/netfilter_table.h"
 #include "gateway/live/packet_queue.h"
+#include "gateway/message_tracker.h"
 #include "gateway/module_session.h"
 
 #include <memory>
@@ -64,7 +65,20 @@ private:
     HostMappingRecord* findInside(const Endpoint& inside, const Endpoint& remote) override;
     HostMappingRecord* findOutside(const Endpoint& publicEndpoint, const Endpoint& remote) override;
 
-    bool show(std::span<uint8_t> octets, Side side);
+    // A packet that may carry H.323 messages, kept until its verdict is given.
+    struct Shown {
+        bool changed = false;
+        bool reported = false;
+        FlowId insideView;
+        PacketLayout layout;
+    };
+
+    Shown show(std::span<uint8_t> octets, Side side);
+    void prepareReport(std::span<const uint8_t> octets, Side side, Shown& shown);
+    void report(std::span<const uint8_t> octets, Side side, const Shown& shown);
+    void logRewrite(const ObservedMessage& message, const FlowId& insideView, Side side);
+    std::optional<FlowId> insideViewOfPacket(std::span<const uint8_t> octets,
+                                             const PacketLayout& layout, Side side);
     LiveMapping* openMapping(MappingKind kind, const Endpoint& inside, uint32_t remoteAddress,
                              bool& reused);
     void refuse(Cause cause, MappingKind kind, const Endpoint& inside, uint32_t remoteAddress);
@@ -74,7 +88,6 @@ private:
     void forgetClosed(std::span<const TrackedFlow> flows);
     void leaveForeign(std::span<const uint8_t> octets, const PacketLayout& layout);
     HostMappingRecord* recordOf(const FlowId& insideView);
-    void logRewrite(std::span<const uint8_t> octets, const PacketLayout& layout, Side side);
 
     LiveConfig config_;
     uint32_t publicAddress_;
@@ -90,6 +103,9 @@ private:
     uint32_t insideIndex_ = 0;
     uint32_t outsideIndex_ = 0;
     bool wantsSweep_ = false;
+
+    MessageTracker messages_;
+    std::vector<uint8_t> before_; // payload before the module saw it
 
     // Of the packet in the module's hands.
     LiveSeconds now_ = 0;

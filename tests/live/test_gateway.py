@@ -114,7 +114,11 @@ class GatewayTest(unittest.TestCase):
         call.play().close()
         gateway.wait_for(lambda now: now["call_total"] == 0)
         self.assertIn("event=mapping-open", gateway.log_text())
-        self.assertIn("event=rewrite", gateway.log_text())
+        public = "%s:%d" % call.announced[PRIVATE, 5000]
+        self.assertIn("event=rewrite direction=sent message=setup", gateway.log_text())
+        self.assertIn(f"mediaChannel {PRIVATE}:5000 -> {public}", gateway.log_text())
+        counters = gateway.status()["counters"]
+        self.assertEqual((counters["messages_rewritten"], counters["messages_undecodable"]), (1, 0))
 
     def test_separate_control_call_out(self):
         self.start()
