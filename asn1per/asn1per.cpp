@@ -1161,6 +1161,13 @@ namespace {
 
 // Length determinant without a constraint.
 int32_t readUnconsLength(PerContext* ctx, uint32_t* length) {
+    const uint64_t index = pu_alignedIndex(ctx);
+    if (ctx->aligned != 0 && index < ctx->size && ctx->buffer[index] < 0x80 && pu_isQuiet(ctx))
+        [[likely]] {
+        *length = ctx->buffer[index];
+        pu_setOctet(ctx, index + 1);
+        return PER_OK;
+    }
     PER_TRY(alignToRead(ctx));
     uint8_t bit = 0;
     PER_TRY(pd_bit(ctx, &bit));
@@ -1508,24 +1515,45 @@ bool isWrittenByIndex(const PermittedAlphabet* alphabet, uint32_t bits) {
     return bits < alphabet->canonicalBits || alphabet->canonicalBits <= 4;
 }
 
+// The alphabets of dialled digits and of user-input signals, which nearly every FROM constraint of
+// H.225.0 and H.245 names, are not worked out for each string.
+struct KnownAlphabet {
+    const char* from;
+    PermittedAlphabet alphabet;
+};
+constexpr const char* DIGITS = "0123456789#*,";
+constexpr const char* SIGNALS = "0123456789#*ABCD!";
+constexpr KnownAlphabet KNOWN_ALPHABETS[] = {{DIGITS, pu_ia5Alphabet(DIGITS)},
+                                             {SIGNALS, pu_ia5Alphabet(SIGNALS)}};
+
+// The effective alphabet of a type under a FROM constraint, worked out in `room` if need be.
+const PermittedAlphabet* effectiveAlphabet(const PermittedAlphabet& whole, const char* from,
+                                           PermittedAlphabet* room) {
+    if (from == nullptr) {
+        return &whole;
+    }
+    if (&whole == &IA5) {
+        for (const KnownAlphabet& known : KNOWN_ALPHABETS) {
+            if (std::strcmp(known.from, from) == 0) {
+                return &known.alphabet;
+            }
+        }
+    }
+    *room = whole;
+    pu_setPermittedAlphabet(room, from);
+    return room;
+}
+
 int32_t putType(PerContext* ctx, const char* value, const char* from,
                 const PermittedAlphabet& whole) {
-    if (from == nullptr) {
-        return pe_ConstrainedString(ctx, value, &whole);
-    }
-    PermittedAlphabet narrowed = whole;
-    pu_setPermittedAlphabet(&narrowed, from);
-    return pe_ConstrainedString(ctx, value, &narrowed);
+    PermittedAlphabet room;
+    return pe_ConstrainedString(ctx, value, effectiveAlphabet(whole, from, &room));
 }
 
 int32_t getType(PerContext* ctx, const char** value, const char* from,
                 const PermittedAlphabet& whole) {
-    if (from == nullptr) {
-        return pd_ConstrainedString(ctx, value, &whole);
-    }
-    PermittedAlphabet narrowed = whole;
-    pu_setPermittedAlphabet(&narrowed, from);
-    return pd_ConstrainedString(ctx, value, &narrowed);
+    PermittedAlphabet room;
+    return pd_ConstrainedString(ctx, value, effectiveAlphabet(whole, from, &room));
 }
 
 int32_t getCharacters(PerContext* ctx, char* text, uint32_t count,
@@ -1561,6 +1589,12 @@ int32_t pe_ConstrainedString(PerContext* ctx, const char* value,
     PER_TRY(alignIfAligned(ctx));
     (void)pu_newField(ctx, "data");
     const bool byIndex = isWrittenByIndex(alphabet, bits);
+    if (!byIndex && bits == 8 && length < INT32_MAX / 8) {
+        PER_TRY(pe_bitData(ctx, reinterpret_cast<const uint8_t*>(value),
+                           static_cast<uint32_t>(length) * 8));
+        pu_setFieldBitCount(ctx);
+        return PER_OK;
+    }
     for (size_t i = 0; i < length; ++i) {
         uint32_t code = static_cast<uint8_t>(value[i]);
         if (byIndex) {
@@ -1648,12 +1682,33 @@ int32_t pu_set16BitAlphabet(PerContext* ctx, PermittedAlphabet16* alphabet,
     return PER_OK;
 }
 
+namespace {
+
+// Plain 16-bit codes on an octet boundary: two octets a character.
+bool isPlain16(const PerContext* ctx, const PermittedAlphabet16* alphabet, uint32_t bits) {
+    return bits == 16 && alphabet->chars == nullptr && alphabet->first == 0 &&
+           ctx->bitOffset == 8 && ctx->aligned != 0;
+}
+
+} // namespace
+
 int32_t pe_16BitConstrainedString(PerContext* ctx, uint32_t nchars, const uint16_t* data,
                                   const PermittedAlphabet16* alphabet) {
     const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
     PER_TRY(pe_Length(ctx, nchars));
     PER_TRY(alignIfAligned(ctx));
     (void)pu_newField(ctx, "data");
+    if (isPlain16(ctx, alphabet, bits) && hasBits(ctx, uint64_t{nchars} * 16 + 8)) {
+        uint8_t* octets = ctx->buffer + ctx->byteIndex;
+        for (uint32_t i = 0; i < nchars; ++i) {
+            *octets++ = static_cast<uint8_t>(data[i] >> 8);
+            *octets++ = static_cast<uint8_t>(data[i]);
+        }
+        *octets = 0;
+        ctx->byteIndex += nchars * 2;
+        pu_setFieldBitCount(ctx);
+        return PER_OK;
+    }
     for (uint32_t i = 0; i < nchars; ++i) {
         uint32_t code = data[i];
         if (alphabet->chars == nullptr) {
@@ -1690,7 +1745,15 @@ int32_t pd_16BitConstrainedString(PerContext* ctx, BMPStringValue* value,
         return fail(ctx, PER_NO_MEMORY);
     }
     (void)pu_newField(ctx, "data");
-    for (uint32_t i = 0; i < count; ++i) {
+    uint32_t begun = 0;
+    if (isPlain16(ctx, alphabet, bits) && pu_isQuiet(ctx)) {
+        const uint8_t* octets = ctx->buffer + ctx->byteIndex;
+        for (; begun < count; ++begun, octets += 2) {
+            chars[begun] = static_cast<uint16_t>(octets[0] << 8 | octets[1]);
+        }
+        ctx->byteIndex += count * 2;
+    }
+    for (uint32_t i = begun; i < count; ++i) {
         uint32_t code = 0;
         PER_TRY(pd_bits(ctx, &code, bits));
         if (alphabet->chars == nullptr) {
@@ -2165,10 +2228,7 @@ int32_t pe_OpenTypeExt(PerContext* ctx, uint32_t octets, const uint8_t* data) {
 
 // ---- diagnostics ---------------------------------------------------------------------------
 
-FieldRecord* pu_newField(PerContext* ctx, const char* label) {
-    if (!isTracking(ctx)) {
-        return nullptr;
-    }
+FieldRecord* pu_openField(PerContext* ctx, const char* label) {
     const size_t length = std::strlen(label) + 1; // with the zero
     auto* record = static_cast<FieldRecord*>(rtHeapAlloc(&ctx->heap, sizeof(FieldRecord)));
     auto* name = static_cast<char*>(rtHeapAlloc(&ctx->heap, static_cast<int32_t>(length + 1)));
@@ -2196,8 +2256,8 @@ FieldRecord* pu_newField(PerContext* ctx, const char* label) {
     return record;
 }
 
-void pu_setFieldBitOffset(PerContext* ctx) {
-    if (!isTracking(ctx) || ctx->fieldList.last == nullptr) {
+void pu_moveFieldStart(PerContext* ctx) {
+    if (ctx->fieldList.last == nullptr) {
         return;
     }
     FieldRecord* record = ctx->fieldList.last->record;
@@ -2205,8 +2265,8 @@ void pu_setFieldBitOffset(PerContext* ctx) {
     rtTrace("field '%s' bit offset set to %d\n", record->name, static_cast<int>(record->bitOffset));
 }
 
-void pu_setFieldBitCount(PerContext* ctx) {
-    if (!isTracking(ctx) || ctx->fieldList.last == nullptr) {
+void pu_closeField(PerContext* ctx) {
+    if (ctx->fieldList.last == nullptr) {
         return;
     }
     FieldRecord* record = ctx->fieldList.last->record;

@@ -16,13 +16,28 @@ struct FieldNode {
     FieldRecord* record;
 };
 
+FieldRecord* pu_openField(PerContext* ctx, const char* label);
+void pu_moveFieldStart(PerContext* ctx);
+void pu_closeField(PerContext* ctx);
+
 // Opens a record at the cursor. Null, and nothing done, while tracking is off or when memory is
 // exhausted.
-FieldRecord* pu_newField(PerContext* ctx, const char* label);
+inline FieldRecord* pu_newField(PerContext* ctx, const char* label) {
+    return (ctx->flags & PER_FLAG_TRACKING) != 0 ? pu_openField(ctx, label) : nullptr;
+}
 
-// Move the start, or set the length, of the newest record to the cursor.
-void pu_setFieldBitOffset(PerContext* ctx);
-void pu_setFieldBitCount(PerContext* ctx);
+// Move the start, or set the length, of the newest record to the cursor. Nothing is done while
+// tracking is off.
+inline void pu_setFieldBitOffset(PerContext* ctx) {
+    if ((ctx->flags & PER_FLAG_TRACKING) != 0) {
+        pu_moveFieldStart(ctx);
+    }
+}
+inline void pu_setFieldBitCount(PerContext* ctx) {
+    if ((ctx->flags & PER_FLAG_TRACKING) != 0) {
+        pu_closeField(ctx);
+    }
+}
 
 void rtPrintBoolean(const char* name, uint8_t value);
 void rtPrintInteger(const char* name, int32_t value);
