@@ -52,6 +52,11 @@ void rtSetTrace(int32_t value);
 [[gnu::cold]] void rtTracePrint(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // Prints like std::printf when the trace switch is on. Off, it costs one test.
+inline void rtTrace(const char* text) {
+    if (rtTraceOn != 0) [[unlikely]] {
+        rtTracePrint("%s", text);
+    }
+}
 template <typename... Arguments> inline void rtTrace(const char* format, Arguments... arguments) {
     if (rtTraceOn != 0) [[unlikely]] {
         rtTracePrint(format, arguments...);
