@@ -2103,7 +2103,9 @@ int32_t skipExtension(PerContext* ctx, ExtensionOf owner, uint64_t* headBits) {
         pu_setFieldBitCount(ctx);
     }
     *headBits = pu_bitPosition(ctx) - start;
-    if (ctx->aligned != 0 && number >= 64) {
+    // The first bit tells the long form, in which a peer may also write a number below 64.
+    const bool longForm = (ctx->buffer[start / 8] << start % 8 & 0x80) != 0;
+    if (ctx->aligned != 0 && longForm) {
         *headBits = 1; // the number itself is aligned behind its first bit
     }
     for (; present > 0; --present) {
