@@ -167,6 +167,18 @@ void decodeRoot(CodeWriter& writer, const Type& type, const LeadingBits& leading
     }
 }
 
+/// The encoder writes additions that are not OPTIONAL whenever there is any. A peer may leave one
+/// out: what is encoded then must not be whatever the memory held before.
+void clearMissingAdditions(CodeWriter& writer, const Type& type) {
+    for (const Component& addition : type.additions) {
+        if (!addition.optional && !isNull(*addition.type)) {
+            writer.open("if ((value->presence & " + presenceName(type, addition) + ") == 0)");
+            writer.line("value->" + addition.member + " = {};");
+            writer.close();
+        }
+    }
+}
+
 void decodeAdditions(CodeWriter& writer, const Type& type) {
     writer.open("if (extended)");
     writer.line("PerAdditions additions;");
@@ -192,6 +204,7 @@ void decodeAdditions(CodeWriter& writer, const Type& type) {
     writer.close();
     writer.close();
     writer.line("CHECK(next);");
+    clearMissingAdditions(writer, type);
     writer.close();
 }
 
