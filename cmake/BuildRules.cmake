@@ -34,6 +34,19 @@ if(H323NAT_SANITIZE)
   target_link_options(h323nat_rules INTERFACE -fsanitize=address,undefined)
 endif()
 
+# The fuzzer counts the edges that an input reaches in code built like this; only the fuzz targets
+# link its main.
+option(H323NAT_FUZZ "Build the fuzz targets with libFuzzer (clang)" OFF)
+if(H323NAT_FUZZ)
+  target_compile_options(h323nat_rules INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+option(H323NAT_COVERAGE "Count the lines that a run reaches (clang)" OFF)
+if(H323NAT_COVERAGE)
+  target_compile_options(h323nat_rules INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+  target_link_options(h323nat_rules INTERFACE -fprofile-instr-generate)
+endif()
+
 # The module's own code: no exceptions, no run-time type information.
 add_library(h323nat_module_rules INTERFACE)
 target_link_libraries(h323nat_module_rules INTERFACE h323nat_rules)

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 
 #include "asn1per/asn1per.h"
 
@@ -15,6 +16,7 @@ public:
         remaining = succeeding;
         live = 0;
         granted = 0;
+        taken = 0;
         rtAllocator = {allocate, release};
     }
     ~FailingAllocator() { rtAllocator = before; }
@@ -25,6 +27,9 @@ public:
     size_t liveBlocks() const { return live; }
     size_t served() const { return granted; }
 
+    // Octets taken since the last call, given back or not.
+    size_t drainTakenOctets() { return std::exchange(taken, 0); }
+
 private:
     static void* allocate(size_t octets) {
         if (remaining == 0) {
@@ -33,6 +38,7 @@ private:
         --remaining;
         ++live;
         ++granted;
+        taken += octets;
         return std::malloc(octets);
     }
     static void release(void* memory) {
@@ -43,5 +49,6 @@ private:
     static inline size_t remaining = never;
     static inline size_t live = 0;
     static inline size_t granted = 0;
+    static inline size_t taken = 0;
     PerAllocator before;
 };

@@ -1,0 +1,188 @@
+// The two hooks under a sequence of packets: whole calls in any cut, hostile headers, time moving,
+// a host that refuses or runs short of memory.
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <tuple>
+
+#include "fuzz/call_script.h"
+#include "fuzz/memory_meter.h"
+#include "fuzz/module_state.h"
+#include "fuzz/packet.h"
+#include "fuzz/require.h"
+#include "fuzz/script_host.h"
+#include "nat/connection_pools.h"
+#include "nat/inbound_state.h"
+#include "nat/rewrite_mode.h"
+#include "tests/support/fake_clock.h"
+
+namespace fuzzing {
+
+namespace {
+
+constexpr uint32_t privateParties[] = {0x0A000005, 0x0A000006};
+constexpr uint32_t outsideParties[] = {0xCB007109, 0xCB007108, 0xCB00710A,
+                                       ScriptHost::publicAddress};
+constexpr uint32_t firstSequence = 0xFFFFF000; // numbers wrap round within most calls
+constexpr unsigned startTime = 1'000'000;
+constexpr uint16_t backwards = 0xFFFF;
+
+// What the module keeps between messages for the next one: blocks, buffers.
+constexpr size_t mostKeptAllocations = 2 * poolSize + PER_POOL_BLOCKS + PER_POOL_BUFFERS;
+
+class ScriptRun {
+public:
+    ScriptRun() {
+        memoryMeter().succeedFor(FailingAllocator::never);
+        forgetCalls();
+        setRewriteMode(REWRITE_ENCODED);
+    }
+
+    void run(const Step& step) {
+        switch (step.kind) {
+        case StepKind::TcpSent:
+        case StepKind::TcpReceived:
+            exchangeTcp(step);
+            break;
+        case StepKind::UdpSent:
+        case StepKind::UdpReceived:
+            exchange(step.kind == StepKind::UdpSent,
+                     udpPacket(direct(step, insideFlow(step)), step.payload));
+            break;
+        case StepKind::RawSent:
+        case StepKind::RawReceived:
+            exchangeRaw(step);
+            break;
+        case StepKind::Wait:
+            clock_.advance(step.localPort == backwards ? -3600u : step.localPort);
+            break;
+        case StepKind::Publish:
+            publish((step.parties & 0x80) != 0 ? 0 : privateParties[step.parties & 1]);
+            break;
+        case StepKind::Settings:
+            apply(step);
+            break;
+        }
+        requireConsistentState();
+    }
+
+    void requireEndState() const { host_.requireWholeLists(); }
+
+private:
+    void apply(const Step& step) {
+        const auto has = [&](HostSetting setting) { return (step.flags & setting) != 0; };
+        host_.settings = step.flags;
+        setRewriteMode(has(settingLossless) ? REWRITE_LOSSLESS : REWRITE_ENCODED);
+        memoryMeter().succeedFor(has(settingMemoryShort) ? step.localPort
+                                                         : FailingAllocator::never);
+    }
+
+    void publish(uint32_t address) {
+        TarvexActivateInboundMapping(address);
+        host_.addresses.insert(address);
+    }
+
+    static FlowKey insideFlow(const Step& step) {
+        FlowKey flow{privateParties[step.parties & 1], outsideParties[step.parties >> 1 & 3],
+                     step.localPort, step.remotePort};
+        if (step.localPort == 0) {
+            flow.sourcePort = inboundMappingState.publishedControlPort;
+        }
+        const ListLink& active = controlChannelPool.activeList;
+        if (step.remotePort == 0 && active.next != &active) {
+            const auto* control = static_cast<const ControlChannelConnection*>(active.next);
+            flow.destinationAddress = control->remoteEndpoint.address;
+            flow.destinationPort = control->remoteEndpoint.port;
+        }
+        return flow;
+    }
+
+    // The flow as the step's direction carries it.
+    static FlowKey direct(const Step& step, const FlowKey& inside) {
+        if (step.kind == StepKind::TcpSent || step.kind == StepKind::UdpSent) {
+            return inside;
+        }
+        return {inside.destinationAddress, ScriptHost::publicAddress, inside.destinationPort,
+                inside.sourcePort};
+    }
+
+    void exchangeTcp(const Step& step) {
+        const FlowKey inside = insideFlow(step);
+        const FlowKey flow = direct(step, inside);
+        host_.addFlow(inside);
+        const Octets payload = framedPayload(step);
+        uint32_t& expected = nextSequence(flow);
+        const uint32_t sequence = expected + static_cast<uint32_t>(int32_t{step.shift});
+        const size_t piece = step.cut == 0 ? payload.size() : step.cut;
+        size_t sent = 0;
+        do {
+            const size_t count = std::min(piece, payload.size() - sent);
+            const auto first = payload.begin() + static_cast<ptrdiff_t>(sent);
+            const Octets segment(first, first + static_cast<ptrdiff_t>(count));
+            exchange(
+                step.kind == StepKind::TcpSent,
+                tcpPacket({flow, sequence + static_cast<uint32_t>(sent), step.flags}, segment));
+            sent += count;
+        } while (sent < payload.size());
+        expected = sequence + static_cast<uint32_t>(sent);
+    }
+
+    void exchangeRaw(const Step& step) {
+        if (step.kind == StepKind::RawReceived) {
+            exchange(false, step.payload);
+            return;
+        }
+        // A right IP header; everything behind it is the input's.
+        Octets packet = udpPacket(insideFlow(step), {});
+        packet.resize(20);
+        packet[0] = step.flags;
+        packet[9] = step.cut;
+        packet.insert(packet.end(), step.payload.begin(), step.payload.end());
+        const auto length = static_cast<uint16_t>(packet.size() + static_cast<size_t>(step.shift));
+        std::memcpy(packet.data() + 2, &length, sizeof length);
+        exchange(true, packet);
+    }
+
+    void exchange(bool sent, const Octets& packet) {
+        if (packet.size() > UINT16_MAX) {
+            return;
+        }
+        memoryMeter().drainTakenOctets();
+        const HookResult result =
+            sent ? sendPacket(host_.context, packet) : receivePacket(host_.context, packet);
+        // A segment completes what the buffer held; fast start nests messages in messages.
+        require(memoryMeter().drainTakenOctets() <=
+                    memoryBoundOfMessages(2 * (packet.size() + streamBufferCapacity)),
+                "the memory taken for a packet is bounded by its size");
+        require(memoryMeter().liveBlocks() <= mostKeptAllocations,
+                "a packet leaves no memory behind");
+        if (rewriteMode == REWRITE_LOSSLESS && result.changed) {
+            host_.requireOnlyHandedOut(packet, result.octets);
+        }
+    }
+
+    uint32_t& nextSequence(const FlowKey& flow) {
+        const auto key = std::make_tuple(flow.sourceAddress, flow.destinationAddress,
+                                         flow.sourcePort, flow.destinationPort);
+        return sequences_.try_emplace(key, firstSequence).first->second;
+    }
+
+    FakeClock clock_{startTime};
+    ScriptHost host_;
+    std::map<std::tuple<uint32_t, uint32_t, uint16_t, uint16_t>, uint32_t> sequences_;
+};
+
+} // namespace
+
+} // namespace fuzzing
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace fuzzing;
+    [[maybe_unused]] static const bool started = (startModule(), true);
+    ScriptRun run;
+    for (const Step& step : parseScript(data, size)) {
+        run.run(step);
+    }
+    run.requireEndState();
+    return 0;
+}
