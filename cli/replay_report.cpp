@@ -140,8 +140,8 @@ private:
             nanoseconds += 1000000000;
             --seconds;
         }
-        return out_ << "frame " << std::left << std::setw(6) << frame.number << ' ' << std::right
-                    << std::setw(4) << seconds << '.' << fraction(static_cast<int32_t>(nanoseconds))
+        return out_ << "frame " << std::left << std::setw(5) << frame.number << ' ' << std::right
+                    << std::setw(3) << seconds << '.' << fraction(static_cast<int32_t>(nanoseconds))
                     << "  ";
     }
 

@@ -1,18 +1,16 @@
 #!/bin/sh
-# Builds the module, installs it below build/, and lets a host program load it and pass it packets.
+# Builds the module and the tool h323nat, and replays a recorded call through a NAT router of ours
+# that uses the module: the report tells what the module did.
 set -eu
 cd "$(dirname "$0")/.."
 
 scripts/install-packages.sh build
-jobs=$(nproc)
-prefix="$PWD/build/demo/root"
 cmake --preset release --log-level=WARNING
-cmake --build --preset release -j "$jobs" --target h323nat
-cmake --install build/release --component module --prefix "$prefix" >/dev/null
-cmake -S samples/minimal_host -B build/demo/host -G Ninja --log-level=WARNING \
-    -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-cmake --build build/demo/host >/dev/null
+cmake --build --preset release -j "$(nproc)" --target h323nat_cli
 
+capture=samples/gk-routed.pcap
+output=build/demo.pcap
 echo
-echo "samples/minimal_host, linked to the module in build/demo/root:"
-build/demo/host/minimal_host
+echo "A host at 10.0.0.5 registers with a gatekeeper outside and calls through it ($capture)."
+echo "\$ h323nat replay $capture -o $output --inside 10.0.0.0/24 --public 203.0.113.1"
+build/release/bin/h323nat replay "$capture" -o "$output" --inside 10.0.0.0/24 --public 203.0.113.1

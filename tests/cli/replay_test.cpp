@@ -297,6 +297,23 @@ TEST(Replay, CaptureWithoutH323KeepsEveryPayload) {
     std::remove(output.c_str());
 }
 
+// The same rules, the other write-back: whole messages encoded anew, so octets beyond the addresses
+// differ.
+TEST(Replay, StrictEncodesAnew) {
+    const std::string lossless = scratch("lossless.pcap");
+    const std::string strict = scratch("strict.pcap");
+    EXPECT_EQ(run({sample("gk-direct"), "-o", lossless}).status, 0);
+    const Outcome outcome = run({sample("gk-direct"), "-o", strict, "--strict"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_NE(outcome.output.find("grq.rasAddress 10.0.0.5:1719 → 203.0.113.1:1719"),
+              std::string::npos)
+        << outcome.output;
+    EXPECT_EQ(contents(strict).size(), contents(lossless).size());
+    EXPECT_NE(contents(strict), contents(lossless));
+    std::remove(lossless.c_str());
+    std::remove(strict.c_str());
+}
+
 TEST(Replay, DamagedCaptureNamesTheFrameAndKeepsWhatWasReplayed) {
     const std::string whole = contents(sample("h245"));
     const std::string input = scratch("cut.pcap");
