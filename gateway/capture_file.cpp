@@ -32,7 +32,9 @@ bool startsWithNanoseconds(std::FILE* file) {
     if (first == EOF) {
         return false;
     }
-    std::ungetc(first, file);
+    if (std::ungetc(first, file) == EOF) {
+        return false;
+    }
     // One octet can be pushed back for sure; the rest needs a file that can be rewound.
     if (std::ftell(file) != 0) {
         return true;
@@ -73,7 +75,7 @@ CaptureReader::CaptureReader(const std::string& path) : path_(path) {
         message.data());
     if (handle_ == nullptr) {
         if (file != stdin) {
-            std::fclose(file);
+            static_cast<void>(std::fclose(file));
         }
         throw CaptureError(path + ": not a pcap or pcapng capture: " + message.data());
     }
