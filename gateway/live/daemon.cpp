@@ -237,7 +237,8 @@ void Daemon::followInterfaces() {
 void Daemon::sweep(Clock::time_point now) {
     followInterfaces();
     gateway_.sweep(secondsOf(now));
-    counters_.set(Cause::queuePassedBy, queue_.notDelivered());
+    const uint64_t passedBy = queue_.notDelivered(table_.wantedPackets());
+    counters_.set(Cause::queuePassedBy, std::max(passedBy, counters_.of(Cause::queuePassedBy)));
     const std::string& path = gateway_.config().metricsFile;
     if (!path.empty()) {
         const std::string failure = writeMetricsFile(path, metricsText(status()));

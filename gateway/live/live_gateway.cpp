@@ -220,9 +220,10 @@ void LiveGateway::leaveForeign(std::span<const uint8_t> octets, const PacketLayo
     if (!judged || control_.contains(sentFlow_)) {
         return;
     }
-    if (beginsTpkt(octets.subspan(layout.payloadOffset, layout.payloadLength)) &&
-        control_.size() < maxControlConnections) {
-        control_.insert(sentFlow_);
+    if (beginsTpkt(octets.subspan(layout.payloadOffset, layout.payloadLength))) {
+        if (control_.size() < maxControlConnections) {
+            control_.insert(sentFlow_);
+        }
         return;
     }
     counters_.add(Cause::foreignConnections);
@@ -241,7 +242,11 @@ void LiveGateway::followCall(std::span<const uint8_t> octets, const PacketLayout
         source.port == callSignalPort && (flags & tcpSyn) != 0 && (flags & tcpAck) != 0;
     const bool ended = (source.port == callSignalPort || destination.port == callSignalPort) &&
                        (flags & (tcpFin | tcpReset)) != 0;
-    if (!accepted && !ended) {
+    // A call that is older than the gateway, or whose answers nobody translates and so nobody saw.
+    const bool unknown = side == Side::Inside && destination.port == callSignalPort &&
+                         layout.payloadLength != 0 && !ended &&
+                         !calls_.contains({Protocol::Tcp, source, destination});
+    if (!accepted && !ended && !unknown) {
         return;
     }
     const auto flow = conntrack_.find(Protocol::Tcp, source, destination);
@@ -250,10 +255,10 @@ void LiveGateway::followCall(std::span<const uint8_t> octets, const PacketLayout
     }
     const bool towardsOriginal = flow->originalSource == source;
     const FlowViews views = viewsOf(*flow, (side == Side::Inside) == towardsOriginal);
-    if (accepted) {
-        startCall(insideViewOf(views), side == Side::Inside, views);
-    } else {
+    if (ended) {
         endCall(insideViewOf(views));
+    } else {
+        startCall(insideViewOf(views), accepted && side == Side::Inside, views);
     }
 }
 

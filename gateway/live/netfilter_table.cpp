@@ -12,6 +12,8 @@ namespace {
 
 using nlohmann::json;
 
+const std::string table = std::string("ip ") + tableName;
+
 // One element of media_in as nft prints it: [port, {"concat": ["10.0.0.5", 5000]}].
 std::optional<PortForward> forwardOf(const json& element) {
     if (!element.is_array() || element.size() != 2 || !element[0].is_number_unsigned() ||
@@ -81,14 +83,30 @@ std::string NetfilterTable::run(const std::string& commands) {
     return firstLine(nft_ctx_get_error_buffer(context_.get()));
 }
 
-std::vector<PortForward> NetfilterTable::readLeftover() {
+// As JSON; empty when there is no such thing.
+std::string NetfilterTable::list(const std::string& what) {
     nft_ctx_output_set_flags(context_.get(), NFT_CTX_OUTPUT_JSON);
-    const std::string failure = run(std::string("list map ip ") + tableName + " media_in");
-    const json listing =
-        failure.empty() ? json::parse(nft_ctx_get_output_buffer(context_.get()), nullptr, false)
-                        : json();
+    const bool listed = run("list " + what).empty();
+    const char* text = nft_ctx_get_output_buffer(context_.get());
     nft_ctx_output_set_flags(context_.get(), 0);
+    return listed && text != nullptr ? text : "";
+}
+
+std::vector<PortForward> NetfilterTable::readLeftover() {
+    const json listing = json::parse(list("map " + table + " media_in"), nullptr, false);
     return listing.is_object() ? forwardsIn(listing) : std::vector<PortForward>();
+}
+
+uint64_t NetfilterTable::wantedPackets() {
+    const json listing = json::parse(list("counter " + table + " shown"), nullptr, false);
+    if (listing.is_object() && listing.contains("nftables")) {
+        for (const json& item : listing["nftables"]) {
+            if (item.contains("counter")) {
+                return item["counter"].value("packets", uint64_t{0});
+            }
+        }
+    }
+    return 0;
 }
 
 std::string NetfilterTable::create(const LiveConfig& config, uint32_t publicAddress,
@@ -133,7 +151,7 @@ std::string NetfilterTable::leaveToKernel(const Endpoint& inside, const Endpoint
 }
 
 void NetfilterTable::remove() {
-    run(std::string("add table ip ") + tableName + "\ndelete table ip " + tableName + "\n");
+    run("add table " + table + "\ndelete table " + table + "\n");
     created_ = false;
 }
 

@@ -36,6 +36,9 @@ public:
     std::string removeForwards(std::span<const PortForward> forwards);
     std::string leaveToKernel(const Endpoint& inside, const Endpoint& remote);
 
+    // Packets that the rules wanted queued since the table was made; 0 when it cannot be read.
+    uint64_t wantedPackets();
+
     // Removes the table. Also called by the destructor, if the table was made by this object.
     void remove();
 
@@ -44,6 +47,7 @@ public:
 
 private:
     std::string run(const std::string& commands);
+    std::string list(const std::string& what);
 
     struct Release {
         void operator()(nft_ctx* context) const;

@@ -115,22 +115,21 @@ bool PacketQueue::accept(uint32_t id, std::span<const uint8_t> replacement) {
         nfq_nlmsg_verdict_put_pkt(verdict, replacement.data(),
                                   static_cast<uint32_t>(replacement.size()));
     }
+    ++accepted_;
     return mnl_socket_sendto(socket_.get(), verdict, verdict->nlmsg_len) >= 0;
 }
 
-// Columns of the kernel's table: queue, port, waiting, mode, range, dropped (queue full), dropped
-// (reader too slow), ...
-uint64_t PacketQueue::notDelivered() const {
+// Columns of the kernel's table: queue, port, packets waiting for a verdict, ...
+uint64_t PacketQueue::notDelivered(uint64_t wanted) const {
     std::ifstream table("/proc/net/netfilter/nfnetlink_queue");
     for (std::string line; std::getline(table, line);) {
         std::istringstream columns(line);
         uint64_t queue = 0;
-        uint64_t ignored = 0;
-        uint64_t full = 0;
-        uint64_t slow = 0;
-        columns >> queue >> ignored >> ignored >> ignored >> ignored >> full >> slow;
+        uint64_t port = 0;
+        uint64_t waiting = 0;
+        columns >> queue >> port >> waiting;
         if (columns && queue == number_) {
-            return full + slow;
+            return wanted > accepted_ + waiting ? wanted - accepted_ - waiting : 0;
         }
     }
     return 0;

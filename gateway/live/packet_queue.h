@@ -37,14 +37,17 @@ public:
     // when the kernel did not take the verdict.
     bool accept(uint32_t id, std::span<const uint8_t> replacement);
 
-    // Packets of this queue that the kernel dropped or passed by since it was opened.
-    [[nodiscard]] uint64_t notDelivered() const;
+    // Of `wanted` packets that the rules sent this way, those that the kernel could not queue: it
+    // let them pass, or dropped them for want of memory. A packet that the kernel cut into segments
+    // counts once in `wanted`, so this is the least that it can have been.
+    [[nodiscard]] uint64_t notDelivered(uint64_t wanted) const;
 
 private:
     std::string configure(const nlmsghdr* request);
 
     NetlinkSocket socket_;
     uint16_t number_ = 0;
+    uint64_t accepted_ = 0;
     std::vector<uint8_t> input_;
     std::vector<uint8_t> output_;
 };

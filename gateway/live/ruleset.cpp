@@ -70,6 +70,7 @@ std::string definitions() {
            "    type ipv4_addr . inet_service . ipv4_addr . inet_service;\n"
            "    flags timeout; size 16384; timeout 10m;\n"
            "  }\n"
+           "  counter shown { }\n"
            "  map media_in { type inet_service : ipv4_addr . inet_service; }\n"
            "  map media_out { type ipv4_addr . inet_service : ipv4_addr . inet_service; }\n"
            "  map control_in { type inet_service : ipv4_addr . inet_service; }\n";
@@ -80,9 +81,9 @@ std::string chains(const LiveConfig& config, uint32_t publicAddress) {
     const std::string hook = "type filter hook prerouting priority dstnat - 10; policy accept;";
     const std::string classify = "    iifname \"" + config.inside + "\" goto sent\n    iifname \"" +
                                  config.outside + "\" goto received\n";
-    std::string text = chain(queueChain, "", "") + chain("sent", "", sentRules(config)) +
-                       chain("received", "", receivedRules(config)) +
-                       chain("classify", hook, classify);
+    std::string text =
+        chain(queueChain, "", "    counter name shown\n") + chain("sent", "", sentRules(config)) +
+        chain("received", "", receivedRules(config)) + chain("classify", hook, classify);
     if (config.dryRun) {
         return text;
     }

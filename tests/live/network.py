@@ -26,7 +26,7 @@ def why_not():
     """What this machine lacks for the tests; empty if nothing."""
     if os.geteuid() != 0:
         return "network namespaces need root"
-    for program in ("ip", "nft"):
+    for program in ("ip", "nft", "setpriv"):
         if subprocess.run(["which", program], capture_output=True).returncode != 0:
             return f"the program '{program}' is not installed"
     name = "h323nat-probe-" + uuid.uuid4().hex[:8]
@@ -86,6 +86,9 @@ class Network:
 
     def on_router(self, *command):
         return run("ip", "netns", "exec", self.names["router"], *command)
+
+    def run_outside(self, *command):
+        return run("ip", "netns", "exec", self.names["outside"], *command)
 
     def spawn_on_router(self, command, **options):
         return subprocess.Popen(["ip", "netns", "exec", self.names["router"], *command], **options)

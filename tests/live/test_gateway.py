@@ -36,11 +36,18 @@ def ends_call(message):
 class Gateway:
     """The program on the router, with its status and its log."""
 
-    def __init__(self, network, folder, *arguments):
+    def __init__(self, network, folder, *arguments, capability_only=False):
         self.socket = os.path.join(folder, "status")
         self.log = open(os.path.join(folder, "log"), "a+", encoding="utf-8")
+        as_user = []
+        if capability_only:
+            os.chown(folder, 65534, 65534)
+            capability = "-all,+net_admin"
+            as_user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                       "--inh-caps=" + capability, "--ambient-caps=" + capability,
+                       "--bounding-set=" + capability]
         self.process = network.spawn_on_router(
-            [OPTIONS.program, "gateway", "--inside", "in0", "--outside", "out0",
+            [*as_user, OPTIONS.program, "gateway", "--inside", "in0", "--outside", "out0",
              "--status-socket", self.socket, "--sweep", "1", *arguments],
             stderr=self.log, stdout=self.log)
         deadline = time.monotonic() + 10
@@ -89,8 +96,8 @@ class GatewayTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.folder = folder.name
 
-    def start(self, *arguments):
-        gateway = Gateway(self.network, self.folder, *arguments)
+    def start(self, *arguments, **options):
+        gateway = Gateway(self.network, self.folder, *arguments, **options)
         self.addCleanup(lambda: (gateway.stop(signal.SIGKILL), gateway.log.close()))
         return gateway
 
@@ -302,7 +309,36 @@ class GatewayTest(unittest.TestCase):
             arrived += 1
         call = self.call(sample("fast-tun")).play(ends_call)
         self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
-        self.assertGreater(gateway.counter("packets_sent"), 0)
+        # 16 waited, the others went by; the queue is asked again at the next sweep.
+        gateway.wait_for(lambda now: now["counters"]["queue_passed_by"] >= burst - 17)
+        self.assertLessEqual(gateway.counter("queue_passed_by"), burst - 15)
+
+    def test_the_whole_contract_and_its_alternatives(self):
+        """All packets queued, and as another user with the one capability it needs."""
+        self.start("--queue", "all", capability_only=True)
+        call = self.call(sample("h245")).play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+
+    def test_warns_of_the_kernels_helper_and_of_missing_translation(self):
+        try:
+            self.network.on_router(
+                "nft", "table ip help { ct helper q931 { type \"Q.931\" protocol tcp; l3proto ip; };"
+                " chain pre { type filter hook prerouting priority 0;"
+                " tcp dport 1720 ct helper set \"q931\"; }; }")
+        except subprocess.CalledProcessError:
+            self.skipTest("this kernel has no H.323 helper")
+        self.network.on_router("nft", "delete", "table", "ip", "operator")
+        self.network.run_outside("ip", "route", "add", "10.0.0.0/24", "via", PUBLIC)
+        gateway = self.start()
+        found = sample("fast-tun")
+        listener = self.network.listen("outside", OUTSIDE, 1720)
+        caller = self.network.tcp("inside", PRIVATE)
+        for made in (listener, caller):
+            self.addCleanup(made.close)
+        caller.connect(found[0].destination)
+        caller.sendall(found[0].data)
+        gateway.wait_for(lambda now: now["counters"]["helper_seen"] == 1)
+        self.assertEqual(gateway.counter("calls_untranslated"), 1)
 
     def test_foreign_connections_of_a_caller_return_to_the_kernel(self):
         gateway = self.start()
