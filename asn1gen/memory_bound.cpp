@@ -16,7 +16,7 @@ constexpr int64_t openTypeLengthBits = 8;
 constexpr int64_t smallNumberBits = 7;
 constexpr int64_t keptContentOctets = 64; // what the runtime notes about kept content
 constexpr int64_t openTypeValueOctets = 24;
-constexpr int64_t objectIdentifierOctets = 129 * 4;
+constexpr int64_t objectIdentifierOctets = int64_t{129} * 4; // number of arcs and 128 arcs
 
 int64_t roundUp(int64_t octets, int64_t alignment) {
     return (octets + alignment - 1) / alignment * alignment;
@@ -161,8 +161,8 @@ private:
         const auto indexBits = static_cast<int64_t>(bitField({0, rootIndex(type), false}));
         double best = -unbounded;
         for (const auto* list : {&type.root, &type.additions}) {
-            const int64_t head =
-                list == &type.root ? std::max<int64_t>(indexBits, 0) : smallNumberBits + openTypeLengthBits;
+            const int64_t head = list == &type.root ? std::max<int64_t>(indexBits, 0)
+                                                    : smallNumberBits + openTypeLengthBits;
             for (const Component& component : *list) {
                 const int64_t record =
                     heldByPointer(*component.type) ? sizes.of(*component.type).octets : 0;
@@ -217,9 +217,8 @@ int64_t memoryPerOctet(const Module& module) {
     int64_t high = 1;
     while (!suffices(module, sizes, static_cast<double>(high) / bitsPerOctet)) {
         if (high >= absurd) {
-            throw SourceError(module.position,
-                              "a value of module " + module.name +
-                                  " can take memory without bits in its encoding");
+            throw SourceError(module.position, "a value of module " + module.name +
+                                                   " can take memory without bits in its encoding");
         }
         high *= 2;
     }
