@@ -9,9 +9,7 @@ int main(int argc, char** argv) {
     int exitStatus = 0;
     cli::addDecodeCommand(app, exitStatus);
     cli::addVerifyCommand(app, exitStatus);
-#ifdef H323NAT_READS_CAPTURES
     cli::addReplayCommand(app, exitStatus);
-#endif
 #ifdef H323NAT_LIVE_GATEWAY
     cli::addGatewayCommand(app, exitStatus);
     cli::addStatusCommand(app, exitStatus);

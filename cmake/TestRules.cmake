@@ -16,11 +16,11 @@ endif()
 # h323nat_test(NAME SOURCE...)
 #
 # Adds the GoogleTest program NAME and registers each of its cases with ctest. Windows programs run
-# under Wine.
+# under Wine, whose first start takes a while.
 function(h323nat_test name)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE h323nat_rules GTest::gtest_main)
   if(H323NAT_TESTS_RUN)
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120)
   endif()
 endfunction()

@@ -60,7 +60,26 @@ int64_t sizeOf(std::FILE* file) {
     return status.st_size;
 }
 
+// "EN10MB (Ethernet)" and the like.
+std::string linkTypeName(int linkType) {
+    const char* const name = pcap_datalink_val_to_name(linkType);
+    const char* const description = pcap_datalink_val_to_description(linkType);
+    if (name == nullptr || description == nullptr) {
+        return std::to_string(linkType);
+    }
+    return std::string(name) + " (" + description + ")";
+}
+
 } // namespace
+
+struct CaptureReader::Source {
+    explicit Source(pcap_t* opened) : handle(opened) {}
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+    ~Source() { pcap_close(handle); }
+
+    pcap_t* handle;
+};
 
 CaptureReader::CaptureReader(const std::string& path) : path_(path) {
     std::FILE* const file = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
@@ -70,37 +89,35 @@ CaptureReader::CaptureReader(const std::string& path) : path_(path) {
     fileSize_ = sizeOf(file);
     nanoseconds_ = startsWithNanoseconds(file);
     std::array<char, PCAP_ERRBUF_SIZE> message{};
-    handle_ = pcap_fopen_offline_with_tstamp_precision(
+    pcap_t* const handle = pcap_fopen_offline_with_tstamp_precision(
         file, nanoseconds_ ? PCAP_TSTAMP_PRECISION_NANO : PCAP_TSTAMP_PRECISION_MICRO,
         message.data());
-    if (handle_ == nullptr) {
+    if (handle == nullptr) {
         if (file != stdin) {
             static_cast<void>(std::fclose(file));
         }
         throw CaptureError(path + ": not a pcap or pcapng capture: " + message.data());
     }
-    if (!isSupportedLinkType(pcap_datalink(handle_))) {
-        const std::string name = linkTypeName(pcap_datalink(handle_));
-        pcap_close(handle_);
+    source_ = std::make_unique<Source>(handle);
+    if (!isSupportedLinkType(linkType())) {
+        const std::string name = linkTypeName(linkType());
         throw CaptureError(path + ": link type " + name +
                            " is not supported; use Ethernet, raw IP or Linux cooked");
     }
 }
 
-CaptureReader::~CaptureReader() {
-    pcap_close(handle_);
-}
+CaptureReader::~CaptureReader() = default;
 
 bool CaptureReader::next(CapturedFrame& frame) {
     pcap_pkthdr* header = nullptr;
     const u_char* octets = nullptr;
-    const int status = pcap_next_ex(handle_, &header, &octets);
+    const int status = pcap_next_ex(source_->handle, &header, &octets);
     if (status == PCAP_ERROR_BREAK) {
         return false;
     }
     if (status != 1) {
         throw CaptureError(path_ + ": frame " + std::to_string(frames_ + 1) +
-                           " cannot be read: " + pcap_geterr(handle_));
+                           " cannot be read: " + pcap_geterr(source_->handle));
     }
     frame.number = ++frames_;
     frame.time.seconds = header->ts.tv_sec;
@@ -115,39 +132,50 @@ bool CaptureReader::next(CapturedFrame& frame) {
 }
 
 int CaptureReader::linkType() const {
-    return pcap_datalink(handle_);
+    return pcap_datalink(source_->handle);
 }
 
 int CaptureReader::snapshotLength() const {
-    return pcap_snapshot(handle_);
+    return pcap_snapshot(source_->handle);
 }
 
 double CaptureReader::progress() const {
-    const long at = std::ftell(pcap_file(handle_));
+    const long at = std::ftell(pcap_file(source_->handle));
     return fileSize_ <= 0 || at < 0 ? -1.0
                                     : static_cast<double>(at) / static_cast<double>(fileSize_);
 }
 
+struct CaptureWriter::Sink {
+    explicit Sink(pcap_t* opened) : handle(opened) {}
+    Sink(const Sink&) = delete;
+    Sink& operator=(const Sink&) = delete;
+    ~Sink() {
+        if (dumper != nullptr) {
+            pcap_dump_close(dumper);
+        }
+        pcap_close(handle);
+    }
+
+    pcap_t* handle;
+    pcap_dumper_t* dumper = nullptr;
+};
+
 CaptureWriter::CaptureWriter(const std::string& path, const CaptureReader& like)
     : path_(path), nanoseconds_(like.hasNanoseconds()) {
-    handle_ = pcap_open_dead_with_tstamp_precision(like.linkType(), like.snapshotLength(),
-                                                   nanoseconds_ ? PCAP_TSTAMP_PRECISION_NANO
-                                                                : PCAP_TSTAMP_PRECISION_MICRO);
-    if (handle_ == nullptr) {
+    pcap_t* const handle = pcap_open_dead_with_tstamp_precision(
+        like.linkType(), like.snapshotLength(),
+        nanoseconds_ ? PCAP_TSTAMP_PRECISION_NANO : PCAP_TSTAMP_PRECISION_MICRO);
+    if (handle == nullptr) {
         throw CaptureError(path + ": not enough memory");
     }
-    dumper_ = pcap_dump_open(handle_, path.c_str());
-    if (dumper_ == nullptr) {
-        const std::string message = pcap_geterr(handle_);
-        pcap_close(handle_);
-        throw CaptureError("cannot write the output: " + message);
+    sink_ = std::make_unique<Sink>(handle);
+    sink_->dumper = pcap_dump_open(handle, path.c_str());
+    if (sink_->dumper == nullptr) {
+        throw CaptureError(std::string("cannot write the output: ") + pcap_geterr(handle));
     }
 }
 
-CaptureWriter::~CaptureWriter() {
-    pcap_dump_close(dumper_);
-    pcap_close(handle_);
-}
+CaptureWriter::~CaptureWriter() = default;
 
 void CaptureWriter::write(const CapturedFrame& frame) {
     pcap_pkthdr header{};
@@ -155,15 +183,15 @@ void CaptureWriter::write(const CapturedFrame& frame) {
     header.ts.tv_usec = frame.time.nanoseconds / (nanoseconds_ ? 1 : 1000);
     header.caplen = static_cast<bpf_u_int32>(frame.octets.size());
     header.len = frame.wireLength;
-    pcap_dump(reinterpret_cast<u_char*>(dumper_), &header, frame.octets.data());
-    if (std::ferror(pcap_dump_file(dumper_)) != 0) {
+    pcap_dump(reinterpret_cast<u_char*>(sink_->dumper), &header, frame.octets.data());
+    if (std::ferror(pcap_dump_file(sink_->dumper)) != 0) {
         throw CaptureError(path_ + ": frame " + std::to_string(frame.number) +
                            " cannot be written: " + systemError());
     }
 }
 
 void CaptureWriter::finish() {
-    if (pcap_dump_flush(dumper_) != 0) {
+    if (pcap_dump_flush(sink_->dumper) != 0) {
         throw CaptureError(path_ + ": cannot be written to the end: " + systemError());
     }
 }

@@ -7,9 +7,6 @@
 #include <string>
 #include <vector>
 
-struct pcap;
-struct pcap_dumper;
-
 namespace gateway {
 
 // What is wrong with a capture file, worded for the user. Messages name the file.
@@ -54,8 +51,10 @@ public:
     [[nodiscard]] double progress() const;
 
 private:
+    struct Source; // of libpcap, or of plain_capture/
+
     std::string path_;
-    pcap* handle_ = nullptr;
+    std::unique_ptr<Source> source_;
     uint64_t frames_ = 0;
     CaptureTime start_;
     int64_t fileSize_ = -1;
@@ -80,9 +79,10 @@ public:
     void finish();
 
 private:
+    struct Sink;
+
     std::string path_;
-    pcap* handle_ = nullptr;
-    pcap_dumper* dumper_ = nullptr;
+    std::unique_ptr<Sink> sink_;
     bool nanoseconds_ = false;
 };
 

@@ -1,7 +1,5 @@
 #include "gateway/link_layer.h"
 
-#include <pcap/pcap.h>
-
 namespace gateway {
 namespace {
 
@@ -20,13 +18,13 @@ struct LinkHeader {
 };
 
 constexpr LinkHeader linkHeaders[] = {
-    {DLT_EN10MB, 12, 14},
-    {DLT_LINUX_SLL, 14, 16},
-    {DLT_LINUX_SLL2, 0, 20},
+    {linkTypeEthernet, 12, 14},
+    {linkTypeLinuxCooked, 14, 16},
+    {linkTypeLinuxCooked2, 0, 20},
 };
 
 bool isRaw(int linkType) {
-    return linkType == DLT_RAW || linkType == DLT_IPV4;
+    return linkType == linkTypeRaw || linkType == linkTypeIpv4;
 }
 
 const LinkHeader* headerOf(int linkType) {
@@ -54,15 +52,6 @@ NetworkProtocol rawProtocol(std::span<const uint8_t> packet) {
 
 bool isSupportedLinkType(int linkType) {
     return isRaw(linkType) || headerOf(linkType) != nullptr;
-}
-
-std::string linkTypeName(int linkType) {
-    const char* const name = pcap_datalink_val_to_name(linkType);
-    const char* const description = pcap_datalink_val_to_description(linkType);
-    if (name == nullptr || description == nullptr) {
-        return std::to_string(linkType);
-    }
-    return std::string(name) + " (" + description + ")";
 }
 
 NetworkLayer networkLayer(int linkType, std::span<const uint8_t> frame) {

@@ -3,16 +3,19 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 
 namespace gateway {
 
-// True for the libpcap link types that networkLayer understands: Ethernet (VLAN tags included),
+// Numbers of libpcap's interface. In files raw IP is 101, the others are the same.
+constexpr int linkTypeEthernet = 1;
+constexpr int linkTypeRaw = 12;
+constexpr int linkTypeLinuxCooked = 113;
+constexpr int linkTypeIpv4 = 228;
+constexpr int linkTypeLinuxCooked2 = 276;
+
+// True for the link types that networkLayer understands: Ethernet (VLAN tags included),
 // raw IP, raw IPv4, Linux cooked v1 and v2.
 bool isSupportedLinkType(int linkType);
-
-// "EN10MB (Ethernet)" and the like, for messages to the user.
-std::string linkTypeName(int linkType);
 
 enum class NetworkProtocol { Ipv4, Ipv6, Other };
 

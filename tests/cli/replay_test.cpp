@@ -350,7 +350,7 @@ TEST(Replay, WhatCannotBeReplayedIsNamed) {
     for (const Case& c :
          {Case{{"/nonexistent.pcap", "-o", output}, "/nonexistent.pcap: cannot be opened"},
           Case{{std::string(H323NAT_SAMPLES) + "/README.md", "-o", output}, "not a pcap"},
-          Case{{input, "-o", output}, "link type IEEE802_11_RADIO"},
+          Case{{input, "-o", output}, "is not supported; use Ethernet, raw IP"},
           Case{{ok, "-o", "/nonexistent/out.pcap"}, "/nonexistent/out.pcap"},
           Case{{ok, "-o", ok}, "overwrite the input"},
           Case{{ok, "-o", output, "--publish", "10.0.1.5"}, "--publish 10.0.1.5"},
