@@ -36,6 +36,11 @@ size_t number(std::string_view digits) {
     return value;
 }
 
+/// Whether the third field lists places. Otherwise it is an encoding, of interest elsewhere.
+bool isList(const std::string& third) {
+    return third.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos;
+}
+
 /// FIELD=OFFSET:LENGTH,...
 std::map<std::string, Place> readList(std::string_view list) {
     std::map<std::string, Place> places;
@@ -137,7 +142,7 @@ std::string losslessFaultOf(const VectorLine& line) {
             return "decoding gives " + decodingStatus(*type, octets);
         }
         places = placesOf(message);
-        if (!line.third.empty()) {
+        if (isList(line.third)) {
             const std::string fault = compare(readList(line.third), places);
             if (!fault.empty()) {
                 return fault;

@@ -35,11 +35,11 @@ struct RecordedCall {
 };
 
 FieldPatch address4(size_t frame, size_t offset, uint32_t address) {
-    return {frame, offset, addressOctets(address)};
+    return {frame, offset, octetsOfAddress(address)};
 }
 
 FieldPatch publicEndpoint(size_t frame, size_t offset, uint16_t port) {
-    return {frame, offset, endpointOctets(publicAddress, port)};
+    return {frame, offset, octetsOfEndpoint(publicAddress, port)};
 }
 
 const RecordedCall recordedCalls[] = {

@@ -1,33 +1,14 @@
 #include "tests/support/encoded_again.h"
 
 #include <cstring>
-#include <memory>
 
 #include "H.323/H323-MESSAGES.h"
 #include "H.323/MULTIMEDIA-SYSTEM-CONTROL.h"
+#include "tests/support/decoded.h"
 
 namespace test_support {
 
 namespace {
-
-template <typename Record> class Decoded {
-public:
-    template <typename Decoder>
-    Decoded(Decoder decode, const uint8_t* octets, size_t count)
-        : record(std::make_unique<Record>()) {
-        pu_initContext(&context_, octets, static_cast<uint32_t>(count), 1);
-        valid = decode(&context_, record.get()) == 0;
-    }
-    ~Decoded() { pu_freeContext(&context_); }
-    Decoded(const Decoded&) = delete;
-    Decoded& operator=(const Decoded&) = delete;
-
-    std::unique_ptr<Record> record;
-    bool valid;
-
-private:
-    PerContext context_ = {};
-};
 
 template <typename Record, typename Encoder>
 void encodeOver(Encoder encode, const Record& record, uint8_t* octets, size_t count) {

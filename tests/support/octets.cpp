@@ -13,13 +13,13 @@ std::string endpointText(uint32_t address, uint32_t port) {
     return text + std::to_string(port);
 }
 
-Octets addressOctets(uint32_t address) {
+Octets octetsOfAddress(uint32_t address) {
     return {static_cast<uint8_t>(address >> 24), static_cast<uint8_t>(address >> 16),
             static_cast<uint8_t>(address >> 8), static_cast<uint8_t>(address)};
 }
 
-Octets endpointOctets(uint32_t address, uint16_t port) {
-    Octets octets = addressOctets(address);
+Octets octetsOfEndpoint(uint32_t address, uint16_t port) {
+    Octets octets = octetsOfAddress(address);
     octets.push_back(static_cast<uint8_t>(port >> 8));
     octets.push_back(static_cast<uint8_t>(port));
     return octets;

@@ -20,8 +20,8 @@ constexpr uint32_t address(uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
 std::string endpointText(uint32_t address, uint32_t port);
 
 /// Octets of an address; of an address and a port.
-Octets addressOctets(uint32_t address);
-Octets endpointOctets(uint32_t address, uint16_t port);
+Octets octetsOfAddress(uint32_t address);
+Octets octetsOfEndpoint(uint32_t address, uint16_t port);
 
 /// Octets from hexadecimal digits; spaces are skipped.
 Octets fromHex(std::string_view hex);
