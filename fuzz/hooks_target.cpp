@@ -5,6 +5,7 @@
 #include <map>
 #include <tuple>
 
+#include "H.323/MULTIMEDIA-SYSTEM-CONTROL.h"
 #include "fuzz/call_script.h"
 #include "fuzz/memory_meter.h"
 #include "fuzz/module_state.h"
@@ -66,7 +67,10 @@ public:
         requireConsistentState();
     }
 
-    void requireEndState() const { host_.requireWholeLists(); }
+    void requireEndState() const {
+        requireClearFreeRecords();
+        host_.requireWholeLists();
+    }
 
 private:
     void apply(const Step& step) {
@@ -152,7 +156,7 @@ private:
             sent ? sendPacket(host_.context, packet) : receivePacket(host_.context, packet);
         // A segment completes what the buffer held; fast start nests messages in messages.
         require(memoryMeter().drainTakenOctets() <=
-                    memoryBoundOfMessages(2 * (packet.size() + streamBufferCapacity)),
+                    memoryBound(2 * (packet.size() + streamBufferCapacity), H245MemoryPerOctet),
                 "the memory taken for a packet is bounded by its size");
         require(memoryMeter().liveBlocks() <= mostKeptAllocations,
                 "a packet leaves no memory behind");

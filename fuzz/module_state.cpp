@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
+#include <vector>
 
 #include "fuzz/memory_meter.h"
 #include "fuzz/require.h"
@@ -14,13 +14,14 @@ namespace fuzzing {
 
 namespace {
 
-std::set<const ListLink*> linksOf(const ListLink& list) {
-    std::set<const ListLink*> links;
+using Links = std::vector<const ListLink*>;
+
+void addLinks(const ListLink& list, Links& links) {
     for (const ListLink* link = list.next; link != &list; link = link->next) {
         require(link->next->previous == link, "a list is linked both ways");
-        require(links.insert(link).second, "a record is on its list once");
+        require(links.size() < poolSize, "a pool's lists have no more records than the pool");
+        links.push_back(link);
     }
-    return links;
 }
 
 void requireSoundStream(const StreamBuffer& stream, uint32_t capacity) {
@@ -45,15 +46,21 @@ template <typename Record> bool isClear(const Record& record) {
 }
 
 template <typename Record> void requireSoundPool(const RecordLists& lists) {
-    const auto active = linksOf(lists.activeList);
-    const auto free = linksOf(lists.freeList);
-    require(active.size() + free.size() == poolSize, "every record is on a list");
-    for (const ListLink* link : free) {
-        require(!active.contains(link), "no record is on both lists");
-        require(isClear(*static_cast<const Record*>(link)), "a free record is clear");
-    }
-    for (const ListLink* link : active) {
+    Links links;
+    links.reserve(poolSize);
+    addLinks(lists.activeList, links);
+    for (const ListLink* link : links) {
         requireSoundStream(static_cast<const Record*>(link)->stream, streamBufferCapacity);
+    }
+    addLinks(lists.freeList, links);
+    require(links.size() == poolSize, "every record is on a list");
+    std::ranges::sort(links);
+    require(std::ranges::adjacent_find(links) == links.end(), "no record is on a list twice");
+}
+
+template <typename Record> void requireClear(const ListLink& list) {
+    for (const ListLink* link = list.next; link != &list; link = link->next) {
+        require(isClear(*static_cast<const Record*>(link)), "a free record is clear");
     }
 }
 
@@ -97,6 +104,11 @@ void requireConsistentState() {
     requireSoundStream(inboundMappingState.signallingFromRemote, inboundBufferCapacity);
     requireSoundStream(inboundMappingState.signallingToRemote, inboundBufferCapacity);
     requireSoundStream(inboundMappingState.controlToRemote, inboundBufferCapacity);
+}
+
+void requireClearFreeRecords() {
+    requireClear<CallSignalConnection>(callSignalPool.freeList);
+    requireClear<ControlChannelConnection>(controlChannelPool.freeList);
 }
 
 } // namespace fuzzing

@@ -10,8 +10,11 @@ void startModule();
 void forgetCalls();
 
 /// Checks what holds between any two packets: each record of a pool on exactly one of its lists,
-/// free records clear, the index of the H.245 connections in step with them, and no stream buffer
-/// that claims more than it holds or keeps a pointer into a packet.
+/// the index of the H.245 connections in step with them, and no stream buffer that claims more than
+/// it holds or keeps a pointer into a packet.
 void requireConsistentState();
+
+/// Checks that records which are free hold nothing of the calls before.
+void requireClearFreeRecords();
 
 } // namespace fuzzing

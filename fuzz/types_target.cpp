@@ -128,7 +128,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     memoryMeter().succeedFor(allocations == 0 ? FailingAllocator::never : allocations - 1);
     {
         Decoded decoded(type, octets, (options & optionLenient) != 0);
-        require(memoryMeter().drainTakenOctets() <= memoryBound(octets.size()),
+        require(memoryMeter().drainTakenOctets() <=
+                    memoryBound(octets.size(), memoryPerOctet(type)),
                 "the memory taken for a message is bounded by its size");
         if (decoded.status() == PER_OK && allocations == 0) {
             requireCycle(type, decoded);

@@ -5,6 +5,9 @@
 #include <span>
 #include <string_view>
 
+#include "H.323/H323-MESSAGES.h"
+#include "H.323/MULTIMEDIA-SYSTEM-CONTROL.h"
+
 namespace fuzzing {
 
 namespace {
@@ -98,6 +101,14 @@ bool sameList(const TypeDescription& type, const ListHead& left, const ListHead&
 }
 
 } // namespace
+
+size_t memoryPerOctet(const TypeDescription& type) {
+    const std::string_view name = type.name;
+    if (name.starts_with("H235")) {
+        return H235MemoryPerOctet;
+    }
+    return name.starts_with("H245") ? H245MemoryPerOctet : H225MemoryPerOctet;
+}
 
 const void* memberValue(const MemberDescription& member, const void* record) {
     const uint8_t* place = static_cast<const uint8_t*>(record) + member.offset;

@@ -1,6 +1,8 @@
 // Decoded values of any type, walked by their descriptions.
 #pragma once
 
+#include <cstddef>
+
 #include "H.323/type_description.h"
 
 namespace fuzzing {
@@ -14,6 +16,9 @@ struct ArrayHead {
     uint32_t count;
     uint8_t data[1];
 };
+
+/// What an octet of an encoding of this type may cost in memory, by the module it belongs to.
+size_t memoryPerOctet(const TypeDescription& type);
 
 /// A member's value; null for a NULL or an alternative without member.
 const void* memberValue(const MemberDescription& member, const void* record);

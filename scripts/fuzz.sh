@@ -1,0 +1,115 @@
+#!/bin/sh
+# Fuzzes the module and its tools with libFuzzer, every target for its share of the time, and reports
+# executions, coverage and findings. Exit status 1 when an input broke a promise.
+#   scripts/fuzz.sh [SECONDS]     in all; 600 when not given
+#   scripts/fuzz.sh --coverage    lines of asn1per/, nat/ and host/ that the corpora reach
+#   scripts/fuzz.sh --merge       adds to fuzz/corpus/ what the fuzzer found reaches further
+# New inputs collect in build/fuzz-corpus, findings in build/fuzz-findings: commit a finding's input,
+# as small as `-minimize_crash=1` makes it, to fuzz/corpus/TARGET with the fix.
+# FUZZ_TIMEOUT is the time limit for one input in seconds, 2 when not set.
+set -eu
+cd "$(dirname "$0")/.."
+
+targets="hooks types runtime parser capture"
+inputs=build/fuzz-corpus
+findings=build/fuzz-findings
+
+longest() {
+    case "$1" in
+    hooks) echo 6000 ;;
+    capture) echo 8000 ;;
+    parser) echo 2000 ;;
+    *) echo 1500 ;;
+    esac
+}
+
+build() { # PRESET PROGRAM...
+    preset=$1
+    shift
+    cmake --preset "$preset" --log-level=WARNING
+    cmake --build --preset "$preset" -j "$(nproc)" --target "$@"
+}
+
+programs() {
+    for target in $targets; do
+        echo "fuzz_$target"
+    done
+}
+
+seeds() {
+    [ -d "$inputs" ] || build/fuzz/bin/make_seeds "$inputs" tests/vectors/*.txt
+    for target in $targets; do
+        mkdir -p "$inputs/$target" "fuzz/corpus/$target"
+    done
+}
+
+fuzz() { # SECONDS
+    # shellcheck disable=SC2046
+    build fuzz make_seeds $(programs)
+    seeds
+    mkdir -p "$findings"
+    share=$(($1 / 5))
+    status=0
+    printf '%-8s %12s %10s %10s  %s\n' target executions edges inputs findings
+    for target in $targets; do
+        log=$findings/$target.log
+        found=none
+        build/fuzz/bin/fuzz_"$target" -max_total_time="$share" -max_len="$(longest "$target")" \
+            -timeout="${FUZZ_TIMEOUT:-2}" -rss_limit_mb=2048 -print_final_stats=1 \
+            -artifact_prefix="$findings/$target-" \
+            "$inputs/$target" "fuzz/corpus/$target" >"$log" 2>&1 || {
+            found=$(sed -n 's/.*Test unit written to //p' "$log" | tail -1)
+            [ -n "$found" ] || found="see $log"
+            status=1
+        }
+        printf '%-8s %12s %10s %10s  %s\n' "$target" \
+            "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)" \
+            "$(sed -n 's/^#.* cov: \([0-9]*\) .*/\1/p' "$log" | tail -1)" \
+            "$(find "$inputs/$target" -type f | wc -l)" "$found"
+    done
+    return "$status"
+}
+
+coverage() {
+    # shellcheck disable=SC2046
+    build coverage $(programs)
+    profiles=build/coverage/profiles
+    rm -rf "$profiles"
+    objects=
+    for target in $targets; do
+        LLVM_PROFILE_FILE="$profiles/$target.profraw" \
+            build/coverage/bin/fuzz_"$target" "fuzz/corpus/$target" >/dev/null
+        objects="$objects -object build/coverage/bin/fuzz_$target"
+    done
+    llvm-profdata-14 merge -o "$profiles/all.profdata" "$profiles"/*.profraw
+    for folder in asn1per nat host; do
+        # shellcheck disable=SC2086
+        llvm-cov-14 export -summary-only -instr-profile "$profiles/all.profdata" $objects \
+            -sources "$folder" |
+            python3 -c 'import json, sys
+lines = json.load(sys.stdin)["data"][0]["totals"]["lines"]
+print("%-8s %5d of %5d lines, %5.1f %%"
+      % (sys.argv[1], lines["covered"], lines["count"], lines["percent"]))' "$folder"
+    done
+}
+
+merge() {
+    # shellcheck disable=SC2046
+    build fuzz make_seeds $(programs)
+    seeds
+    for target in $targets; do
+        build/fuzz/bin/fuzz_"$target" -merge=1 -max_len="$(longest "$target")" \
+            "fuzz/corpus/$target" "$inputs/$target" 2>&1 | tail -1
+    done
+}
+
+scripts/install-packages.sh all
+case "${1-600}" in
+--coverage) coverage ;;
+--merge) merge ;;
+*[!0-9]*)
+    echo "usage: scripts/fuzz.sh [SECONDS | --coverage | --merge]" >&2
+    exit 2
+    ;;
+*) fuzz "${1-600}" ;;
+esac
