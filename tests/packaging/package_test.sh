@@ -9,8 +9,7 @@ set -eu
 
 package=$(realpath "$1")
 sample=$(realpath "$(dirname "$0")/../../samples/minimal_host")
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+work="${3-}"
 
 # What a user finds below $1: the module, what host programs are built with, the tool.
 check_content() {
@@ -29,13 +28,18 @@ build_host() {
     $1 rm -r "$work/build"
 }
 
+# Runs in a mount namespace of its own, which takes all that is mounted here away at its end.
+# Nothing of the machine's own is mounted writable: changes go to memory, the devices are new.
 install_and_remove() {
     root="$work/root"
     mount -t tmpfs tmpfs "$work"
     mkdir "$work/changes" "$work/scratch" "$root"
     mount -t overlay overlay -o "lowerdir=/,upperdir=$work/changes,workdir=$work/scratch" "$root"
-    mount --rbind /dev "$root/dev"
-    mount -t proc proc "$root/proc"
+    mount -t tmpfs tmpfs "$root/dev"
+    mknod -m 666 "$root/dev/null" c 1 3
+    mknod -m 666 "$root/dev/zero" c 1 5
+    mknod -m 666 "$root/dev/urandom" c 1 9
+    mount -t proc -o ro proc "$root/proc"
     mkdir -p "$root$work"
     cp "$package" "$root$work/package.deb"
 
@@ -47,7 +51,7 @@ install_and_remove() {
 
     # Nothing stays but the package manager's own records.
     left=$(cd "$work/changes" && find . ! -type d |
-        grep -Ev '^\./(var/(lib/dpkg|log|cache/ldconfig)/|etc/ld\.so\.cache|tmp/)' || true)
+        grep -Ev '^\./(var/(lib/dpkg|log|cache/(ldconfig|man))/|etc/ld\.so\.cache|tmp/)' || true)
     if [ -n "$left" ]; then
         echo "left behind: $left" >&2
         exit 1
@@ -57,11 +61,18 @@ install_and_remove() {
 if [ "${2-}" = in-own-mounts ]; then
     install_and_remove
     echo "$(basename "$package"): installs, serves a host program, and leaves nothing behind"
-elif [ "$(id -u)" -eq 0 ] && unshare --mount true 2>/dev/null; then
-    unshare --mount --propagation private "$0" "$package" in-own-mounts
+    exit 0
+fi
+
+# The namespace's mounts are not seen here, so the folder is empty when it is taken away.
+work=$(mktemp -d)
+if [ "$(id -u)" -eq 0 ] && unshare --mount true 2>/dev/null; then
+    unshare --mount --propagation private "$0" "$package" in-own-mounts "$work"
+    rmdir "$work"
 else
     dpkg-deb --extract "$package" "$work/root"
     check_content "$work/root"
     build_host "" "$work/root"
+    rm -rf "$work"
     echo "$(basename "$package"): serves a host program; not installed, that needs root"
 fi
