@@ -146,7 +146,7 @@ std::string Daemon::run() {
             return std::string("poll: ") + std::strerror(errno);
         }
         if (waiting[0].revents != 0) {
-            const std::string failure = drainQueue();
+            std::string failure = drainQueue();
             if (!failure.empty()) {
                 return failure;
             }
@@ -272,7 +272,7 @@ std::string runGateway(const ConfigSource& source) {
 
 std::string describeRules(const LiveConfig& config, std::string& rules) {
     uint32_t publicAddress = 0;
-    const std::string failure = publicAddressOf(config, publicAddress);
+    std::string failure = publicAddressOf(config, publicAddress);
     if (failure.empty()) {
         rules = renderRuleset(config, publicAddress, {}, Transition::Replace) +
                 renderQueueStatement(config.queueNumber);

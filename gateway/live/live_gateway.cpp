@@ -50,7 +50,7 @@ LiveGateway::LiveGateway(const LiveConfig& config, uint32_t publicAddress, Netfi
 std::string LiveGateway::start(LiveSeconds now) {
     const size_t adopted = mappings_.adopt(table_.readLeftover(), now);
     counters_.add(Cause::mappingsAdopted, adopted);
-    const std::string failure = table_.create(config_, publicAddress_, mappings_.allForwards());
+    std::string failure = table_.create(config_, publicAddress_, mappings_.allForwards());
     if (failure.empty()) {
         log_.info("start", {{"inside", config_.inside},
                             {"outside", config_.outside},
@@ -68,7 +68,7 @@ void LiveGateway::setInterfaces(uint32_t inside, uint32_t outside) {
 }
 
 std::string LiveGateway::reconfigure(const LiveConfig& config, uint32_t publicAddress) {
-    const std::string failure = table_.refresh(config, publicAddress, mappings_.allForwards());
+    std::string failure = table_.refresh(config, publicAddress, mappings_.allForwards());
     if (!failure.empty()) {
         return failure;
     }

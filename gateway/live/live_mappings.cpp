@@ -150,6 +150,7 @@ void LiveMappings::release(Iterator mapping) {
 
 std::vector<PortForward> LiveMappings::forwardsOf(const LiveMapping& mapping) {
     std::vector<PortForward> forwards;
+    forwards.reserve(static_cast<size_t>(mapping.ports()));
     for (int i = 0; i < mapping.ports(); ++i) {
         forwards.push_back({mapping.protocol(), static_cast<uint16_t>(mapping.publicPort + i),
                             neighbour(mapping.inside, i), mapping.leaves[i]});

@@ -52,7 +52,7 @@ std::string StatusSocket::open(const std::string& path) {
     const int bound = bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
     umask(before);
     if (bound != 0 || listen(listener, waitingConnections) != 0) {
-        const std::string failure = failureAt(path) + "; does its directory exist?";
+        std::string failure = failureAt(path) + "; does its directory exist?";
         close(listener);
         return failure;
     }
@@ -81,7 +81,7 @@ std::string readStatus(const std::string& path, std::string& answer) {
     const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (connection < 0 ||
         connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        const std::string failure =
+        std::string failure =
             failureAt(path) + "; is the gateway running, and may you read its status?";
         if (connection >= 0) {
             close(connection);
