@@ -189,8 +189,13 @@ bool sameValue(const TypeDescription& type, const void* left, const void* right)
         return as<uint32_t>(left) == as<uint32_t>(right);
     case TypeKind::OctetArray:
         return sameRun(left, right, &ArrayHead::count, 1);
-    case TypeKind::OctetString:
     case TypeKind::OpenType:
+        // An empty one is written as one zero octet (X.691 10.1.3).
+        if (as<DynOctetString>(left).numocts == 0) {
+            return true;
+        }
+        [[fallthrough]];
+    case TypeKind::OctetString:
         return sameRun(left, right, &DynOctetString::numocts, 1);
     case TypeKind::BitArray: {
         const auto& a = as<ArrayHead>(left);

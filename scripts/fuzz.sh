@@ -10,14 +10,14 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-targets="hooks types runtime parser capture"
+targets="hooks types runtime parser capture plain_capture"
 inputs=build/fuzz-corpus
 findings=build/fuzz-findings
 
 longest() {
     case "$1" in
     hooks) echo 6000 ;;
-    capture) echo 8000 ;;
+    *capture) echo 8000 ;;
     parser) echo 2000 ;;
     *) echo 1500 ;;
     esac
@@ -48,9 +48,9 @@ fuzz() { # SECONDS
     build fuzz make_seeds $(programs)
     seeds
     mkdir -p "$findings"
-    share=$(($1 / 5))
+    share=$(($1 / 6))
     status=0
-    printf '%-8s %12s %10s %10s  %s\n' target executions edges inputs findings
+    printf '%-13s %12s %10s %10s  %s\n' target executions edges inputs findings
     for target in $targets; do
         log=$findings/$target.log
         found=none
@@ -62,7 +62,7 @@ fuzz() { # SECONDS
             [ -n "$found" ] || found="see $log"
             status=1
         }
-        printf '%-8s %12s %10s %10s  %s\n' "$target" \
+        printf '%-13s %12s %10s %10s  %s\n' "$target" \
             "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)" \
             "$(sed -n 's/^#.* cov: \([0-9]*\) .*/\1/p' "$log" | tail -1)" \
             "$(find "$inputs/$target" -type f | wc -l)" "$found"
