@@ -41,11 +41,10 @@ Encoded encoded(int32_t (*encode)(PerContext*, const Record*), const Record& rec
 }
 
 struct IpAddress {
-    H225TransportAddress_ipAddress record{};
+    H225TransportAddress_ipAddress record;
     H225TransportAddress address{};
 
-    explicit IpAddress(int32_t port) {
-        record = {{4, {192, 168, 1, 2}}, port};
+    explicit IpAddress(int32_t port) : record{{4, {192, 168, 1, 2}}, port} {
         address.alternative = H225TransportAddress_ipAddressChosen;
         address.value.ipAddress = &record;
     }
