@@ -1,0 +1,16 @@
+// A host with nothing behind it, and calls for the module to follow.
+#pragma once
+
+#include <cstddef>
+
+#include "host/h323nat.h"
+
+namespace bench {
+
+HostContext* hostContext();
+
+// Starts the module afresh and lets it follow `calls` outbound calls, each with its own H.245
+// address. Ends the program with a message when a call was not taken.
+void startModule(size_t calls);
+
+} // namespace bench
