@@ -1006,6 +1006,17 @@ int32_t pd_bitsSlow(PerContext* ctx, uint32_t* value, uint32_t count) {
 }
 
 int32_t pd_bitsWord(PerContext* ctx, uint32_t* value, uint32_t count) {
+    const auto unread = static_cast<uint32_t>(ctx->bitOffset);
+    if (uint64_t{ctx->byteIndex} + 8 <= ctx->size && count - 1U < 32U && rtTraceOn == 0)
+        [[likely]] {
+        const uint64_t word = pu_load64(ctx->buffer + ctx->byteIndex) << (8U - unread);
+        *value = static_cast<uint32_t>(word >> (64U - count));
+        const uint32_t stay = count != unread ? 1U : 0U; // as below
+        const uint32_t end = 8U - unread + count - stay;
+        ctx->byteIndex += end >> 3;
+        ctx->bitOffset = static_cast<int16_t>(8U - stay - (end & 7U));
+        return PER_OK;
+    }
     const uint64_t position = pu_bitPosition(ctx);
     if (position + count > uint64_t{ctx->size} * 8 || ctx->size < 8 || rtTraceOn != 0 ||
         count - 1U >= 32U) [[unlikely]] {
@@ -1021,6 +1032,16 @@ int32_t pd_bitsWord(PerContext* ctx, uint32_t* value, uint32_t count) {
 }
 
 int32_t pd_bitRunWord(PerContext* ctx, uint32_t* bits, uint32_t count) {
+    const auto unread = static_cast<uint32_t>(ctx->bitOffset);
+    if (uint64_t{ctx->byteIndex} + 8 <= ctx->size && count - 1U < 32U && rtTraceOn == 0)
+        [[likely]] {
+        const uint64_t word = pu_load64(ctx->buffer + ctx->byteIndex) << (8U - unread);
+        *bits = pu_reverseBits(static_cast<uint32_t>(word >> (64U - count)), count);
+        const uint32_t last = 7U - unread + count;
+        ctx->byteIndex += last >> 3;
+        ctx->bitOffset = static_cast<int16_t>(7U - (last & 7U));
+        return PER_OK;
+    }
     const uint64_t position = pu_bitPosition(ctx);
     if (position + count > uint64_t{ctx->size} * 8 || ctx->size < 8 || rtTraceOn != 0 ||
         count - 1U >= 32U) [[unlikely]] {
@@ -1159,13 +1180,22 @@ int32_t pd_SmallNonNegWholeNumberSlow(PerContext* ctx, uint32_t* value) {
 
 namespace {
 
+// A length determinant of one octet, without a constraint. False, and nothing done, when it is
+// anything else.
+PER_INLINE bool readShortLength(PerContext* ctx, uint32_t* length) {
+    const uint64_t index = pu_alignedIndex(ctx);
+    if (ctx->aligned == 0 || index >= ctx->size || ctx->buffer[index] >= 0x80 || !pu_isQuiet(ctx))
+        [[unlikely]] {
+        return false;
+    }
+    *length = ctx->buffer[index];
+    pu_setOctet(ctx, index + 1);
+    return true;
+}
+
 // Length determinant without a constraint.
 int32_t readUnconsLength(PerContext* ctx, uint32_t* length) {
-    const uint64_t index = pu_alignedIndex(ctx);
-    if (ctx->aligned != 0 && index < ctx->size && ctx->buffer[index] < 0x80 && pu_isQuiet(ctx))
-        [[likely]] {
-        *length = ctx->buffer[index];
-        pu_setOctet(ctx, index + 1);
+    if (readShortLength(ctx, length)) {
         return PER_OK;
     }
     PER_TRY(alignToRead(ctx));
@@ -1184,9 +1214,7 @@ int32_t readUnconsLength(PerContext* ctx, uint32_t* length) {
     return PER_FRAGMENT;
 }
 
-} // namespace
-
-int32_t pd_Length(PerContext* ctx, uint32_t* length) {
+[[gnu::noinline]] int32_t readLength(PerContext* ctx, uint32_t* length) {
     const SizeConstraint* chain = ctx->sizeConstraint;
     ctx->sizeConstraint = nullptr;
     uint8_t extended = 0;
@@ -1213,6 +1241,15 @@ int32_t pd_Length(PerContext* ctx, uint32_t* length) {
     PER_TRY(status);
     pu_setFieldBitCount(ctx);
     return status;
+}
+
+} // namespace
+
+int32_t pd_Length(PerContext* ctx, uint32_t* length) {
+    if (ctx->sizeConstraint == nullptr && readShortLength(ctx, length)) [[likely]] {
+        return PER_OK;
+    }
+    return readLength(ctx, length);
 }
 
 int32_t pd_LengthSizedSlow(PerContext* ctx, uint32_t* length, uint32_t lower, uint32_t upper) {
@@ -1351,30 +1388,36 @@ int32_t getDynString(PerContext* ctx, const StringKind& kind, uint32_t* count, u
     return getString(ctx, kind, count, memory, static_cast<uint64_t>(octets));
 }
 
-// The octets of an open type where they stand: 1 when they are one run of whole octets, with the
-// cursor behind them; 0 with the cursor unchanged when the exact way must be taken.
-PER_INLINE int32_t viewOpenType(PerContext* ctx, uint64_t* start, uint32_t* octets) {
-    if (ctx->aligned == 0 || ctx->sizeConstraint != nullptr || !pu_isQuiet(ctx)) [[unlikely]] {
-        return 0;
-    }
+PER_INLINE bool canViewOpenTypes(const PerContext* ctx) {
+    return ctx->aligned != 0 && ctx->sizeConstraint == nullptr && pu_isQuiet(ctx);
+}
+
+// The octets of an open type where they stand: true when they are one run of whole octets, with the
+// cursor behind them; false with the cursor unchanged when the exact way must be taken. Only where
+// open types can be viewed.
+PER_INLINE bool viewRun(PerContext* ctx, uint64_t* start, uint32_t* octets) {
     uint64_t index = pu_alignedIndex(ctx);
-    if (index + 2 > ctx->size) {
-        return 0;
+    if (index + 2 > ctx->size) [[unlikely]] {
+        return false;
     }
     uint32_t length = ctx->buffer[index++];
-    if (length >= 0x80) {
+    if (length >= 0x80) [[unlikely]] {
         if (length >= 0xC0) {
-            return 0;
+            return false;
         }
         length = (length & 0x3FU) << 8 | ctx->buffer[index++];
     }
-    if (length == 0 || index + length > ctx->size) {
-        return 0;
+    if (length == 0 || index + length > ctx->size) [[unlikely]] {
+        return false;
     }
     *start = index;
     *octets = length;
     pu_setOctet(ctx, index + length);
-    return 1;
+    return true;
+}
+
+PER_INLINE bool viewOpenType(PerContext* ctx, uint64_t* start, uint32_t* octets) {
+    return canViewOpenTypes(ctx) && viewRun(ctx, start, octets);
 }
 
 } // namespace
@@ -1394,7 +1437,7 @@ int32_t pd_DynBitString(PerContext* ctx, DynBitString* value) {
 int32_t pd_DynOctetString(PerContext* ctx, DynOctetString* value) {
     uint64_t start = 0;
     uint32_t octets = 0;
-    if (ctx->sizeConstraint == nullptr && viewOpenType(ctx, &start, &octets) != 0) {
+    if (viewOpenType(ctx, &start, &octets)) {
         value->numocts = 0;
         value->data = static_cast<uint8_t*>(rtHeapAlloc(&ctx->heap, static_cast<int32_t>(octets)));
         if (value->data == nullptr) {
@@ -1421,7 +1464,7 @@ int32_t pd_OpenType(PerContext* ctx, uint8_t** data, uint32_t* octets) {
 int32_t pd_skipOpenType(PerContext* ctx) {
     uint64_t start = 0;
     uint32_t octets = 0;
-    if (viewOpenType(ctx, &start, &octets) != 0) {
+    if (viewOpenType(ctx, &start, &octets)) {
         return PER_OK;
     }
     PER_TRY(pd_totalLength(ctx, 8));
@@ -1926,33 +1969,37 @@ int32_t pd_ObjectIdentifier(PerContext* ctx, ObjectIdentifier* value) {
 
 namespace {
 
-PerBufferState bufferState(const PerContext* ctx) {
-    return {ctx->buffer,     ctx->byteIndex, ctx->size, ctx->bitOffset,
-            ctx->ownsBuffer, ctx->aligned,   ctx->flags};
+// A buffer state begins as a context does: all but the flags is one copy.
+constexpr size_t SAME_HEAD = offsetof(PerBufferState, flags);
+static_assert(offsetof(PerContext, buffer) == offsetof(PerBufferState, buffer));
+static_assert(offsetof(PerContext, byteIndex) == offsetof(PerBufferState, byteIndex));
+static_assert(offsetof(PerContext, size) == offsetof(PerBufferState, size));
+static_assert(offsetof(PerContext, bitOffset) == offsetof(PerBufferState, bitOffset));
+static_assert(offsetof(PerContext, ownsBuffer) == offsetof(PerBufferState, ownsBuffer));
+static_assert(offsetof(PerContext, aligned) == offsetof(PerBufferState, aligned));
+
+PER_INLINE void parkState(const PerContext* ctx, PerBufferState* state) {
+    std::memcpy(state, ctx, SAME_HEAD);
+    state->flags = ctx->flags;
 }
 
-void restoreState(PerContext* ctx, const PerBufferState& state) {
-    ctx->buffer = state.buffer;
-    ctx->byteIndex = state.byteIndex;
-    ctx->size = state.size;
-    ctx->bitOffset = state.bitOffset;
-    ctx->ownsBuffer = state.ownsBuffer;
-    ctx->aligned = state.aligned;
+PER_INLINE void restoreState(PerContext* ctx, const PerBufferState& state) {
+    std::memcpy(ctx, &state, SAME_HEAD);
     ctx->flags = state.flags;
 }
 
 // Reads an open type and points the context at its octets: where they stand, or, when fragments
 // or bit positions scatter them, in a copy.
-int32_t enterOpenType(PerContext* ctx, PerBufferState* parked) {
+PER_INLINE int32_t enterOpenType(PerContext* ctx, PerBufferState* parked) {
     uint64_t start = 0;
     uint32_t octets = 0;
     uint8_t* data = nullptr;
-    if (viewOpenType(ctx, &start, &octets) != 0) [[likely]] {
+    if (viewOpenType(ctx, &start, &octets)) [[likely]] {
         data = ctx->buffer + start;
     } else {
         PER_TRY(pd_OpenType(ctx, &data, &octets));
     }
-    *parked = bufferState(ctx);
+    parkState(ctx, parked);
     ctx->buffer = data != nullptr ? data : ctx->buffer;
     ctx->size = octets;
     ctx->ownsBuffer = 0;
@@ -1977,7 +2024,32 @@ uint64_t loadPresence(const PerAdditions* additions) {
 
 } // namespace
 
+// Number and presence bits from one word, when it holds both. False, and nothing done, otherwise.
+static bool beginFromWord(PerContext* ctx, PerAdditions* additions) {
+    const uint64_t position = pu_bitPosition(ctx);
+    const uint64_t end = bitSize(ctx);
+    if (ctx->size < 8 || position + 7 > end || !pu_isQuiet(ctx)) [[unlikely]] {
+        return false;
+    }
+    const uint64_t base = position / 8 < ctx->size - 8U ? position / 8 : ctx->size - 8U;
+    const uint64_t word = pu_load64(ctx->buffer + base) << (position - base * 8);
+    // The long form of a number begins with a 1 and is too large here.
+    const uint64_t count = (word >> 57) + 1;
+    if (count > 50 || position + 7 + count > end) [[unlikely]] {
+        return false;
+    }
+    additions->count = static_cast<uint32_t>(count);
+    additions->base = 0;
+    additions->open = 0;
+    additions->bits = word << 7 & ~(~uint64_t{0} >> count);
+    pu_setBitPosition(ctx, position + 7 + count);
+    return true;
+}
+
 int32_t pd_beginAdditions(PerContext* ctx, PerAdditions* additions) {
+    if (beginFromWord(ctx, additions)) [[likely]] {
+        return PER_OK; // one word of presence bits: the map is not asked again
+    }
     uint32_t announced = 0;
     PER_TRY(pd_SmallNonNegWholeNumber(ctx, &announced));
     const uint64_t count = uint64_t{announced} + 1;
@@ -1996,6 +2068,23 @@ int32_t pd_beginAdditions(PerContext* ctx, PerAdditions* additions) {
     return PER_OK;
 }
 
+// Steps over the additions whose presence bits are left in the word.
+static int32_t skipAdditions(PerContext* ctx, PerAdditions* additions) {
+    uint64_t bits = additions->bits;
+    additions->bits = 0;
+    if (canViewOpenTypes(ctx)) [[likely]] {
+        uint64_t start = 0;
+        uint32_t octets = 0;
+        while (bits != 0 && viewRun(ctx, &start, &octets)) {
+            bits &= bits - 1;
+        }
+    }
+    for (; bits != 0; bits &= bits - 1) {
+        PER_TRY(pd_skipOpenType(ctx));
+    }
+    return PER_OK;
+}
+
 int32_t pd_nextAddition(PerContext* ctx, PerAdditions* additions, uint32_t known) {
     if (additions->open != 0) {
         restoreState(ctx, additions->parked);
@@ -2003,21 +2092,21 @@ int32_t pd_nextAddition(PerContext* ctx, PerAdditions* additions, uint32_t known
     }
     while (true) {
         while (additions->bits == 0) {
-            if (additions->count - additions->base <= 64) {
+            if (additions->count - additions->base <= 64) [[likely]] {
                 return 0;
             }
             additions->base += 64;
             additions->bits = loadPresence(additions);
         }
         const auto lead = static_cast<uint32_t>(std::countl_zero(additions->bits));
-        additions->bits &= ~(uint64_t{1} << (63U - lead));
         additions->index = additions->base + lead;
         if (additions->index < known) {
+            additions->bits &= ~(uint64_t{1} << (63U - lead));
             PER_TRY(enterOpenType(ctx, &additions->parked));
             additions->open = 1;
             return 1;
         }
-        PER_TRY(pd_skipOpenType(ctx));
+        PER_TRY(skipAdditions(ctx, additions));
     }
 }
 
@@ -2046,7 +2135,7 @@ int32_t pe_beginOpenType(PerContext* ctx, PerOpenType* open) {
             return fail(ctx, PER_NO_MEMORY);
         }
     }
-    open->parked = bufferState(ctx);
+    parkState(ctx, &open->parked);
     useOwned(ctx, scratch);
     putCursorAtStart(ctx);
     return PER_OK;
