@@ -551,7 +551,43 @@ int32_t pe_bitRunSlow(PerContext* ctx, uint32_t bits, uint32_t count) {
     return PER_OK;
 }
 
+// Puts up to 8 bits, which may begin in the next octet and may reach into one more. The cursor
+// stays in an octet that they fill, and another one follows it. False, and nothing done, without
+// room.
+PER_INLINE static bool putFewBits(PerContext* ctx, uint32_t bits, uint32_t count) {
+    uint64_t index = ctx->byteIndex;
+    auto unused = static_cast<uint32_t>(ctx->bitOffset);
+    if (unused == 0) {
+        ++index;
+        unused = 8;
+    }
+    if (index + 1 >= ctx->size) [[unlikely]] {
+        return false;
+    }
+    uint8_t* octet = ctx->buffer + index;
+    const uint32_t begun = unused == 8 ? 0U : *octet;
+    if (count <= unused) {
+        *octet = static_cast<uint8_t>(begun | bits << (unused - count));
+        ctx->byteIndex = static_cast<uint32_t>(index);
+        ctx->bitOffset = static_cast<int16_t>(unused - count);
+        return true;
+    }
+    const uint32_t over = count - unused;
+    octet[0] = static_cast<uint8_t>(begun | bits >> over);
+    octet[1] = static_cast<uint8_t>(bits << (8U - over));
+    ctx->byteIndex = static_cast<uint32_t>(index + 1);
+    ctx->bitOffset = static_cast<int16_t>(8U - over);
+    return true;
+}
+
 int32_t pe_bitsWord(PerContext* ctx, uint32_t value, uint32_t count) {
+    if (count - 1U < 8U && putFewBits(ctx, value & ((1U << count) - 1U), count)) [[likely]] {
+        if (ctx->bitOffset == 0) {
+            pu_setOctet(ctx, uint64_t{ctx->byteIndex} + 1);
+            ctx->buffer[ctx->byteIndex] = 0;
+        }
+        return PER_OK;
+    }
     const uint64_t position = pu_bitPosition(ctx);
     const uint64_t index = position >> 3;
     if (index + 8 > ctx->size || count - 1U >= 32U) [[unlikely]] {
@@ -564,6 +600,9 @@ int32_t pe_bitsWord(PerContext* ctx, uint32_t value, uint32_t count) {
 }
 
 int32_t pe_bitRunWord(PerContext* ctx, uint32_t bits, uint32_t count) {
+    if (count - 1U < 8U && putFewBits(ctx, pu_reverseBits(bits, count), count)) {
+        return PER_OK;
+    }
     const uint64_t position = pu_bitPosition(ctx);
     const uint64_t index = position >> 3;
     if (index + 8 > ctx->size || count - 1U >= 32U) [[unlikely]] {
@@ -587,13 +626,31 @@ int32_t pe_leadingBits(PerContext* ctx, uint8_t octet, uint32_t count) {
     return pe_bitRun(ctx, pu_reverseBits(bits, taken), taken);
 }
 
+// Aligns and writes `octets` whole octets (1 or more) with an untouched one behind them. False, and
+// nothing done, without room for that.
+PER_INLINE static bool putOctets(PerContext* ctx, const uint8_t* data, uint32_t octets) {
+    const uint64_t index = pu_alignedIndex(ctx);
+    if (index + octets >= ctx->size) [[unlikely]] {
+        return false;
+    }
+    uint8_t* place = ctx->buffer + index;
+    std::memmove(place, data, octets);
+    place[octets] = 0;
+    pu_setOctet(ctx, index + octets);
+    return true;
+}
+
 int32_t pe_bitData(PerContext* ctx, const uint8_t* data, uint32_t bitCount) {
+    const bool onBoundary = ctx->bitOffset == 8 || ctx->bitOffset == 0;
+    if (onBoundary && bitCount % 8 == 0 && bitCount != 0 && putOctets(ctx, data, bitCount / 8)) {
+        return PER_OK;
+    }
     if (bitCount == 0) {
         return PER_OK;
     }
     PER_TRY(makeRoom(ctx, bitCount));
     const uint32_t octets = bitCount / 8;
-    if (ctx->bitOffset == 8 || ctx->bitOffset == 0) {
+    if (onBoundary || octets == 0) {
         const uint64_t index = pu_alignedIndex(ctx);
         if (octets != 0) {
             std::memmove(ctx->buffer + index, data, octets);
@@ -601,7 +658,12 @@ int32_t pe_bitData(PerContext* ctx, const uint8_t* data, uint32_t bitCount) {
             clearOctet(ctx);
         }
     } else {
-        for (uint32_t i = 0; i < octets; ++i) {
+        uint32_t i = 0;
+        for (; octets - i >= 4; i += 4) {
+            const uint32_t high = uint32_t{data[i]} << 8 | data[i + 1];
+            PER_TRY(pe_bits(ctx, high << 16 | uint32_t{data[i + 2]} << 8 | data[i + 3], 32));
+        }
+        for (; i < octets; ++i) {
             PER_TRY(pe_bits(ctx, data[i], 8));
         }
     }
@@ -625,7 +687,7 @@ uint32_t octetsOf(uint32_t value) {
     return value < 256 ? 1 : (pu_bitcount(value) + 7) / 8;
 }
 
-int32_t alignIfAligned(PerContext* ctx) {
+PER_INLINE int32_t alignIfAligned(PerContext* ctx) {
     return ctx->aligned != 0 ? pe_byteAlign(ctx) : PER_OK;
 }
 
@@ -696,7 +758,7 @@ int32_t pe_GetIntLen(int32_t value) {
 }
 
 int32_t pe_SmallNonNegWholeNumber(PerContext* ctx, uint32_t value) {
-    if (value < 64) {
+    if (value < 64) [[likely]] {
         return pe_bits(ctx, value, 7);
     }
     PER_TRY(pe_bit(ctx, 1));
@@ -705,7 +767,24 @@ int32_t pe_SmallNonNegWholeNumber(PerContext* ctx, uint32_t value) {
     return pe_NonNegBinInteger(ctx, value);
 }
 
+// A length determinant of one octet, without a constraint. False, and nothing done, when it is
+// anything else or has no room.
+PER_INLINE static bool putShortLength(PerContext* ctx, uint32_t length) {
+    const uint64_t index = pu_alignedIndex(ctx);
+    if (length >= 128 || ctx->aligned == 0 || index + 1 >= ctx->size || !pu_isQuiet(ctx))
+        [[unlikely]] {
+        return false;
+    }
+    ctx->buffer[index] = static_cast<uint8_t>(length);
+    ctx->buffer[index + 1] = 0;
+    pu_setOctet(ctx, index + 1);
+    return true;
+}
+
 int32_t pe_UnconsLength(PerContext* ctx, uint32_t length) {
+    if (putShortLength(ctx, length)) {
+        return static_cast<int32_t>(length);
+    }
     PER_TRY(alignIfAligned(ctx));
     if (length < 128) {
         PER_TRY(pe_bits(ctx, length, 8));
@@ -736,9 +815,7 @@ bool isExtensible(const SizeConstraint* chain) {
     return chain != nullptr;
 }
 
-} // namespace
-
-int32_t pe_Length(PerContext* ctx, uint32_t length) {
+[[gnu::noinline]] int32_t putLength(PerContext* ctx, uint32_t length) {
     const SizeConstraint* chain = ctx->sizeConstraint;
     // Consumed in any case: it may stand on a stack frame that ends with this failure.
     ctx->sizeConstraint = nullptr;
@@ -765,6 +842,15 @@ int32_t pe_Length(PerContext* ctx, uint32_t length) {
     PER_TRY(covered);
     pu_setFieldBitCount(ctx);
     return covered;
+}
+
+} // namespace
+
+int32_t pe_Length(PerContext* ctx, uint32_t length) {
+    if (ctx->sizeConstraint == nullptr && putShortLength(ctx, length)) [[likely]] {
+        return static_cast<int32_t>(length);
+    }
+    return putLength(ctx, length);
 }
 
 int32_t pe_LengthSizedSlow(PerContext* ctx, uint32_t length, uint32_t lower, uint32_t upper) {
@@ -880,6 +966,26 @@ int32_t putString(PerContext* ctx, const StringKind& kind, uint32_t count, const
     }
 }
 
+// Length and contents in whole octets when nothing constrains or splits them. False, and nothing
+// done, when the exact way must be taken.
+PER_INLINE bool putRun(PerContext* ctx, const uint8_t* data, uint32_t octets) {
+    const uint64_t index = pu_alignedIndex(ctx);
+    if (octets - 1U >= 16383U || index + 2 + octets >= ctx->size || ctx->aligned == 0 ||
+        ctx->sizeConstraint != nullptr || !pu_isQuiet(ctx)) [[unlikely]] {
+        return false;
+    }
+    uint8_t* place = ctx->buffer + index;
+    if (octets >= 128) {
+        *place++ = static_cast<uint8_t>(0x80U | octets >> 8);
+    }
+    *place++ = static_cast<uint8_t>(octets);
+    std::memmove(place, data, octets);
+    place += octets;
+    *place = 0;
+    pu_setOctet(ctx, static_cast<uint64_t>(place - ctx->buffer));
+    return true;
+}
+
 } // namespace
 
 int32_t pe_BitString(PerContext* ctx, uint32_t bitCount, const uint8_t* data) {
@@ -887,11 +993,14 @@ int32_t pe_BitString(PerContext* ctx, uint32_t bitCount, const uint8_t* data) {
 }
 
 int32_t pe_OctetString(PerContext* ctx, uint32_t octets, const uint8_t* data) {
-    return putString(ctx, OCTET_STRING, octets, data);
+    return putRun(ctx, data, octets) ? PER_OK : putString(ctx, OCTET_STRING, octets, data);
 }
 
 int32_t pe_OpenType(PerContext* ctx, uint32_t octets, const uint8_t* data) {
     static constexpr uint8_t EMPTY = 0;
+    if (putRun(ctx, data, octets)) [[likely]] {
+        return PER_OK;
+    }
     return octets == 0 ? putString(ctx, OPEN_TYPE, 1, &EMPTY)
                        : putString(ctx, OPEN_TYPE, octets, data);
 }
@@ -913,6 +1022,9 @@ int32_t pe_OctetStringSized(PerContext* ctx, uint32_t octets, const uint8_t* dat
         return pe_OctetString(ctx, octets, data);
     }
     PER_TRY(pe_LengthSized(ctx, octets, lower, upper));
+    if (putOctets(ctx, data, octets)) [[likely]] {
+        return PER_OK;
+    }
     PER_TRY(pe_byteAlign(ctx));
     return pe_bitData(ctx, data, octets * 8);
 }
@@ -2145,7 +2257,12 @@ int32_t pe_endOpenType(PerContext* ctx, const PerOpenType* open, uint8_t alignFi
     PER_TRY(alignIfAligned(ctx));
     uint32_t octets = 0;
     const uint8_t* data = pe_getMsgPtr(ctx, &octets);
-    PerOwnedBuffer* scratch = unlinkOwned(ctx, data);
+    PerOwnedBuffer* scratch = ctx->owned;
+    if (scratch != nullptr && contentsOf(scratch) == data) [[likely]] {
+        ctx->owned = scratch->next;
+    } else {
+        scratch = unlinkOwned(ctx, data);
+    }
     restoreState(ctx, open->parked);
     int32_t status = alignFirst != 0 ? pe_byteAlign(ctx) : PER_OK;
     if (status == PER_OK) {
