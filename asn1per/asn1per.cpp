@@ -1699,16 +1699,73 @@ const PermittedAlphabet* effectiveAlphabet(const PermittedAlphabet& whole, const
     return room;
 }
 
-int32_t putType(PerContext* ctx, const char* value, const char* from,
-                const PermittedAlphabet& whole) {
-    PermittedAlphabet room;
-    return pe_ConstrainedString(ctx, value, effectiveAlphabet(whole, from, &room));
+// The SIZE range of a Sized entry; the entries without one take what is pending.
+struct SizeBounds {
+    uint32_t lower;
+    uint32_t upper;
+};
+
+PER_INLINE int32_t putSize(PerContext* ctx, uint32_t length, const SizeBounds* bounds) {
+    return bounds == nullptr ? pe_Length(ctx, length)
+                             : pe_LengthSized(ctx, length, bounds->lower, bounds->upper);
 }
 
-int32_t getType(PerContext* ctx, const char** value, const char* from,
-                const PermittedAlphabet& whole) {
-    PermittedAlphabet room;
-    return pd_ConstrainedString(ctx, value, effectiveAlphabet(whole, from, &room));
+PER_INLINE int32_t getSize(PerContext* ctx, uint32_t* length, const SizeBounds* bounds) {
+    return bounds == nullptr ? pd_Length(ctx, length)
+                             : pd_LengthSized(ctx, length, bounds->lower, bounds->upper);
+}
+
+// Index of a character, or the alphabet's count when it is not in it. Characters that follow each
+// other mostly do so in the alphabet: *distance, from index to code, is that of the one before.
+PER_INLINE uint32_t indexOf(const PermittedAlphabet* alphabet, uint32_t code, uint32_t* distance) {
+    const uint32_t guess = code - *distance;
+    if (guess < alphabet->count && alphabet->chars[guess] == code) [[likely]] {
+        return guess;
+    }
+    const void* found = std::memchr(alphabet->chars, static_cast<int>(code), alphabet->count);
+    if (found == nullptr) {
+        return alphabet->count;
+    }
+    const auto index = static_cast<uint32_t>(static_cast<const uint8_t*>(found) - alphabet->chars);
+    *distance = code - index;
+    return index;
+}
+
+// Characters that lie two in an octet, up to one outside the alphabet or a last half octet. Returns
+// their number.
+uint32_t getPairs(PerContext* ctx, char* text, uint32_t count, const PermittedAlphabet* alphabet) {
+    const uint8_t* octets = ctx->buffer + ctx->byteIndex;
+    uint32_t i = 0;
+    for (; i + 1 < count; i += 2, ++octets) {
+        const uint32_t high = *octets >> 4;
+        const uint32_t low = *octets & 0xFU;
+        if (high >= alphabet->count || low >= alphabet->count) {
+            break;
+        }
+        text[i] = static_cast<char>(alphabet->chars[high]);
+        text[i + 1] = static_cast<char>(alphabet->chars[low]);
+    }
+    ctx->byteIndex += i / 2;
+    return i;
+}
+
+// The way back, for which there is room.
+uint32_t putPairs(PerContext* ctx, const char* text, uint32_t count,
+                  const PermittedAlphabet* alphabet) {
+    uint8_t* octets = ctx->buffer + ctx->byteIndex;
+    uint32_t distance = 0;
+    uint32_t i = 0;
+    for (; i + 1 < count; i += 2, ++octets) {
+        const uint32_t high = indexOf(alphabet, static_cast<uint8_t>(text[i]), &distance);
+        const uint32_t low = indexOf(alphabet, static_cast<uint8_t>(text[i + 1]), &distance);
+        if (high >= alphabet->count || low >= alphabet->count) {
+            break;
+        }
+        *octets = static_cast<uint8_t>(high << 4 | low);
+    }
+    *octets = 0;
+    ctx->byteIndex += i / 2;
+    return i;
 }
 
 int32_t getCharacters(PerContext* ctx, char* text, uint32_t count,
@@ -1717,7 +1774,11 @@ int32_t getCharacters(PerContext* ctx, char* text, uint32_t count,
     if (!byIndex && bits == 8) {
         return readOctets(ctx, reinterpret_cast<uint8_t*>(text), count, count * 8);
     }
-    for (uint32_t i = 0; i < count; ++i) {
+    uint32_t begun = 0;
+    if (byIndex && bits == 4 && ctx->bitOffset == 8 && rtTraceOn == 0) {
+        begun = getPairs(ctx, text, count, alphabet);
+    }
+    for (uint32_t i = begun; i < count; ++i) {
         uint32_t code = 0;
         PER_TRY(pd_bits(ctx, &code, bits));
         if (byIndex) {
@@ -1731,16 +1792,14 @@ int32_t getCharacters(PerContext* ctx, char* text, uint32_t count,
     return PER_OK;
 }
 
-} // namespace
-
-int32_t pe_ConstrainedString(PerContext* ctx, const char* value,
-                             const PermittedAlphabet* alphabet) {
+int32_t putText(PerContext* ctx, const char* value, const PermittedAlphabet* alphabet,
+                const SizeBounds* bounds) {
     const size_t length = std::strlen(value);
     if (length > INT32_MAX) {
         return fail(ctx, PER_OVERFLOW);
     }
     const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
-    PER_TRY(pe_Length(ctx, static_cast<uint32_t>(length)));
+    PER_TRY(putSize(ctx, static_cast<uint32_t>(length), bounds));
     PER_TRY(alignIfAligned(ctx));
     (void)pu_newField(ctx, "data");
     const bool byIndex = isWrittenByIndex(alphabet, bits);
@@ -1750,15 +1809,18 @@ int32_t pe_ConstrainedString(PerContext* ctx, const char* value,
         pu_setFieldBitCount(ctx);
         return PER_OK;
     }
-    for (size_t i = 0; i < length; ++i) {
+    size_t begun = 0;
+    if (byIndex && bits == 4 && ctx->bitOffset == 8 && hasBits(ctx, uint64_t{length} * 4 + 8)) {
+        begun = putPairs(ctx, value, static_cast<uint32_t>(length), alphabet);
+    }
+    uint32_t distance = 0;
+    for (size_t i = begun; i < length; ++i) {
         uint32_t code = static_cast<uint8_t>(value[i]);
         if (byIndex) {
-            const void* found =
-                std::memchr(alphabet->chars, static_cast<int>(code), alphabet->count);
-            if (found == nullptr) {
+            code = indexOf(alphabet, code, &distance);
+            if (code >= alphabet->count) {
                 return fail(ctx, PER_DOES_NOT_FIT);
             }
-            code = static_cast<uint32_t>(static_cast<const uint8_t*>(found) - alphabet->chars);
         }
         PER_TRY(pe_bits(ctx, code, bits));
     }
@@ -1766,11 +1828,11 @@ int32_t pe_ConstrainedString(PerContext* ctx, const char* value,
     return PER_OK;
 }
 
-int32_t pd_ConstrainedString(PerContext* ctx, const char** value,
-                             const PermittedAlphabet* alphabet) {
+int32_t getText(PerContext* ctx, const char** value, const PermittedAlphabet* alphabet,
+                const SizeBounds* bounds) {
     const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
     uint32_t length = 0;
-    PER_TRY(pd_Length(ctx, &length));
+    PER_TRY(getSize(ctx, &length, bounds));
     PER_TRY(alignToRead(ctx));
     if (!hasBits(ctx, uint64_t{length} * bits)) {
         return fail(ctx, PER_END_OF_DATA);
@@ -1787,30 +1849,67 @@ int32_t pd_ConstrainedString(PerContext* ctx, const char** value,
     return PER_OK;
 }
 
-int32_t pe_NumericString(PerContext* ctx, const char* value, const char* from) {
-    return putType(ctx, value, from, NUMERIC);
+int32_t putType(PerContext* ctx, const char* value, const char* from,
+                const PermittedAlphabet& whole, const SizeBounds* bounds) {
+    PermittedAlphabet room;
+    return putText(ctx, value, effectiveAlphabet(whole, from, &room), bounds);
 }
-int32_t pe_PrintableString(PerContext* ctx, const char* value, const char* from) {
-    return putType(ctx, value, from, PRINTABLE);
+
+int32_t getType(PerContext* ctx, const char** value, const char* from,
+                const PermittedAlphabet& whole, const SizeBounds* bounds) {
+    PermittedAlphabet room;
+    return getText(ctx, value, effectiveAlphabet(whole, from, &room), bounds);
 }
-int32_t pe_IA5String(PerContext* ctx, const char* value, const char* from) {
-    return putType(ctx, value, from, IA5);
+
+} // namespace
+
+int32_t pe_ConstrainedString(PerContext* ctx, const char* value,
+                             const PermittedAlphabet* alphabet) {
+    return putText(ctx, value, alphabet, nullptr);
 }
-int32_t pe_GeneralString(PerContext* ctx, const char* value, const char* from) {
-    return putType(ctx, value, from, GENERAL);
+
+int32_t pd_ConstrainedString(PerContext* ctx, const char** value,
+                             const PermittedAlphabet* alphabet) {
+    return getText(ctx, value, alphabet, nullptr);
 }
-int32_t pd_NumericString(PerContext* ctx, const char** value, const char* from) {
-    return getType(ctx, value, from, NUMERIC);
+
+int32_t pe_ConstrainedStringSized(PerContext* ctx, const char* value,
+                                  const PermittedAlphabet* alphabet, uint32_t lower,
+                                  uint32_t upper) {
+    const SizeBounds bounds = {lower, upper};
+    return putText(ctx, value, alphabet, &bounds);
 }
-int32_t pd_PrintableString(PerContext* ctx, const char** value, const char* from) {
-    return getType(ctx, value, from, PRINTABLE);
+
+int32_t pd_ConstrainedStringSized(PerContext* ctx, const char** value,
+                                  const PermittedAlphabet* alphabet, uint32_t lower,
+                                  uint32_t upper) {
+    const SizeBounds bounds = {lower, upper};
+    return getText(ctx, value, alphabet, &bounds);
 }
-int32_t pd_IA5String(PerContext* ctx, const char** value, const char* from) {
-    return getType(ctx, value, from, IA5);
-}
-int32_t pd_GeneralString(PerContext* ctx, const char** value, const char* from) {
-    return getType(ctx, value, from, GENERAL);
-}
+
+// Four entries for each type: with the pending constraint, and with a range.
+#define PER_STRING_TYPE(Type, WHOLE)                                                               \
+    int32_t pe_##Type(PerContext* ctx, const char* value, const char* from) {                      \
+        return putType(ctx, value, from, WHOLE, nullptr);                                          \
+    }                                                                                              \
+    int32_t pd_##Type(PerContext* ctx, const char** value, const char* from) {                     \
+        return getType(ctx, value, from, WHOLE, nullptr);                                          \
+    }                                                                                              \
+    int32_t pe_##Type##Sized(PerContext* ctx, const char* value, const char* from, uint32_t lower, \
+                             uint32_t upper) {                                                     \
+        const SizeBounds bounds = {lower, upper};                                                  \
+        return putType(ctx, value, from, WHOLE, &bounds);                                          \
+    }                                                                                              \
+    int32_t pd_##Type##Sized(PerContext* ctx, const char** value, const char* from,                \
+                             uint32_t lower, uint32_t upper) {                                     \
+        const SizeBounds bounds = {lower, upper};                                                  \
+        return getType(ctx, value, from, WHOLE, &bounds);                                          \
+    }
+PER_STRING_TYPE(NumericString, NUMERIC)
+PER_STRING_TYPE(PrintableString, PRINTABLE)
+PER_STRING_TYPE(IA5String, IA5)
+PER_STRING_TYPE(GeneralString, GENERAL)
+#undef PER_STRING_TYPE
 
 void pu_init16BitAlphabet(PermittedAlphabet16* alphabet) {
     *alphabet = {0, nullptr, 0, 0xFFFF, 16, 16};
@@ -1845,21 +1944,38 @@ bool isPlain16(const PerContext* ctx, const PermittedAlphabet16* alphabet, uint3
            ctx->bitOffset == 8 && ctx->aligned != 0;
 }
 
-} // namespace
+// Copies characters from host to network order, or back.
+void copyCharacters(void* destination, const void* source, uint32_t count) {
+    if constexpr (std::endian::native == std::endian::big) {
+        std::memcpy(destination, source, size_t{count} * 2);
+        return;
+    }
+    auto* to = static_cast<uint8_t*>(destination);
+    const auto* from = static_cast<const uint8_t*>(source);
+    for (; count >= 4; count -= 4, to += 8, from += 8) {
+        constexpr uint64_t EVEN = 0x00FF00FF00FF00FFU;
+        uint64_t word;
+        std::memcpy(&word, from, sizeof word);
+        word = (word & EVEN) << 8 | (word >> 8 & EVEN);
+        std::memcpy(to, &word, sizeof word);
+    }
+    for (; count > 0; --count, to += 2, from += 2) {
+        const uint8_t first = from[0];
+        to[0] = from[1];
+        to[1] = first;
+    }
+}
 
-int32_t pe_16BitConstrainedString(PerContext* ctx, uint32_t nchars, const uint16_t* data,
-                                  const PermittedAlphabet16* alphabet) {
+int32_t putText16(PerContext* ctx, uint32_t nchars, const uint16_t* data,
+                  const PermittedAlphabet16* alphabet, const SizeBounds* bounds) {
     const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
-    PER_TRY(pe_Length(ctx, nchars));
+    PER_TRY(putSize(ctx, nchars, bounds));
     PER_TRY(alignIfAligned(ctx));
     (void)pu_newField(ctx, "data");
     if (isPlain16(ctx, alphabet, bits) && hasBits(ctx, uint64_t{nchars} * 16 + 8)) {
         uint8_t* octets = ctx->buffer + ctx->byteIndex;
-        for (uint32_t i = 0; i < nchars; ++i) {
-            *octets++ = static_cast<uint8_t>(data[i] >> 8);
-            *octets++ = static_cast<uint8_t>(data[i]);
-        }
-        *octets = 0;
+        copyCharacters(octets, data, nchars);
+        octets[size_t{nchars} * 2] = 0;
         ctx->byteIndex += nchars * 2;
         pu_setFieldBitCount(ctx);
         return PER_OK;
@@ -1884,13 +2000,13 @@ int32_t pe_16BitConstrainedString(PerContext* ctx, uint32_t nchars, const uint16
     return PER_OK;
 }
 
-int32_t pd_16BitConstrainedString(PerContext* ctx, BMPStringValue* value,
-                                  const PermittedAlphabet16* alphabet) {
+int32_t getText16(PerContext* ctx, BMPStringValue* value, const PermittedAlphabet16* alphabet,
+                  const SizeBounds* bounds) {
     const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
     value->nchars = 0;
     value->data = nullptr;
     uint32_t count = 0;
-    PER_TRY(pd_Length(ctx, &count));
+    PER_TRY(getSize(ctx, &count, bounds));
     PER_TRY(alignToRead(ctx));
     if (!hasBits(ctx, uint64_t{count} * bits)) {
         return fail(ctx, PER_END_OF_DATA);
@@ -1902,11 +2018,9 @@ int32_t pd_16BitConstrainedString(PerContext* ctx, BMPStringValue* value,
     (void)pu_newField(ctx, "data");
     uint32_t begun = 0;
     if (isPlain16(ctx, alphabet, bits) && pu_isQuiet(ctx)) {
-        const uint8_t* octets = ctx->buffer + ctx->byteIndex;
-        for (; begun < count; ++begun, octets += 2) {
-            chars[begun] = static_cast<uint16_t>(octets[0] << 8 | octets[1]);
-        }
+        copyCharacters(chars, ctx->buffer + ctx->byteIndex, count);
         ctx->byteIndex += count * 2;
+        begun = count;
     }
     for (uint32_t i = begun; i < count; ++i) {
         uint32_t code = 0;
@@ -1925,73 +2039,68 @@ int32_t pd_16BitConstrainedString(PerContext* ctx, BMPStringValue* value,
     return PER_OK;
 }
 
+constexpr PermittedAlphabet16 WHOLE_16 = {0, nullptr, 0, 0xFFFF, 16, 16};
+
+// The effective alphabet under a FROM constraint, worked out in `room` if need be.
+int32_t effectiveAlphabet16(PerContext* ctx, const PermittedCharacters16* from,
+                            PermittedAlphabet16* room, const PermittedAlphabet16** alphabet) {
+    *alphabet = &WHOLE_16;
+    if (from == nullptr) [[likely]] {
+        return PER_OK;
+    }
+    pu_init16BitAlphabet(room);
+    PER_TRY(pu_set16BitAlphabet(ctx, room, from));
+    *alphabet = room;
+    return PER_OK;
+}
+
+int32_t putBmp(PerContext* ctx, uint32_t nchars, const uint16_t* data,
+               const PermittedCharacters16* from, const SizeBounds* bounds) {
+    PermittedAlphabet16 room;
+    const PermittedAlphabet16* alphabet = nullptr;
+    PER_TRY(effectiveAlphabet16(ctx, from, &room, &alphabet));
+    return putText16(ctx, nchars, data, alphabet, bounds);
+}
+
+int32_t getBmp(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from,
+               const SizeBounds* bounds) {
+    PermittedAlphabet16 room;
+    const PermittedAlphabet16* alphabet = nullptr;
+    PER_TRY(effectiveAlphabet16(ctx, from, &room, &alphabet));
+    return getText16(ctx, value, alphabet, bounds);
+}
+
+} // namespace
+
+int32_t pe_16BitConstrainedString(PerContext* ctx, uint32_t nchars, const uint16_t* data,
+                                  const PermittedAlphabet16* alphabet) {
+    return putText16(ctx, nchars, data, alphabet, nullptr);
+}
+
+int32_t pd_16BitConstrainedString(PerContext* ctx, BMPStringValue* value,
+                                  const PermittedAlphabet16* alphabet) {
+    return getText16(ctx, value, alphabet, nullptr);
+}
+
 int32_t pe_BMPString(PerContext* ctx, uint32_t nchars, const uint16_t* data,
                      const PermittedCharacters16* from) {
-    PermittedAlphabet16 alphabet;
-    pu_init16BitAlphabet(&alphabet);
-    if (from != nullptr) {
-        PER_TRY(pu_set16BitAlphabet(ctx, &alphabet, from));
-    }
-    return pe_16BitConstrainedString(ctx, nchars, data, &alphabet);
+    return putBmp(ctx, nchars, data, from, nullptr);
 }
 
 int32_t pd_BMPString(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from) {
-    PermittedAlphabet16 alphabet;
-    pu_init16BitAlphabet(&alphabet);
-    if (from != nullptr) {
-        PER_TRY(pu_set16BitAlphabet(ctx, &alphabet, from));
-    }
-    return pd_16BitConstrainedString(ctx, value, &alphabet);
-}
-
-// The Sized entries hand the constraint over and call their primitive.
-#define PER_SIZED_STRING(Type)                                                                     \
-    int32_t pe_##Type##Sized(PerContext* ctx, const char* value, const char* from, uint32_t lower, \
-                             uint32_t upper) {                                                     \
-        const SizeConstraint range = {0, lower, upper, nullptr};                                   \
-        PER_TRY(pu_addSizeConstraint(ctx, &range));                                                \
-        return pe_##Type(ctx, value, from);                                                        \
-    }                                                                                              \
-    int32_t pd_##Type##Sized(PerContext* ctx, const char** value, const char* from,                \
-                             uint32_t lower, uint32_t upper) {                                     \
-        const SizeConstraint range = {0, lower, upper, nullptr};                                   \
-        PER_TRY(pu_addSizeConstraint(ctx, &range));                                                \
-        return pd_##Type(ctx, value, from);                                                        \
-    }
-PER_SIZED_STRING(NumericString)
-PER_SIZED_STRING(PrintableString)
-PER_SIZED_STRING(IA5String)
-PER_SIZED_STRING(GeneralString)
-#undef PER_SIZED_STRING
-
-int32_t pe_ConstrainedStringSized(PerContext* ctx, const char* value,
-                                  const PermittedAlphabet* alphabet, uint32_t lower,
-                                  uint32_t upper) {
-    const SizeConstraint range = {0, lower, upper, nullptr};
-    PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return dropRange(ctx, pe_ConstrainedString(ctx, value, alphabet));
-}
-
-int32_t pd_ConstrainedStringSized(PerContext* ctx, const char** value,
-                                  const PermittedAlphabet* alphabet, uint32_t lower,
-                                  uint32_t upper) {
-    const SizeConstraint range = {0, lower, upper, nullptr};
-    PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return dropRange(ctx, pd_ConstrainedString(ctx, value, alphabet));
+    return getBmp(ctx, value, from, nullptr);
 }
 
 int32_t pe_BMPStringSized(PerContext* ctx, uint32_t nchars, const uint16_t* data,
                           const PermittedCharacters16* from, uint32_t lower, uint32_t upper) {
-    const SizeConstraint range = {0, lower, upper, nullptr};
-    PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return dropRange(ctx, pe_BMPString(ctx, nchars, data, from));
+    const SizeBounds bounds = {lower, upper};
+    return putBmp(ctx, nchars, data, from, &bounds);
 }
 
 int32_t pd_BMPStringSized(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from,
                           uint32_t lower, uint32_t upper) {
-    const SizeConstraint range = {0, lower, upper, nullptr};
-    PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return dropRange(ctx, pd_BMPString(ctx, value, from));
+    const SizeBounds bounds = {lower, upper};
+    return getBmp(ctx, value, from, &bounds);
 }
 
 namespace {
@@ -2002,6 +2111,10 @@ constexpr uint32_t OID_ENCODED_LIMIT = 299;
 // Puts the base-128 form of a subidentifier before *start. False when the area is full.
 bool prependSubidentifier(const uint8_t* area, uint8_t** start, uint64_t value) {
     uint8_t more = 0;
+    if (value < 0x80 && *start - area > static_cast<ptrdiff_t>(OID_AREA - OID_ENCODED_LIMIT)) {
+        *--*start = static_cast<uint8_t>(value);
+        return true;
+    }
     do {
         if (*start - area <= static_cast<ptrdiff_t>(OID_AREA - OID_ENCODED_LIMIT)) {
             return false;
