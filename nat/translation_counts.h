@@ -1,5 +1,6 @@
-// What became of the messages that the translators examined. Debug builds count; release builds
-// (NDEBUG) have neither the counters nor any code for them.
+// What became of the messages that the translators examined. Debug builds count, and print the
+// counts to standard error when the module is unloaded if the environment variable H323NAT_COUNTS
+// is set. Release builds (NDEBUG) have neither the counters nor any code for them.
 #pragma once
 
 #include <cstdint>

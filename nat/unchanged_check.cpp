@@ -56,7 +56,7 @@ void checkPacket() {
     const Remembered& state = remembered();
     for (size_t i = 0; i < state.count; ++i) {
         if (state.packet[i] != state.octets[i] && !state.set[i]) {
-            std::fprintf(stderr, "octet %zu of a message changed that no rule set\n", i);
+            (void)std::fprintf(stderr, "octet %zu of a message changed that no rule set\n", i);
             std::abort();
         }
     }
