@@ -172,6 +172,15 @@ void setPayload(Step& step, const Segment& segment) {
     }
 }
 
+constexpr uint8_t hostSettings[] = {
+    0,
+    settingLossless,
+    settingSkipLinking,
+    settingLossless | settingLastPort,
+    settingLossless | settingSilentMedia | settingRefuseControl,
+    settingUnknownFlows,
+};
+
 std::vector<Step> captureScript(uint8_t flags, const std::string& name) {
     std::vector<Step> script{settings(flags), publish()};
     for (const CapturedPacket& packet : readCapture(name)) {
@@ -189,6 +198,8 @@ std::vector<Step> captureScript(uint8_t flags, const std::string& name) {
         setPayload(step, segment);
         script.push_back(step);
     }
+    // A data conference with the outside party of the call.
+    script.push_back(connection(StepKind::TcpReceived, partyPort, 1503, tcpSynAck));
     return script;
 }
 
@@ -208,7 +219,7 @@ int main(int count, char** arguments) {
         }
         for (const char* name : {"h245", "fast-h245", "fast-tun", "gk-direct", "gk-routed",
                                  "in-h245", "in-fast-tun"}) {
-            for (const uint8_t flags : {uint8_t{0}, uint8_t{settingLossless}}) {
+            for (const uint8_t flags : hostSettings) {
                 hooks.add(formatScript(captureScript(flags, name)));
             }
         }

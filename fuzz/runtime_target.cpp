@@ -68,6 +68,24 @@ bool sameOctets(const uint8_t* left, const uint8_t* right, size_t count) {
     return count == 0 || std::memcmp(left, right, count) == 0;
 }
 
+bool sameText(const Value& left, const Value& right) {
+    return std::strcmp(left.text, right.text) == 0;
+}
+
+bool sameWide(const Value& left, const Value& right) {
+    return left.wide.nchars == right.wide.nchars &&
+           (left.wide.nchars == 0 ||
+            std::memcmp(left.wide.data, right.wide.data, left.wide.nchars * sizeof(uint16_t)) == 0);
+}
+
+bool sameKept(const Value& left, const Value& right) {
+    return (left.kept.numocts == 0) == (right.kept.numocts == 0);
+}
+
+constexpr uint16_t listedCharacters[] = {'a', 'x', 0x3B1, 0x20AC, 0xFFFD};
+constexpr PermittedCharacters16 listed{std::size(listedCharacters), listedCharacters, 0, 0};
+constexpr PermittedCharacters16 ranged{0, nullptr, 0x20, 0x7E};
+
 const Primitive primitives[] = {
     {[](PerContext* ctx, Value& v, const Limits& l) {
          return pd_bits(ctx, &v.number, l.upper & 31);
@@ -144,25 +162,21 @@ const Primitive primitives[] = {
      [](PerContext* ctx, const Value& v, const Limits& l) {
          return pe_IA5String(ctx, v.text, l.from);
      },
-     [](const Value& a, const Value& b) { return std::strcmp(a.text, b.text) == 0; }},
+     sameText},
     {[](PerContext* ctx, Value& v, const Limits&) {
          return pd_NumericString(ctx, &v.text, nullptr);
      },
      [](PerContext* ctx, const Value& v, const Limits&) {
          return pe_NumericString(ctx, v.text, nullptr);
      },
-     [](const Value& a, const Value& b) { return std::strcmp(a.text, b.text) == 0; }},
+     sameText},
     {[](PerContext* ctx, Value& v, const Limits& l) {
          return pd_BMPStringSized(ctx, &v.wide, nullptr, l.lower, l.upper);
      },
      [](PerContext* ctx, const Value& v, const Limits& l) {
          return pe_BMPStringSized(ctx, v.wide.nchars, v.wide.data, nullptr, l.lower, l.upper);
      },
-     [](const Value& a, const Value& b) {
-         return a.wide.nchars == b.wide.nchars &&
-                (a.wide.nchars == 0 ||
-                 std::memcmp(a.wide.data, b.wide.data, a.wide.nchars * sizeof(uint16_t)) == 0);
-     }},
+     sameWide},
     {[](PerContext* ctx, Value& v, const Limits&) {
          return pd_ObjectIdentifier(ctx, &v.identifier);
      },
@@ -174,9 +188,46 @@ const Primitive primitives[] = {
                 std::equal(a.identifier.arcs, a.identifier.arcs + a.identifier.numarcs,
                            b.identifier.arcs);
      }},
+    {[](PerContext* ctx, Value& v, const Limits& l) {
+         return pd_PrintableStringSized(ctx, &v.text, l.from, l.lower, l.upper);
+     },
+     [](PerContext* ctx, const Value& v, const Limits& l) {
+         return pe_PrintableStringSized(ctx, v.text, l.from, l.lower, l.upper);
+     },
+     sameText},
+    {[](PerContext* ctx, Value& v, const Limits&) {
+         return pd_GeneralString(ctx, &v.text, nullptr);
+     },
+     [](PerContext* ctx, const Value& v, const Limits&) {
+         return pe_GeneralString(ctx, v.text, nullptr);
+     },
+     sameText},
+    {[](PerContext* ctx, Value& v, const Limits& l) {
+         return pd_BMPString(ctx, &v.wide, l.from != nullptr ? &listed : &ranged);
+     },
+     [](PerContext* ctx, const Value& v, const Limits& l) {
+         return pe_BMPString(ctx, v.wide.nchars, v.wide.data,
+                             l.from != nullptr ? &listed : &ranged);
+     },
+     sameWide},
+    {[](PerContext* ctx, Value& v, const Limits& l) {
+         return pd_listCountSized(ctx, &v.count, 1 + l.lower, l.lower, l.upper);
+     },
+     [](PerContext* ctx, const Value& v, const Limits& l) {
+         const int32_t status = pe_LengthSized(ctx, v.count, l.lower, l.upper);
+         // The elements, which a count is checked against.
+         const Octets elements(v.count * size_t{1 + l.lower} / 8 + 1);
+         return status < 0
+                    ? status
+                    : pe_bitData(ctx, elements.data(), static_cast<uint32_t>(elements.size() * 8));
+     },
+     [](const Value& a, const Value& b) { return a.count == b.count; }},
+    {[](PerContext* ctx, Value& v, const Limits&) { return pd_ChoiceOpenTypeExt(ctx, &v.kept); },
+     [](PerContext* ctx, const Value& v, const Limits&) { return pe_OpenTypeExt(ctx, &v.kept); },
+     sameKept},
     {[](PerContext* ctx, Value& v, const Limits&) { return pd_OpenTypeExt(ctx, &v.kept); },
      [](PerContext* ctx, const Value& v, const Limits&) { return pe_OpenTypeExt(ctx, &v.kept); },
-     [](const Value& a, const Value& b) { return (a.kept.numocts == 0) == (b.kept.numocts == 0); }},
+     sameKept},
 };
 
 class Context {
@@ -235,6 +286,7 @@ void run(Input& input) {
         return;
     }
     Context reader(&bits, aligned);
+    pu_setFieldTracking(reader, count % 2);
     for (size_t i = 0; i + 1 < operations.size(); i += 2) {
         const Primitive& primitive = primitives[operations[i] % std::size(primitives)];
         const Limits limits(operations[i + 1]);

@@ -79,18 +79,24 @@ coverage() {
     for target in $targets; do
         LLVM_PROFILE_FILE="$profiles/$target.profraw" \
             build/coverage/bin/fuzz_"$target" "fuzz/corpus/$target" >/dev/null
-        objects="$objects -object build/coverage/bin/fuzz_$target"
+        objects="$objects -object=build/coverage/bin/fuzz_$target"
     done
     llvm-profdata-14 merge -o "$profiles/all.profdata" "$profiles"/*.profraw
-    for folder in asn1per nat host; do
-        # shellcheck disable=SC2086
-        llvm-cov-14 export -summary-only -instr-profile "$profiles/all.profdata" $objects \
-            -sources "$folder" |
-            python3 -c 'import json, sys
-lines = json.load(sys.stdin)["data"][0]["totals"]["lines"]
-print("%-8s %5d of %5d lines, %5.1f %%"
-      % (sys.argv[1], lines["covered"], lines["count"], lines["percent"]))' "$folder"
-    done
+    # shellcheck disable=SC2086
+    llvm-cov-14 export -summary-only -instr-profile "$profiles/all.profdata" $objects \
+        >"$profiles/summary.json"
+    python3 - "$profiles/summary.json" <<'END'
+import json, os, sys
+
+files = json.load(open(sys.argv[1]))["data"][0]["files"]
+for folder in "asn1per", "nat", "host":
+    start = os.path.join(os.getcwd(), folder) + os.sep
+    lines = [f["summary"]["lines"] for f in files
+             if os.path.realpath(f["filename"]).startswith(start)]
+    count = sum(line["count"] for line in lines)
+    covered = sum(line["covered"] for line in lines)
+    print(f"{folder:8} {covered:5} of {count:5} lines, {100 * covered / count:5.1f} %")
+END
 }
 
 merge() {
