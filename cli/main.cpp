@@ -6,6 +6,8 @@
 int main(int argc, char** argv) {
     CLI::App app("Looks into H.323 signalling and translates its addresses.", "h323nat");
     app.require_subcommand(1);
+    // A file named from the root, /tmp/call.pcap, is no option on any system.
+    app.allow_windows_style_options(false);
     int exitStatus = 0;
     cli::addDecodeCommand(app, exitStatus);
     cli::addVerifyCommand(app, exitStatus);
