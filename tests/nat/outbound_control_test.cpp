@@ -117,16 +117,17 @@ TEST_P(OutboundControl, LinksTheMediaRecords) {
     HostMappingRecord* record = call.controlRecord->firstMediaRecord;
     for (HostMappingRecord* const next : expected) {
         ASSERT_EQ(record, next);
-        EXPECT_EQ(record->parent, call.controlRecord);
-        EXPECT_EQ(record->previousSibling, previous);
-        EXPECT_EQ(record->inherited24, 0x24242424U);
-        EXPECT_EQ(record->inherited28, 0x2828);
-        EXPECT_EQ(record->inherited2A, 0x2a2a2a2aU);
+        // The plus copies a member that may stand unaligned in its packed record.
+        EXPECT_EQ(+record->parent, call.controlRecord);
+        EXPECT_EQ(+record->previousSibling, previous);
+        EXPECT_EQ(+record->inherited24, 0x24242424U);
+        EXPECT_EQ(+record->inherited28, 0x2828);
+        EXPECT_EQ(+record->inherited2A, 0x2a2a2a2aU);
         previous = record;
         record = record->nextSibling;
     }
     EXPECT_EQ(record, nullptr);
-    EXPECT_EQ(call.signallingRecord->controlLink, call.controlRecord);
+    EXPECT_EQ(+call.signallingRecord->controlLink, call.controlRecord);
 }
 
 // The host asks for no links, sets no records, or does not know the connection: the message is
@@ -135,15 +136,15 @@ TEST_P(OutboundControl, TranslatesWithoutLinks) {
     host.skipLinking = 2;
     EXPECT_TRUE(call.onControl(acknowledgement).changed);
     EXPECT_TRUE(host.takeLog("inside").empty());
-    EXPECT_EQ(host.lastFirst->parent, nullptr);
+    EXPECT_EQ(+host.lastFirst->parent, nullptr);
 
     host.skipLinking = 0;
     findByRemoteEndpoint({outsideParty, OutboundCall::controlPort})->insideFlow.sourcePort = 1;
     EXPECT_TRUE(call.onControl(acknowledgement).changed);
     EXPECT_EQ(host.takeLog("inside"),
               std::vector<std::string>{"inside 10.0.0.5:1 > 203.0.113.9:38333"});
-    EXPECT_EQ(host.lastFirst->parent, nullptr);
-    EXPECT_EQ(call.signallingRecord->controlLink, nullptr);
+    EXPECT_EQ(+host.lastFirst->parent, nullptr);
+    EXPECT_EQ(+call.signallingRecord->controlLink, nullptr);
 }
 
 // A host that answers nothing gets its mistake into the message, as the contract says: port 0.
