@@ -42,12 +42,15 @@ install_and_remove() {
     mount -t proc -o ro proc "$root/proc"
     mkdir -p "$root$work"
     cp "$package" "$root$work/package.deb"
+    # A fresh log-in's environment: the caller's may name compilers, launchers, caches and folders.
+    path=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+    inside="chroot $root env -i HOME=/root LANG=C.UTF-8 PATH=$path"
 
-    chroot "$root" dpkg --install "$work/package.deb"
+    $inside dpkg --install "$work/package.deb"
     check_content "$root"
-    build_host "chroot $root" ""
-    chroot "$root" h323nat --help >/dev/null
-    chroot "$root" dpkg --purge h323nat
+    build_host "$inside" ""
+    $inside h323nat --help >/dev/null
+    $inside dpkg --purge h323nat
 
     # Nothing stays but the package manager's own records.
     left=$(cd "$work/changes" && find . ! -type d |
