@@ -17,16 +17,17 @@ if ! command -v wine >/dev/null; then
     echo "scripts/wine.sh: wine is not installed (Debian package wine64)" >&2
     exit 127
 fi
-if [ ! -e "$WINEPREFIX/ready" ]; then
-    mkdir -p "$WINEPREFIX"
-    (
-        flock 9
-        if [ ! -e "$WINEPREFIX/ready" ]; then
-            wine wineboot --init >/dev/null 2>&1 </dev/null
-            touch "$WINEPREFIX/ready"
-        fi
-    ) 9>"$WINEPREFIX.lock"
-fi
+# Left alone, Wine's server ends with its last program, and a program that starts at that moment
+# fails; so this one stays for a minute more. Who starts it also starts Wine's services, which would
+# else keep the output of the first program open for as long as they run.
+mkdir -p "$WINEPREFIX"
+(
+    flock 9
+    if wineserver --persistent=60 9>&-; then
+        wine wineboot --init 9>&-
+    fi
+) 9>"$WINEPREFIX.lock" >/dev/null 2>&1 </dev/null ||
+    echo "scripts/wine.sh: Wine cannot make its drive in $WINEPREFIX" >&2
 
 runs_32_bit() {
     [ -e "$WINEPREFIX/drive_c/windows/syswow64/ntdll.dll" ]
