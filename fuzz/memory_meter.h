@@ -14,7 +14,7 @@ inline FailingAllocator& memoryMeter() {
 /// The most that decoding messages of together so many octets may take, each octet costing at most
 /// `perOctet` octets of heap. Any two heap blocks in a row are more than half full, and one message
 /// takes at least one block.
-constexpr size_t memoryBound(size_t octets, size_t perOctet) {
+constexpr uint64_t memoryBound(uint64_t octets, uint64_t perOctet) {
     return sizeof(MemBlock) + octets * perOctet * 2 * sizeof(MemBlock) / PER_BLOCK_SPACE;
 }
 
