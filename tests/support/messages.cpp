@@ -320,16 +320,13 @@ Octets unregistrationRequest(const TestAddress& callSignalAddress) {
 
 Octets tpkt(const Octets& content) {
     const size_t length = content.size() + 4;
-    Octets message = {3, 0, static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length)};
-    message.insert(message.end(), content.begin(), content.end());
-    return message;
+    return joined({3, 0, static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length)}, content);
 }
 
 Octets userUserElement(const Octets& userInformation) {
     const size_t length = userInformation.size() + 1;
-    Octets element = {0x7e, static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length), 5};
-    element.insert(element.end(), userInformation.begin(), userInformation.end());
-    return element;
+    return joined({0x7e, static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length), 5},
+                  userInformation);
 }
 
 Octets q931(const std::vector<Octets>& userInformation, const Octets& before) {

@@ -54,6 +54,12 @@ std::string toHex(const Octets& octets) {
     return text;
 }
 
+Octets joined(std::initializer_list<uint8_t> head, const Octets& tail) {
+    Octets octets(head.size() + tail.size());
+    std::copy(tail.begin(), tail.end(), std::copy(head.begin(), head.end(), octets.begin()));
+    return octets;
+}
+
 void overwrite(Octets& target, size_t offset, const Octets& octets) {
     assert(offset + octets.size() <= target.size());
     std::copy(octets.begin(), octets.end(), target.begin() + static_cast<ptrdiff_t>(offset));

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,9 @@ Octets octetsOfEndpoint(uint32_t address, uint16_t port);
 /// Octets from hexadecimal digits; spaces are skipped.
 Octets fromHex(std::string_view hex);
 std::string toHex(const Octets& octets);
+
+/// `head` and `tail` one behind the other.
+Octets joined(std::initializer_list<uint8_t> head, const Octets& tail);
 
 /// Writes `octets` over `target` from `offset` on; they must fit.
 void overwrite(Octets& target, size_t offset, const Octets& octets);
