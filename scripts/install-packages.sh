@@ -25,4 +25,5 @@ fi
 echo "Installing:$missing" >&2
 $as_root DEBIAN_FRONTEND=noninteractive apt-get -q update >&2
 # shellcheck disable=SC2086 # a list of words
-$as_root DEBIAN_FRONTEND=noninteractive apt-get -qy install --no-install-recommends $missing >&2
+$as_root DEBIAN_FRONTEND=noninteractive apt-get -qy install --no-remove --no-install-recommends \
+    $missing >&2

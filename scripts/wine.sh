@@ -17,12 +17,18 @@ if ! command -v wine >/dev/null; then
     echo "scripts/wine.sh: wine is not installed (Debian package wine64)" >&2
     exit 127
 fi
-# Left alone, Wine's server ends with its last program, and a program that starts at that moment
+# Wine makes its drive whole, 32-bit part included, only when it starts the server itself.
+#
+# Left alone, that server ends with its last program, and a program that starts at that moment
 # fails; so this one stays for a minute more. Who starts it also starts Wine's services, which would
 # else keep the output of the first program open for as long as they run.
 mkdir -p "$WINEPREFIX"
 (
     flock 9
+    if [ ! -e "$WINEPREFIX/system.reg" ]; then
+        wine wineboot --init 9>&-
+        wineserver --wait
+    fi
     if wineserver --persistent=60 9>&-; then
         wine wineboot --init 9>&-
     fi
