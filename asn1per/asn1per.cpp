@@ -263,6 +263,14 @@ PerContext* pu_newContext(const uint8_t* buffer, uint32_t size, uint8_t aligned)
     return ctx;
 }
 
+static void releaseFields(PerContext* ctx) {
+    while (FieldNode* node = ctx->fieldList.first) {
+        ctx->fieldList.first = node->next;
+        rtAllocator.release(node);
+    }
+    ctx->fieldList = {};
+}
+
 void pu_freeContext(PerContext* ctx) {
     if (ctx == nullptr) {
         return;
@@ -273,17 +281,17 @@ void pu_freeContext(PerContext* ctx) {
         ctx->ownsBuffer = 0;
         putCursorAtStart(ctx);
     }
-    giveBuffersBack(&ctx->owned);
-    giveBuffersBack(&ctx->spare);
+    if (ctx->owned != nullptr || ctx->spare != nullptr) {
+        giveBuffersBack(&ctx->owned);
+        giveBuffersBack(&ctx->spare);
+    }
     rtHeapFreeAll(ctx->heap);
     ctx->heap = nullptr;
     ctx->spans = nullptr;
     ctx->recordSpans = 0;
-    while (FieldNode* node = ctx->fieldList.first) {
-        ctx->fieldList.first = node->next;
-        rtAllocator.release(node);
+    if (ctx->fieldList.first != nullptr) [[unlikely]] {
+        releaseFields(ctx);
     }
-    ctx->fieldList = {};
     ctx->sizeConstraint = nullptr;
     ctx->initMarker = 0;
     if ((ctx->flags & PER_FLAG_ALLOCATED) != 0) {
@@ -1012,14 +1020,16 @@ int32_t pe_BitStringSized(PerContext* ctx, uint32_t bitCount, const uint8_t* dat
     return dropRange(ctx, pe_BitString(ctx, bitCount, data));
 }
 
-int32_t pe_OctetStringSized(PerContext* ctx, uint32_t octets, const uint8_t* data, uint32_t lower,
-                            uint32_t upper) {
+// The exact way, for every bound and state.
+[[gnu::noinline]] static int32_t putOctetsSized(PerContext* ctx, uint32_t octets,
+                                                const uint8_t* data, uint32_t lower,
+                                                uint32_t upper) {
     const bool packed = lower == upper && upper <= 2;
     if (upper >= 65536 || octets == 0 || packed || ctx->aligned == 0 ||
         ctx->sizeConstraint != nullptr || !pu_isQuiet(ctx)) {
         const SizeConstraint range = {0, lower, upper, nullptr};
         PER_TRY(pu_addSizeConstraint(ctx, &range));
-        return pe_OctetString(ctx, octets, data);
+        return dropRange(ctx, pe_OctetString(ctx, octets, data));
     }
     PER_TRY(pe_LengthSized(ctx, octets, lower, upper));
     if (putOctets(ctx, data, octets)) [[likely]] {
@@ -1027,6 +1037,26 @@ int32_t pe_OctetStringSized(PerContext* ctx, uint32_t octets, const uint8_t* dat
     }
     PER_TRY(pe_byteAlign(ctx));
     return pe_bitData(ctx, data, octets * 8);
+}
+
+int32_t pe_OctetStringSized(PerContext* ctx, uint32_t octets, const uint8_t* data, uint32_t lower,
+                            uint32_t upper) {
+    // Of one size above 2: no length. A range of 256 sizes: one octet of length.
+    const uint32_t span = upper - lower;
+    const uint64_t index = pu_alignedIndex(ctx) + (span != 0 ? 1U : 0U);
+    if ((span != 0 && span != 255) || upper >= 65536 || upper <= 2 || octets - lower > span ||
+        octets == 0 || index + octets >= ctx->size || ctx->aligned == 0 ||
+        ctx->sizeConstraint != nullptr || !pu_isQuiet(ctx)) [[unlikely]] {
+        return putOctetsSized(ctx, octets, data, lower, upper);
+    }
+    uint8_t* place = ctx->buffer + index;
+    if (span != 0) {
+        place[-1] = static_cast<uint8_t>(octets - lower);
+    }
+    pu_setOctet(ctx, index + octets);
+    place[octets] = 0;
+    std::memmove(place, data, octets);
+    return PER_OK;
 }
 
 // ---- reading -------------------------------------------------------------------------------
@@ -2150,6 +2180,32 @@ int32_t pe_ObjectIdentifier(PerContext* ctx, const ObjectIdentifier* value) {
     return PER_OK;
 }
 
+static int32_t getArcs(PerContext* ctx, ObjectIdentifier* value, const uint8_t* octets,
+                       uint32_t count) {
+    uint64_t subidentifier = 0;
+    uint32_t arcs = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        subidentifier = subidentifier << 7 | (octets[i] & 0x7FU);
+        if ((octets[i] & 0x80) != 0) {
+            continue;
+        }
+        if (arcs == 0) {
+            const uint32_t root =
+                subidentifier >= 80 ? 2 : static_cast<uint32_t>(subidentifier / 40);
+            value->arcs[arcs++] = root;
+            subidentifier -= uint64_t{root} * 40;
+        }
+        if (arcs == OBJECT_IDENTIFIER_MAX_ARCS) {
+            value->numarcs = arcs;
+            return fail(ctx, PER_BAD_OID);
+        }
+        value->arcs[arcs++] = static_cast<uint32_t>(subidentifier);
+        subidentifier = 0;
+    }
+    value->numarcs = arcs;
+    return count != 0 && (octets[count - 1] & 0x80) != 0 ? fail(ctx, PER_END_OF_DATA) : PER_OK;
+}
+
 int32_t pd_ObjectIdentifier(PerContext* ctx, ObjectIdentifier* value) {
     value->numarcs = 0;
     uint32_t octets = 0;
@@ -2162,30 +2218,15 @@ int32_t pd_ObjectIdentifier(PerContext* ctx, ObjectIdentifier* value) {
         return fail(ctx, PER_DOES_NOT_FIT);
     }
     uint8_t area[OID_AREA];
-    PER_TRY(readOctets(ctx, area, sizeof area, octets * 8));
-    uint64_t subidentifier = 0;
-    bool isOpen = false;
-    for (uint32_t i = 0; i < octets; ++i) {
-        subidentifier = subidentifier << 7 | (area[i] & 0x7FU);
-        isOpen = (area[i] & 0x80) != 0;
-        if (isOpen) {
-            continue;
-        }
-        if (value->numarcs == 0) {
-            const uint32_t root =
-                subidentifier >= 80 ? 2 : static_cast<uint32_t>(subidentifier / 40);
-            value->arcs[value->numarcs++] = root;
-            subidentifier -= uint64_t{root} * 40;
-        }
-        if (value->numarcs == OBJECT_IDENTIFIER_MAX_ARCS) {
-            return fail(ctx, PER_BAD_OID);
-        }
-        value->arcs[value->numarcs++] = static_cast<uint32_t>(subidentifier);
-        subidentifier = 0;
+    const uint8_t* contents = area;
+    if ((ctx->bitOffset == 8 || ctx->bitOffset == 0) && octets != 0) [[likely]] {
+        const uint64_t index = pu_alignedIndex(ctx);
+        contents = ctx->buffer + index;
+        pu_setOctet(ctx, index + octets);
+    } else {
+        PER_TRY(readOctets(ctx, area, sizeof area, octets * 8));
     }
-    if (isOpen) {
-        return fail(ctx, PER_END_OF_DATA);
-    }
+    PER_TRY(getArcs(ctx, value, contents, octets));
     pu_setFieldBitCount(ctx);
     return PER_OK;
 }
@@ -2213,22 +2254,31 @@ PER_INLINE void restoreState(PerContext* ctx, const PerBufferState& state) {
     ctx->flags = state.flags;
 }
 
-// Reads an open type and points the context at its octets: where they stand, or, when fragments
-// or bit positions scatter them, in a copy.
-PER_INLINE int32_t enterOpenType(PerContext* ctx, PerBufferState* parked) {
-    uint64_t start = 0;
-    uint32_t octets = 0;
-    uint8_t* data = nullptr;
-    if (viewOpenType(ctx, &start, &octets)) [[likely]] {
-        data = ctx->buffer + start;
-    } else {
-        PER_TRY(pd_OpenType(ctx, &data, &octets));
-    }
+PER_INLINE void enterRun(PerContext* ctx, PerBufferState* parked, uint8_t* data, uint32_t octets) {
     parkState(ctx, parked);
-    ctx->buffer = data != nullptr ? data : ctx->buffer;
+    ctx->buffer = data;
     ctx->size = octets;
     ctx->ownsBuffer = 0;
     putCursorAtStart(ctx);
+}
+
+// Points the context at a copy of an open type that fragments or bit positions scatter.
+[[gnu::noinline]] int32_t enterCopy(PerContext* ctx, PerBufferState* parked) {
+    uint8_t* data = nullptr;
+    uint32_t octets = 0;
+    PER_TRY(pd_OpenType(ctx, &data, &octets));
+    enterRun(ctx, parked, data != nullptr ? data : ctx->buffer, octets);
+    return PER_OK;
+}
+
+// Reads an open type and points the context at its octets, where they stand if possible.
+PER_INLINE int32_t enterOpenType(PerContext* ctx, PerBufferState* parked) {
+    uint64_t start = 0;
+    uint32_t octets = 0;
+    if (!viewOpenType(ctx, &start, &octets)) [[unlikely]] {
+        return enterCopy(ctx, parked);
+    }
+    enterRun(ctx, parked, ctx->buffer + start, octets);
     return PER_OK;
 }
 
@@ -2310,14 +2360,12 @@ static int32_t skipAdditions(PerContext* ctx, PerAdditions* additions) {
     return PER_OK;
 }
 
-int32_t pd_nextAddition(PerContext* ctx, PerAdditions* additions, uint32_t known) {
-    if (additions->open != 0) {
-        restoreState(ctx, additions->parked);
-        additions->open = 0;
-    }
+// The exact way: unknown additions, further words of presence bits, open types in pieces.
+[[gnu::noinline]] static int32_t findAddition(PerContext* ctx, PerAdditions* additions,
+                                              uint32_t known) {
     while (true) {
         while (additions->bits == 0) {
-            if (additions->count - additions->base <= 64) [[likely]] {
+            if (additions->count - additions->base <= 64) {
                 return 0;
             }
             additions->base += 64;
@@ -2333,6 +2381,29 @@ int32_t pd_nextAddition(PerContext* ctx, PerAdditions* additions, uint32_t known
         }
         PER_TRY(skipAdditions(ctx, additions));
     }
+}
+
+int32_t pd_nextAddition(PerContext* ctx, PerAdditions* additions, uint32_t known) {
+    if (additions->open != 0) {
+        restoreState(ctx, additions->parked);
+        additions->open = 0;
+    }
+    const uint64_t bits = additions->bits;
+    if (bits == 0 && additions->count - additions->base <= 64) {
+        return 0;
+    }
+    const auto lead = static_cast<uint32_t>(std::countl_zero(bits));
+    uint64_t start = 0;
+    uint32_t octets = 0;
+    if (additions->base + lead >= known || bits == 0 || !viewOpenType(ctx, &start, &octets))
+        [[unlikely]] {
+        return findAddition(ctx, additions, known);
+    }
+    additions->bits = bits & ~(uint64_t{1} << (63U - lead));
+    additions->index = additions->base + lead;
+    additions->open = 1;
+    enterRun(ctx, &additions->parked, ctx->buffer + start, octets);
+    return 1;
 }
 
 int32_t pd_beginAlternative(PerContext* ctx, PerOpenType* open, uint32_t* index) {
@@ -2368,8 +2439,8 @@ int32_t pe_beginOpenType(PerContext* ctx, PerOpenType* open) {
 
 int32_t pe_endOpenType(PerContext* ctx, const PerOpenType* open, uint8_t alignFirst) {
     PER_TRY(alignIfAligned(ctx));
-    uint32_t octets = 0;
-    const uint8_t* data = pe_getMsgPtr(ctx, &octets);
+    const uint8_t* data = ctx->buffer;
+    const uint32_t octets = ctx->bitOffset == 8 ? ctx->byteIndex : ctx->byteIndex + 1;
     PerOwnedBuffer* scratch = ctx->owned;
     if (scratch != nullptr && contentsOf(scratch) == data) [[likely]] {
         ctx->owned = scratch->next;
@@ -2377,9 +2448,13 @@ int32_t pe_endOpenType(PerContext* ctx, const PerOpenType* open, uint8_t alignFi
         scratch = unlinkOwned(ctx, data);
     }
     restoreState(ctx, open->parked);
-    int32_t status = alignFirst != 0 ? pe_byteAlign(ctx) : PER_OK;
-    if (status == PER_OK) {
-        status = pe_OpenType(ctx, octets, data);
+    // A run is aligned in any case.
+    int32_t status = PER_OK;
+    if (!putRun(ctx, data, octets)) [[unlikely]] {
+        status = alignFirst != 0 ? pe_byteAlign(ctx) : PER_OK;
+        if (status == PER_OK) {
+            status = pe_OpenType(ctx, octets, data);
+        }
     }
     if (scratch != nullptr) {
         scratch->next = ctx->spare;
