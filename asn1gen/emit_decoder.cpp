@@ -9,16 +9,11 @@
 namespace asn1gen {
 namespace {
 
-void check(CodeWriter& writer, const std::string& function, std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), "ctx");
-    writer.list("CHECK(" + function, arguments, "));");
-}
-
 void decodeInteger(CodeWriter& writer, const Type& type, const ValueRef& value) {
     if (!type.values) {
         // A length of 0 octets leaves the destination as it is.
         writer.line(value.get() + " = 0;");
-        check(writer, "pd_UnconsInteger", {value.address()});
+        emitCall(writer, "pd_UnconsInteger", {value.address()});
         return;
     }
     const bool isWide = isUnsigned(type);
@@ -28,19 +23,19 @@ void decodeInteger(CodeWriter& writer, const Type& type, const ValueRef& value) 
                                                 std::to_string(type.values->lower) + suffix,
                                                 std::to_string(type.values->upper) + suffix};
     if (!type.values->extensible) {
-        check(writer, function, arguments);
+        emitCall(writer, function, arguments);
         return;
     }
     // X.691 12.1: a value outside the extensible range is coded without bounds.
     writer.open("");
     writer.line("uint8_t outside;");
-    check(writer, "pd_bit", {"&outside"});
+    emitCall(writer, "pd_bit", {"&outside"});
     writer.open("if (outside != 0)");
     writer.line(value.get() + " = 0;");
-    check(writer, "pd_UnconsInteger", {value.address()});
+    emitCall(writer, "pd_UnconsInteger", {value.address()});
     writer.close(" else {");
     writer.indent();
-    check(writer, function, arguments);
+    emitCall(writer, function, arguments);
     writer.close();
     writer.close();
 }
@@ -88,14 +83,21 @@ void decodeSimple(CodeWriter& writer, const Type& type, const ValueRef& value) {
         arguments.push_back(std::to_string(type.size->lower));
         arguments.push_back(std::to_string(type.size->upper));
     }
-    check(writer, function, arguments);
+    emitCall(writer, function, arguments);
 }
 
 void decodeValue(CodeWriter& writer, const Type& type, const ValueRef& value) {
     if (type.name.empty()) {
         decodeSimple(writer, type, value);
+        return;
+    }
+    const std::string function = (type.hasFunctions ? "asn1PD_" : "decode") + type.name;
+    if (isCodedInPlace(type)) {
+        openInPlace(writer, type, function, {value.address()});
+        decodeSimple(writer, type.definition(), value);
+        closeInPlace(writer, type);
     } else {
-        check(writer, (type.hasFunctions ? "asn1PD_" : "decode") + type.name, {value.address()});
+        emitCall(writer, function, {value.address()});
     }
 }
 
@@ -122,7 +124,7 @@ void decodeLeadingBits(CodeWriter& writer, const Type& type, const LeadingBits& 
         return;
     }
     writer.line("uint32_t bits;");
-    check(writer, "pd_bitRun", {"&bits", std::to_string(bits.count())});
+    emitCall(writer, "pd_bitRun", {"&bits", std::to_string(bits.count())});
     if (bits.extension) {
         writer.line("const bool extended = (bits & 1) != 0;");
     }
@@ -156,7 +158,7 @@ void decodeRoot(CodeWriter& writer, const Type& type, const LeadingBits& leading
         if (run.size() > 1) {
             writer.open("");
             writer.line("uint32_t bits;");
-            check(writer, "pd_bitRun", {"&bits", std::to_string(run.size())});
+            emitCall(writer, "pd_bitRun", {"&bits", std::to_string(run.size())});
             decodeBooleans(writer, run, 0);
             writer.close();
             i += run.size();
@@ -182,7 +184,7 @@ void clearMissingAdditions(CodeWriter& writer, const Type& type) {
 void decodeAdditions(CodeWriter& writer, const Type& type) {
     writer.open("if (extended)");
     writer.line("PerAdditions additions;");
-    check(writer, "pd_beginAdditions", {"&additions"});
+    emitCall(writer, "pd_beginAdditions", {"&additions"});
     writer.line("int32_t next;");
     writer.open(fmt::format("while ((next = pd_nextAddition(ctx, &additions, {})) > 0)",
                             type.additions.size()));
@@ -217,7 +219,7 @@ void decodeSequence(CodeWriter& writer, const Type& type) {
     } else if (type.extensible) {
         writer.line("value->extension = {};");
         writer.open("if (extended)");
-        check(writer, "pd_OpenTypeExt", {"&value->extension"});
+        emitCall(writer, "pd_OpenTypeExt", {"&value->extension"});
         writer.close();
     }
     if (type.root.empty() && !type.extensible) {
@@ -234,7 +236,7 @@ void decodeAlternative(CodeWriter& writer, const Component& alternative) {
     }
     const std::string member = "value->value." + alternative.member;
     if (heldByPointer(type)) {
-        check(writer, "allocate", {"&" + member});
+        emitCall(writer, "allocate", {"&" + member});
         decodeValue(writer, type, ValueRef::pointer(member));
     } else {
         decodeValue(writer, type, ValueRef::object(member));
@@ -266,8 +268,7 @@ void decodeExtensionAlternative(CodeWriter& writer, const Type& type) {
     const size_t roots = type.root.size();
     const size_t known = type.additions.size();
     writer.line("PerOpenType open;");
-    writer.line("uint32_t index;");
-    check(writer, "pd_beginAlternative", {"&open", "&index"});
+    emitCall(writer, "pd_beginAlternative", {"&open", "&index"});
     writer.line("// A lenient decoder steps over an alternative that is not known.");
     writer.open(fmt::format("if (index >= {})", known));
     writer.open("if (ctx->lenient == 0)");
@@ -285,8 +286,6 @@ void decodeExtensionAlternative(CodeWriter& writer, const Type& type) {
 
 void decodeRootAlternative(CodeWriter& writer, const Type& type) {
     const size_t roots = type.root.size();
-    writer.line("uint32_t index;");
-    check(writer, "pd_ConsUnsigned", {"&index", "0", std::to_string(roots - 1)});
     // The bits of an index can hold more than the last one unless their number is a power of two.
     if ((roots & (roots - 1)) != 0) {
         writer.open(fmt::format("if (index >= {}) [[unlikely]]", roots));
@@ -298,17 +297,19 @@ void decodeRootAlternative(CodeWriter& writer, const Type& type) {
 }
 
 void decodeChoice(CodeWriter& writer, const Type& type) {
+    const std::string last = std::to_string(type.root.size() - 1);
+    writer.line("uint32_t index;");
     if (!type.extensible) {
+        emitCall(writer, "pd_ConsUnsigned", {"&index", "0", last});
         decodeRootAlternative(writer, type);
         return;
     }
-    writer.line("uint8_t extended;");
-    check(writer, "pd_bit", {"&extended"});
-    writer.open("if (extended != 0)");
+    emitCall(writer, "pd_choiceHead", {"&index", last});
+    writer.open("if (index == PER_EXTENDED)");
     if (keepsExtension(type)) {
         writer.line(fmt::format("value->alternative = {};", type.root.size() + 1));
-        check(writer, "allocate", {"&value->value.extension"});
-        check(writer, "pd_ChoiceOpenTypeExt", {"value->value.extension"});
+        emitCall(writer, "allocate", {"&value->value.extension"});
+        emitCall(writer, "pd_ChoiceOpenTypeExt", {"value->value.extension"});
     } else {
         decodeExtensionAlternative(writer, type);
     }
@@ -329,8 +330,8 @@ void decodeList(CodeWriter& writer, const Type& type) {
         arguments.push_back(std::to_string(type.size->lower));
         arguments.push_back(std::to_string(type.size->upper));
     }
-    check(writer, function, arguments);
-    check(writer, "allocateArray", {"&value->elements", "value->count"});
+    emitCall(writer, function, arguments);
+    emitCall(writer, "allocateArray", {"&value->elements", "value->count"});
     writer.open("for (uint32_t i = 0; i < value->count; ++i)");
     decodeValue(writer, *type.element, ValueRef::object("value->elements[i]"));
     writer.close();
@@ -338,7 +339,7 @@ void decodeList(CodeWriter& writer, const Type& type) {
 
 void decodeBody(CodeWriter& writer, const Type& type) {
     if (type.alias != nullptr) {
-        check(writer, "asn1PD_" + type.alias->name, {"value"});
+        emitCall(writer, "asn1PD_" + type.alias->name, {"value"});
         return;
     }
     switch (type.kind) {
@@ -359,25 +360,7 @@ void decodeBody(CodeWriter& writer, const Type& type) {
 } // namespace
 
 void emitDecoder(CodeWriter& writer, const Type& type) {
-    const Signature signature = decoderSignature(type);
-    const bool trace = type.hasFunctions && type.module->options.trace;
-    writer.list(signature.head, signature.arguments, ") {");
-    writer.indent();
-    if (trace) {
-        writer.line("rtTrace(\"asn1PD_" + type.name + ": start\\n\");");
-    }
-    if (type.recursive) {
-        check(writer, "pd_enter", {});
-    }
-    decodeBody(writer, type);
-    if (type.recursive) {
-        writer.line("pd_leave(ctx);");
-    }
-    if (trace) {
-        writer.line("rtTrace(\"asn1PD_" + type.name + ": end\\n\");");
-    }
-    writer.line("return PER_OK;");
-    writer.close();
+    emitFunction(writer, type, decoderSignature(type), "pd_", decodeBody);
 }
 
 } // namespace asn1gen

@@ -9,11 +9,6 @@
 namespace asn1gen {
 namespace {
 
-void check(CodeWriter& writer, const std::string& function, std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), "ctx");
-    writer.list("CHECK(" + function, arguments, "));");
-}
-
 /// The arguments behind the context with which a value goes to its encoder.
 std::vector<std::string> valueArguments(const Type& type, const ValueRef& value) {
     const Type& definition = type.definition();
@@ -36,6 +31,15 @@ std::vector<std::string> valueArguments(const Type& type, const ValueRef& value)
     default:
         return {value.address()};
     }
+}
+
+/// The same for the primitive that codes a simple type.
+std::vector<std::string> primitiveArguments(const Type& type, const ValueRef& value) {
+    if (!isSizedString(type)) {
+        return valueArguments(type, value);
+    }
+    return {value.member(type.kind == Kind::BitString ? "numbits" : "numocts"),
+            value.member("data")};
 }
 
 std::string bound(const Type& type, int64_t value) {
@@ -64,7 +68,7 @@ std::vector<std::string> outside(const Type& type, const std::string& value) {
 
 void encodeInteger(CodeWriter& writer, const Type& type, const std::string& value) {
     if (!type.values) {
-        check(writer, "pe_UnconsInteger", {value});
+        emitCall(writer, "pe_UnconsInteger", {value});
         return;
     }
     const std::string function = isUnsigned(type) ? "pe_ConsUnsigned" : "pe_ConsInteger";
@@ -77,17 +81,17 @@ void encodeInteger(CodeWriter& writer, const Type& type, const std::string& valu
             writer.line("FAIL(PER_CONSTRAINT);");
             writer.close();
         }
-        check(writer, function, arguments);
+        emitCall(writer, function, arguments);
         return;
     }
     // X.691 12.1: a value outside the extensible range is coded without bounds.
     writer.openIf(conditions, "");
-    check(writer, "pe_bit", {"1"});
-    check(writer, "pe_UnconsInteger", {value});
+    emitCall(writer, "pe_bit", {"1"});
+    emitCall(writer, "pe_UnconsInteger", {value});
     writer.close(" else {");
     writer.indent();
-    check(writer, "pe_bit", {"0"});
-    check(writer, function, arguments);
+    emitCall(writer, "pe_bit", {"0"});
+    emitCall(writer, function, arguments);
     writer.close();
 }
 
@@ -134,7 +138,7 @@ void encodeSimple(CodeWriter& writer, const Type& type, std::vector<std::string>
         return;
     }
     addSize(function, arguments, type);
-    check(writer, function, arguments);
+    emitCall(writer, function, arguments);
 }
 
 void encodeValue(CodeWriter& writer, const Type& type, const ValueRef& value) {
@@ -144,8 +148,16 @@ void encodeValue(CodeWriter& writer, const Type& type, const ValueRef& value) {
     const std::vector<std::string> arguments = valueArguments(type, value);
     if (type.name.empty()) {
         encodeSimple(writer, type, arguments);
+        return;
+    }
+    const std::string function = (type.hasFunctions ? "asn1PE_" : "encode") + type.name;
+    if (isCodedInPlace(type)) {
+        // As the type's own function receives it, with the members of its record.
+        openInPlace(writer, type, function, arguments);
+        encodeSimple(writer, type.definition(), primitiveArguments(type.definition(), value));
+        closeInPlace(writer, type);
     } else {
-        check(writer, (type.hasFunctions ? "asn1PE_" : "encode") + type.name, arguments);
+        emitCall(writer, function, arguments);
     }
 }
 
@@ -179,7 +191,7 @@ void encodeBitRun(CodeWriter& writer, const std::vector<std::string>& terms, int
         return;
     }
     if (count == 1) {
-        check(writer, "pe_bit", {terms[0]});
+        emitCall(writer, "pe_bit", {terms[0]});
         return;
     }
     writer.open("");
@@ -187,7 +199,7 @@ void encodeBitRun(CodeWriter& writer, const std::vector<std::string>& terms, int
     for (size_t i = 1; i < terms.size(); ++i) {
         writer.line("bits |= " + terms[i] + ";");
     }
-    check(writer, "pe_bitRun", {"bits", std::to_string(count)});
+    emitCall(writer, "pe_bitRun", {"bits", std::to_string(count)});
     writer.close();
 }
 
@@ -255,15 +267,15 @@ void encodeAdditions(CodeWriter& writer, const Type& type) {
     writer.line(fmt::format("const uint32_t map = {}{};", map,
                             first > 0 ? fmt::format(" >> {}", first) : ""));
     writer.line("PerOpenType open;");
-    check(writer, "pe_beginAdditions", {std::to_string(known), "map"});
+    emitCall(writer, "pe_beginAdditions", {std::to_string(known), "map"});
     for (const Component& addition : type.additions) {
         const bool conditional = addition.optional;
         if (conditional) {
             writer.open("if ((value->presence & " + presenceName(type, addition) + ") != 0)");
         }
-        check(writer, "pe_beginOpenType", {"&open"});
+        emitCall(writer, "pe_beginOpenType", {"&open"});
         encodeValue(writer, *addition.type, memberRef(addition));
-        check(writer, "pe_endOpenType", {"&open", "0"});
+        emitCall(writer, "pe_endOpenType", {"&open", "0"});
         if (conditional) {
             writer.close();
         }
@@ -282,7 +294,7 @@ void encodeSequence(CodeWriter& writer, const Type& type) {
         encodeAdditions(writer, type);
     } else if (type.extensible) {
         writer.open("if (extended)");
-        check(writer, "pe_OpenTypeExt", {"&value->extension"});
+        emitCall(writer, "pe_OpenTypeExt", {"&value->extension"});
         writer.close();
     }
     if (type.root.empty() && !type.extensible) {
@@ -326,11 +338,12 @@ void encodeExtensionAlternative(CodeWriter& writer, const Type& type) {
     writer.line("FAIL(PER_BAD_CHOICE);");
     writer.close();
     writer.line("PerOpenType open;");
-    check(writer, "pe_bit", {"1"});
-    check(writer, "pe_SmallNonNegWholeNumber", {fmt::format("value->alternative - {}", roots + 1)});
-    check(writer, "pe_beginOpenType", {"&open"});
+    emitCall(writer, "pe_bit", {"1"});
+    emitCall(writer, "pe_SmallNonNegWholeNumber",
+             {fmt::format("value->alternative - {}", roots + 1)});
+    emitCall(writer, "pe_beginOpenType", {"&open"});
     encodeAlternatives(writer, type, type.additions);
-    check(writer, "pe_endOpenType", {"&open", "1"});
+    emitCall(writer, "pe_endOpenType", {"&open", "1"});
 }
 
 void encodeChoice(CodeWriter& writer, const Type& type) {
@@ -338,16 +351,18 @@ void encodeChoice(CodeWriter& writer, const Type& type) {
     if (type.extensible) {
         writer.open(fmt::format("if (value->alternative > {})", roots));
         if (keepsExtension(type)) {
-            check(writer, "pe_bit", {"1"});
-            check(writer, "pe_OpenTypeExt", {"value->value.extension"});
+            emitCall(writer, "pe_bit", {"1"});
+            emitCall(writer, "pe_OpenTypeExt", {"value->value.extension"});
         } else {
             encodeExtensionAlternative(writer, type);
         }
         writer.close(" else {");
         writer.indent();
-        check(writer, "pe_bit", {"0"});
+        emitCall(writer, "pe_choiceHead", {"value->alternative", std::to_string(roots - 1)});
+    } else {
+        emitCall(writer, "pe_ConsUnsigned",
+                 {"value->alternative - 1", "0", std::to_string(roots - 1)});
     }
-    check(writer, "pe_ConsUnsigned", {"value->alternative - 1", "0", fmt::format("{}", roots - 1)});
     encodeAlternatives(writer, type, type.root);
     if (type.extensible) {
         writer.close();
@@ -392,7 +407,7 @@ std::vector<std::string> aliasArguments(const Type& type) {
 
 void encodeBody(CodeWriter& writer, const Type& type) {
     if (type.alias != nullptr) {
-        check(writer, "asn1PE_" + type.alias->name, aliasArguments(type.definition()));
+        emitCall(writer, "asn1PE_" + type.alias->name, aliasArguments(type.definition()));
         return;
     }
     switch (type.kind) {
@@ -413,25 +428,7 @@ void encodeBody(CodeWriter& writer, const Type& type) {
 } // namespace
 
 void emitEncoder(CodeWriter& writer, const Type& type) {
-    const Signature signature = encoderSignature(type);
-    const bool trace = type.hasFunctions && type.module->options.trace;
-    writer.list(signature.head, signature.arguments, ") {");
-    writer.indent();
-    if (trace) {
-        writer.line("rtTrace(\"asn1PE_" + type.name + ": start\\n\");");
-    }
-    if (type.recursive) {
-        check(writer, "pe_enter", {});
-    }
-    encodeBody(writer, type);
-    if (type.recursive) {
-        writer.line("pe_leave(ctx);");
-    }
-    if (trace) {
-        writer.line("rtTrace(\"asn1PE_" + type.name + ": end\\n\");");
-    }
-    writer.line("return PER_OK;");
-    writer.close();
+    emitFunction(writer, type, encoderSignature(type), "pe_", encodeBody);
 }
 
 } // namespace asn1gen

@@ -106,6 +106,72 @@ Signature decoderSignature(const Type& type) {
     return {functionHead(type, "asn1PD_", "decode"), {"PerContext* ctx", type.name + "* value"}};
 }
 
+std::string Signature::callAgain() const {
+    const auto lastWord = [](const std::string& text) {
+        return text.substr(text.find_last_of(" *&") + 1);
+    };
+    std::string call = lastWord(head) + "(";
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        call += (i == 0 ? "" : ", ") + lastWord(arguments[i]);
+    }
+    return call + ")";
+}
+
+void emitCall(CodeWriter& writer, const std::string& function, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "ctx");
+    writer.list("CHECK(" + function, arguments, "));");
+}
+
+void emitFunction(CodeWriter& writer, const Type& type, const Signature& signature,
+                  const std::string& nesting, void (*body)(CodeWriter& writer, const Type& type)) {
+    writer.list(signature.head, signature.arguments, ") {");
+    writer.indent();
+    if (type.hasFunctions && type.module->options.trace) {
+        const std::string call = signature.callAgain();
+        const std::string name = "\"" + call.substr(0, call.find('(')) + "\"";
+        writer.open("if (rtTraceOn != 0 && pu_beginTrace(ctx, " + name + "))");
+        writer.list("return pu_endTrace", {name, call}, ");");
+        writer.close();
+    }
+    if (type.recursive) {
+        emitCall(writer, nesting + "enter", {});
+    }
+    body(writer, type);
+    if (type.recursive) {
+        writer.line(nesting + "leave(ctx);");
+    }
+    writer.line("return PER_OK;");
+    writer.close();
+}
+
+bool isCodedInPlace(const Type& type) {
+    switch (type.definition().kind) {
+    case Kind::Null:
+    case Kind::Sequence:
+    case Kind::Choice:
+    case Kind::List:
+        return false;
+    default:
+        return true;
+    }
+}
+
+void openInPlace(CodeWriter& writer, const Type& type, const std::string& function,
+                 const std::vector<std::string>& arguments) {
+    if (type.module->options.trace) {
+        writer.open("if (rtTraceOn != 0) [[unlikely]]");
+        emitCall(writer, function, arguments);
+        writer.close(" else {");
+        writer.indent();
+    }
+}
+
+void closeInPlace(CodeWriter& writer, const Type& type) {
+    if (type.module->options.trace) {
+        writer.close();
+    }
+}
+
 std::string presenceName(const Type& sequence, const Component& component) {
     return sequence.name + "_" + cName(component.identifier) + "Present";
 }

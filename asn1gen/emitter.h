@@ -32,9 +32,27 @@ void emitDecoder(CodeWriter& writer, const Type& type);
 struct Signature {
     std::string head;
     std::vector<std::string> arguments;
+
+    /// A call of the function from inside, with its own arguments.
+    std::string callAgain() const;
 };
 Signature encoderSignature(const Type& type);
 Signature decoderSignature(const Type& type);
+
+/// A whole function: its head, tracing, the limit of nesting, and what body writes. nesting is the
+/// prefix of the runtime's functions for the limit, "pd_" or "pe_".
+void emitFunction(CodeWriter& writer, const Type& type, const Signature& signature,
+                  const std::string& nesting, void (*body)(CodeWriter& writer, const Type& type));
+
+/// CHECK(function(ctx, arguments));
+void emitCall(CodeWriter& writer, const std::string& function, std::vector<std::string> arguments);
+
+/// The code of a value of a named type that one primitive codes: in place, without a call of the
+/// type's own function unless that has to be traced. function and arguments are the call.
+bool isCodedInPlace(const Type& type);
+void openInPlace(CodeWriter& writer, const Type& type, const std::string& function,
+                 const std::vector<std::string>& arguments);
+void closeInPlace(CodeWriter& writer, const Type& type);
 
 /// The name of the constant for a presence bit or a CHOICE alternative.
 std::string presenceName(const Type& sequence, const Component& component);

@@ -71,6 +71,10 @@ MemBlock* takeBlock(PerBlockPool* pool) {
 
 void giveBlockBack(MemBlock* block) {
     PerBlockPool* pool = block->pool;
+    if (pool != nullptr && block == pool->large) {
+        pool->largeInUse = 0;
+        return;
+    }
     if (pool == nullptr || pool->blockCount >= PER_POOL_BLOCKS) {
         rtAllocator.release(block);
         return;
@@ -78,6 +82,30 @@ void giveBlockBack(MemBlock* block) {
     block->next = pool->blocks;
     pool->blocks = block;
     ++pool->blockCount;
+}
+
+MemBlock* allocateLarge(uint32_t octets) {
+    return static_cast<MemBlock*>(rtAllocator.allocate(offsetof(MemBlock, space) + octets));
+}
+
+// A block for one record of more than PER_BLOCK_SPACE octets: the pool's, or one of its own.
+MemBlock* takeLargeBlock(PerBlockPool* pool, uint32_t octets) {
+    if (pool == nullptr || pool->largeInUse != 0 || octets > PER_LARGE_SPACE) {
+        MemBlock* block = allocateLarge(octets);
+        if (block != nullptr) {
+            block->pool = nullptr; // the pool takes blocks of one size
+        }
+        return block;
+    }
+    if (pool->large == nullptr) {
+        pool->large = allocateLarge(PER_LARGE_SPACE);
+        if (pool->large == nullptr) {
+            return nullptr;
+        }
+        pool->large->pool = pool;
+    }
+    pool->largeInUse = 1;
+    return pool->large;
 }
 
 uint8_t* contentsOf(PerOwnedBuffer* owned) {
@@ -131,17 +159,26 @@ PerOwnedBuffer* unlinkOwned(PerContext* ctx, const uint8_t* contents) {
     return nullptr;
 }
 
+void putCursorAtStart(PerContext* ctx) {
+    ctx->byteIndex = 0;
+    ctx->bitOffset = 8;
+}
+
 void useOwned(PerContext* ctx, PerOwnedBuffer* owned) {
     owned->next = ctx->owned;
     ctx->owned = owned;
     ctx->buffer = contentsOf(owned);
     ctx->size = owned->capacity;
     ctx->ownsBuffer = 1;
+    pu_updateFastSize(ctx);
 }
 
-void putCursorAtStart(PerContext* ctx) {
-    ctx->byteIndex = 0;
-    ctx->bitOffset = 8;
+void dropBuffer(PerContext* ctx) {
+    ctx->buffer = nullptr;
+    ctx->size = 0;
+    ctx->fastSize = 0;
+    ctx->ownsBuffer = 0;
+    putCursorAtStart(ctx);
 }
 
 } // namespace
@@ -149,14 +186,11 @@ void putCursorAtStart(PerContext* ctx) {
 void* rtHeapAllocBlock(MemHeap* heap, uint32_t octets) {
     PerBlockPool* pool = *heap != nullptr ? (*heap)->pool : nullptr;
     if (octets > PER_BLOCK_SPACE) {
-        auto* block =
-            static_cast<MemBlock*>(rtAllocator.allocate(offsetof(MemBlock, space) + octets));
+        MemBlock* block = takeLargeBlock(pool, octets);
         if (block == nullptr) {
             return nullptr;
         }
-        // Not for the pool, which takes blocks of one size; the next block asks the one behind.
         block->next = *heap;
-        block->pool = nullptr;
         block->used = PER_BLOCK_SPACE;
         *heap = block;
         return block->space;
@@ -214,8 +248,10 @@ void pu_drainBlockPool(PerBlockPool* pool) {
         pool->buffers = owned->next;
         rtAllocator.release(owned);
     }
-    pool->blockCount = 0;
-    pool->bufferCount = 0;
+    if (pool->large != nullptr) {
+        rtAllocator.release(pool->large);
+    }
+    *pool = {};
 }
 
 // ---- context -------------------------------------------------------------------------------
@@ -239,6 +275,7 @@ int32_t pu_initContext(PerContext* ctx, const uint8_t* buffer, uint32_t size, ui
     }
     putCursorAtStart(ctx);
     ctx->aligned = aligned;
+    pu_updateFastSize(ctx);
     return PER_OK;
 }
 
@@ -276,10 +313,7 @@ void pu_freeContext(PerContext* ctx) {
         return;
     }
     if (ctx->ownsBuffer != 0) {
-        ctx->buffer = nullptr;
-        ctx->size = 0;
-        ctx->ownsBuffer = 0;
-        putCursorAtStart(ctx);
+        dropBuffer(ctx);
     }
     if (ctx->owned != nullptr || ctx->spare != nullptr) {
         giveBuffersBack(&ctx->owned);
@@ -304,6 +338,7 @@ int32_t pu_setBuffer(PerContext* ctx, const uint8_t* buffer, uint32_t size) {
         ctx->buffer = const_cast<uint8_t*>(buffer);
         ctx->size = size;
         ctx->ownsBuffer = 0;
+        pu_updateFastSize(ctx);
     } else {
         PerOwnedBuffer* owned = takeBuffer(ctx->pool, PER_BUFFER_STEP);
         if (owned == nullptr) {
@@ -323,6 +358,7 @@ void pu_copyBufferState(PerContext* destination, const PerContext* source) {
     destination->ownsBuffer = source->ownsBuffer;
     destination->aligned = source->aligned;
     destination->flags = source->flags;
+    destination->fastSize = source->fastSize;
 }
 
 uint8_t* pe_getMsgPtr(const PerContext* ctx, uint32_t* length) {
@@ -456,10 +492,7 @@ int32_t pe_expandBuffer(PerContext* ctx, uint32_t octets) {
         if (old != nullptr) {
             giveBufferBack(old);
         }
-        ctx->buffer = nullptr;
-        ctx->size = 0;
-        ctx->ownsBuffer = 0;
-        putCursorAtStart(ctx);
+        dropBuffer(ctx);
         return fail(ctx, PER_OVERFLOW);
     }
     PerOwnedBuffer* grown = takeBuffer(ctx->pool, static_cast<uint32_t>(wanted));
@@ -779,8 +812,7 @@ int32_t pe_SmallNonNegWholeNumber(PerContext* ctx, uint32_t value) {
 // anything else or has no room.
 PER_INLINE static bool putShortLength(PerContext* ctx, uint32_t length) {
     const uint64_t index = pu_alignedIndex(ctx);
-    if (length >= 128 || ctx->aligned == 0 || index + 1 >= ctx->size || !pu_isQuiet(ctx))
-        [[unlikely]] {
+    if (length >= 128 || index + 1 >= ctx->fastSize) [[unlikely]] {
         return false;
     }
     ctx->buffer[index] = static_cast<uint8_t>(length);
@@ -891,6 +923,11 @@ int32_t pe_ConsUnsignedSlow(PerContext* ctx, uint32_t value, uint32_t lower, uin
     return PER_OK;
 }
 
+int32_t pe_choiceHeadSlow(PerContext* ctx, uint32_t alternative, uint32_t last) {
+    PER_TRY(pe_bit(ctx, 0));
+    return pe_ConsUnsigned(ctx, alternative - 1U, 0, last);
+}
+
 int32_t pe_UnconsInteger(PerContext* ctx, int32_t value) {
     (void)pu_newField(ctx, "UnconsInteger");
     PER_TRY(pe_Length(ctx, static_cast<uint32_t>(pe_GetIntLen(value))));
@@ -978,8 +1015,8 @@ int32_t putString(PerContext* ctx, const StringKind& kind, uint32_t count, const
 // done, when the exact way must be taken.
 PER_INLINE bool putRun(PerContext* ctx, const uint8_t* data, uint32_t octets) {
     const uint64_t index = pu_alignedIndex(ctx);
-    if (octets - 1U >= 16383U || index + 2 + octets >= ctx->size || ctx->aligned == 0 ||
-        ctx->sizeConstraint != nullptr || !pu_isQuiet(ctx)) [[unlikely]] {
+    if (octets - 1U >= 16383U || index + 2 + octets >= ctx->fastSize ||
+        ctx->sizeConstraint != nullptr) [[unlikely]] {
         return false;
     }
     uint8_t* place = ctx->buffer + index;
@@ -1025,8 +1062,8 @@ int32_t pe_BitStringSized(PerContext* ctx, uint32_t bitCount, const uint8_t* dat
                                                 const uint8_t* data, uint32_t lower,
                                                 uint32_t upper) {
     const bool packed = lower == upper && upper <= 2;
-    if (upper >= 65536 || octets == 0 || packed || ctx->aligned == 0 ||
-        ctx->sizeConstraint != nullptr || !pu_isQuiet(ctx)) {
+    if (upper >= 65536 || octets == 0 || packed || ctx->fastSize == 0 ||
+        ctx->sizeConstraint != nullptr) {
         const SizeConstraint range = {0, lower, upper, nullptr};
         PER_TRY(pu_addSizeConstraint(ctx, &range));
         return dropRange(ctx, pe_OctetString(ctx, octets, data));
@@ -1045,8 +1082,8 @@ int32_t pe_OctetStringSized(PerContext* ctx, uint32_t octets, const uint8_t* dat
     const uint32_t span = upper - lower;
     const uint64_t index = pu_alignedIndex(ctx) + (span != 0 ? 1U : 0U);
     if ((span != 0 && span != 255) || upper >= 65536 || upper <= 2 || octets - lower > span ||
-        octets == 0 || index + octets >= ctx->size || ctx->aligned == 0 ||
-        ctx->sizeConstraint != nullptr || !pu_isQuiet(ctx)) [[unlikely]] {
+        octets == 0 || index + octets >= ctx->fastSize || ctx->sizeConstraint != nullptr)
+        [[unlikely]] {
         return putOctetsSized(ctx, octets, data, lower, upper);
     }
     uint8_t* place = ctx->buffer + index;
@@ -1149,8 +1186,7 @@ int32_t pd_bitsSlow(PerContext* ctx, uint32_t* value, uint32_t count) {
 
 int32_t pd_bitsWord(PerContext* ctx, uint32_t* value, uint32_t count) {
     const auto unread = static_cast<uint32_t>(ctx->bitOffset);
-    if (uint64_t{ctx->byteIndex} + 8 <= ctx->size && count - 1U < 32U && rtTraceOn == 0)
-        [[likely]] {
+    if (uint64_t{ctx->byteIndex} + 8 <= ctx->fastSize && count - 1U < 32U) [[likely]] {
         const uint64_t word = pu_load64(ctx->buffer + ctx->byteIndex) << (8U - unread);
         *value = static_cast<uint32_t>(word >> (64U - count));
         const uint32_t stay = count != unread ? 1U : 0U; // as below
@@ -1160,8 +1196,8 @@ int32_t pd_bitsWord(PerContext* ctx, uint32_t* value, uint32_t count) {
         return PER_OK;
     }
     const uint64_t position = pu_bitPosition(ctx);
-    if (position + count > uint64_t{ctx->size} * 8 || ctx->size < 8 || rtTraceOn != 0 ||
-        count - 1U >= 32U) [[unlikely]] {
+    if (position + count > uint64_t{ctx->fastSize} * 8 || ctx->fastSize < 8 || count - 1U >= 32U)
+        [[unlikely]] {
         return pd_bitsSlow(ctx, value, count);
     }
     *value = pu_peekBits(ctx, position, count);
@@ -1173,26 +1209,40 @@ int32_t pd_bitsWord(PerContext* ctx, uint32_t* value, uint32_t count) {
     return PER_OK;
 }
 
-int32_t pd_bitRunWord(PerContext* ctx, uint32_t* bits, uint32_t count) {
-    const auto unread = static_cast<uint32_t>(ctx->bitOffset);
-    if (uint64_t{ctx->byteIndex} + 8 <= ctx->size && count - 1U < 32U && rtTraceOn == 0)
-        [[likely]] {
-        const uint64_t word = pu_load64(ctx->buffer + ctx->byteIndex) << (8U - unread);
-        *bits = pu_reverseBits(static_cast<uint32_t>(word >> (64U - count)), count);
-        const uint32_t last = 7U - unread + count;
-        ctx->byteIndex += last >> 3;
-        ctx->bitOffset = static_cast<int16_t>(7U - (last & 7U));
-        return PER_OK;
+// Up to 8 bits of which the last lies in the octet behind the cursor's. False, and nothing done,
+// when there is none or the exact way must be taken.
+PER_INLINE static bool takeCrossing(PerContext* ctx, uint32_t* value, uint32_t count) {
+    const uint32_t index = ctx->byteIndex;
+    const int rest = ctx->bitOffset - static_cast<int>(count);
+    if (rest >= 0 || uint64_t{index} + 1 >= ctx->fastSize) [[unlikely]] {
+        return false;
     }
+    *value = pu_load16(ctx->buffer + index) >> (8 + rest) & ((1U << count) - 1U);
+    ctx->byteIndex = index + 1;
+    ctx->bitOffset = static_cast<int16_t>(8 + rest);
+    return true;
+}
+
+// More than 8 bits, from one load, or what ends with the buffer.
+[[gnu::noinline]] static int32_t pd_longBitRun(PerContext* ctx, uint32_t* bits, uint32_t count) {
     const uint64_t position = pu_bitPosition(ctx);
-    if (position + count > uint64_t{ctx->size} * 8 || ctx->size < 8 || rtTraceOn != 0 ||
-        count - 1U >= 32U) [[unlikely]] {
+    if (position + count > uint64_t{ctx->fastSize} * 8 || ctx->fastSize < 8 || count - 1U >= 32U)
+        [[unlikely]] {
         return pd_bitRunSlow(ctx, bits, count);
     }
     *bits = pu_reverseBits(pu_peekBits(ctx, position, count), count);
     const uint64_t last = position + count - 1;
     ctx->byteIndex = static_cast<uint32_t>(last >> 3);
     ctx->bitOffset = static_cast<int16_t>(7U - (last & 7U));
+    return PER_OK;
+}
+
+int32_t pd_bitRunWord(PerContext* ctx, uint32_t* bits, uint32_t count) {
+    uint32_t value = 0;
+    if (count > 8 || !takeCrossing(ctx, &value, count)) [[unlikely]] {
+        return pd_longBitRun(ctx, bits, count);
+    }
+    *bits = pu_reverseBits(value, count);
     return PER_OK;
 }
 
@@ -1326,8 +1376,7 @@ namespace {
 // anything else.
 PER_INLINE bool readShortLength(PerContext* ctx, uint32_t* length) {
     const uint64_t index = pu_alignedIndex(ctx);
-    if (ctx->aligned == 0 || index >= ctx->size || ctx->buffer[index] >= 0x80 || !pu_isQuiet(ctx))
-        [[unlikely]] {
+    if (index >= ctx->fastSize || ctx->buffer[index] >= 0x80) [[unlikely]] {
         return false;
     }
     *length = ctx->buffer[index];
@@ -1421,6 +1470,17 @@ int32_t pd_totalLength(PerContext* ctx, uint32_t bitsPerItem) {
     }
 }
 
+int32_t pd_ConsIntegerWord(PerContext* ctx, int32_t* value, int32_t lower, int32_t upper) {
+    if (ctx->fastSize == 0) [[unlikely]] {
+        return pd_ConsIntegerSlow(ctx, value, lower, upper);
+    }
+    const auto base = static_cast<uint32_t>(lower);
+    uint32_t number = 0;
+    PER_TRY(pd_bitsWord(ctx, &number, pu_bitcount(static_cast<uint32_t>(upper) - base)));
+    *value = static_cast<int32_t>(base + number);
+    return PER_OK;
+}
+
 int32_t pd_ConsIntegerSlow(PerContext* ctx, int32_t* value, int32_t lower, int32_t upper) {
     (void)pu_newField(ctx, "ConsInteger");
     if (lower > upper) {
@@ -1437,6 +1497,16 @@ int32_t pd_ConsIntegerSlow(PerContext* ctx, int32_t* value, int32_t lower, int32
     return PER_OK;
 }
 
+int32_t pd_ConsUnsignedWord(PerContext* ctx, uint32_t* value, uint32_t lower, uint32_t upper) {
+    if (ctx->fastSize == 0) [[unlikely]] {
+        return pd_ConsUnsignedSlow(ctx, value, lower, upper);
+    }
+    uint32_t number = 0;
+    PER_TRY(pd_bitsWord(ctx, &number, pu_bitcount(upper - lower)));
+    *value = lower + number;
+    return PER_OK;
+}
+
 int32_t pd_ConsUnsignedSlow(PerContext* ctx, uint32_t* value, uint32_t lower, uint32_t upper) {
     (void)pu_newField(ctx, "ConsUnsigned");
     uint32_t number = 0;
@@ -1447,6 +1517,33 @@ int32_t pd_ConsUnsignedSlow(PerContext* ctx, uint32_t* value, uint32_t lower, ui
     *value = lower + number;
     pu_setFieldBitCount(ctx);
     rtTrace("pd_ConsUnsigned: decoded value is %d\n", static_cast<int>(*value));
+    return PER_OK;
+}
+
+[[gnu::noinline]] static int32_t readChoiceHead(PerContext* ctx, uint32_t* index, uint32_t last) {
+    uint8_t extended = 0;
+    PER_TRY(pd_bit(ctx, &extended));
+    if (extended != 0) {
+        *index = PER_EXTENDED;
+        return PER_OK;
+    }
+    return pd_ConsUnsigned(ctx, index, 0, last);
+}
+
+int32_t pd_choiceHeadWord(PerContext* ctx, uint32_t* index, uint32_t last) {
+    const uint32_t count = pu_bitcount(last);
+    const uint32_t at = ctx->byteIndex;
+    const int rest = ctx->bitOffset - static_cast<int>(count) - 1;
+    if (count >= 8 || rest >= 0 || uint64_t{at} + 1 >= ctx->fastSize) [[unlikely]] {
+        return readChoiceHead(ctx, index, last);
+    }
+    const uint32_t bits = pu_load16(ctx->buffer + at) >> (8 + rest);
+    if ((bits >> count & 1U) != 0) [[unlikely]] {
+        return readChoiceHead(ctx, index, last);
+    }
+    *index = bits & ((1U << count) - 1U);
+    ctx->byteIndex = at + 1;
+    ctx->bitOffset = static_cast<int16_t>(8 + rest);
     return PER_OK;
 }
 
@@ -1531,7 +1628,7 @@ int32_t getDynString(PerContext* ctx, const StringKind& kind, uint32_t* count, u
 }
 
 PER_INLINE bool canViewOpenTypes(const PerContext* ctx) {
-    return ctx->aligned != 0 && ctx->sizeConstraint == nullptr && pu_isQuiet(ctx);
+    return ctx->fastSize != 0 && ctx->sizeConstraint == nullptr;
 }
 
 // The octets of an open type where they stand: true when they are one run of whole octets, with the
@@ -1634,12 +1731,17 @@ int32_t pd_BitStringSized(PerContext* ctx, uint32_t* count, uint8_t* data, uint3
 
 int32_t pd_OctetStringSizedSlow(PerContext* ctx, uint32_t* count, uint8_t* data, uint32_t capacity,
                                 uint32_t lower, uint32_t upper) {
-    const SizeConstraint range = {0, lower, upper, nullptr};
-    PER_TRY(pu_addSizeConstraint(ctx, &range));
-    return dropRange(ctx, pd_OctetString(ctx, count, data, capacity));
-}
-
-int32_t pd_alignedOctetsSlow(PerContext* ctx, uint8_t* data, uint32_t capacity, uint32_t octets) {
+    if (upper >= 65536 || upper <= 2 || ctx->sizeConstraint != nullptr || ctx->fastSize == 0) {
+        const SizeConstraint range = {0, lower, upper, nullptr};
+        PER_TRY(pu_addSizeConstraint(ctx, &range));
+        return dropRange(ctx, pd_OctetString(ctx, count, data, capacity));
+    }
+    uint32_t octets = 0;
+    const int32_t status = pd_LengthSized(ctx, &octets, lower, upper);
+    *count = octets;
+    if (status != PER_OK || octets == 0) {
+        return status;
+    }
     PER_TRY(pd_byteAlign(ctx));
     return readOctets(ctx, data, capacity, octets * 8);
 }
@@ -1805,7 +1907,7 @@ int32_t getCharacters(PerContext* ctx, char* text, uint32_t count,
         return readOctets(ctx, reinterpret_cast<uint8_t*>(text), count, count * 8);
     }
     uint32_t begun = 0;
-    if (byIndex && bits == 4 && ctx->bitOffset == 8 && rtTraceOn == 0) {
+    if (byIndex && bits == 4 && ctx->bitOffset == 8 && ctx->fastSize != 0) {
         begun = getPairs(ctx, text, count, alphabet);
     }
     for (uint32_t i = begun; i < count; ++i) {
@@ -2030,6 +2132,30 @@ int32_t putText16(PerContext* ctx, uint32_t nchars, const uint16_t* data,
     return PER_OK;
 }
 
+// What nearly every alias is: any characters behind a length of one octet. False, and nothing done,
+// when it is anything else.
+bool getPlainBmp(PerContext* ctx, BMPStringValue* value, uint32_t lower, uint32_t upper) {
+    const uint64_t index = pu_alignedIndex(ctx);
+    if (upper - lower != 255 || upper >= 65536 || index >= ctx->fastSize ||
+        ctx->sizeConstraint != nullptr) {
+        return false;
+    }
+    const uint32_t count = lower + ctx->buffer[index];
+    const uint64_t end = index + 1 + uint64_t{count} * 2;
+    if (end > ctx->fastSize) {
+        return false;
+    }
+    auto* chars = static_cast<uint16_t*>(rtHeapAllocArray(&ctx->heap, count, sizeof(uint16_t)));
+    if (chars == nullptr) {
+        return false;
+    }
+    copyCharacters(chars, ctx->buffer + index + 1, count);
+    pu_setOctet(ctx, end);
+    value->nchars = count;
+    value->data = chars;
+    return true;
+}
+
 int32_t getText16(PerContext* ctx, BMPStringValue* value, const PermittedAlphabet16* alphabet,
                   const SizeBounds* bounds) {
     const uint32_t bits = ctx->aligned != 0 ? alphabet->alignedBits : alphabet->unalignedBits;
@@ -2047,7 +2173,7 @@ int32_t getText16(PerContext* ctx, BMPStringValue* value, const PermittedAlphabe
     }
     (void)pu_newField(ctx, "data");
     uint32_t begun = 0;
-    if (isPlain16(ctx, alphabet, bits) && pu_isQuiet(ctx)) {
+    if (isPlain16(ctx, alphabet, bits) && ctx->fastSize != 0) {
         copyCharacters(chars, ctx->buffer + ctx->byteIndex, count);
         ctx->byteIndex += count * 2;
         begun = count;
@@ -2129,6 +2255,9 @@ int32_t pe_BMPStringSized(PerContext* ctx, uint32_t nchars, const uint16_t* data
 
 int32_t pd_BMPStringSized(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from,
                           uint32_t lower, uint32_t upper) {
+    if (from == nullptr && getPlainBmp(ctx, value, lower, upper)) [[likely]] {
+        return PER_OK;
+    }
     const SizeBounds bounds = {lower, upper};
     return getBmp(ctx, value, from, &bounds);
 }
@@ -2182,12 +2311,18 @@ int32_t pe_ObjectIdentifier(PerContext* ctx, const ObjectIdentifier* value) {
 
 static int32_t getArcs(PerContext* ctx, ObjectIdentifier* value, const uint8_t* octets,
                        uint32_t count) {
-    uint64_t subidentifier = 0;
+    const uint8_t* end = octets + count;
     uint32_t arcs = 0;
-    for (uint32_t i = 0; i < count; ++i) {
-        subidentifier = subidentifier << 7 | (octets[i] & 0x7FU);
-        if ((octets[i] & 0x80) != 0) {
-            continue;
+    while (octets != end) {
+        uint32_t octet = *octets++;
+        uint64_t subidentifier = octet & 0x7FU;
+        while (octet >= 0x80) {
+            if (octets == end) {
+                value->numarcs = arcs;
+                return fail(ctx, PER_END_OF_DATA);
+            }
+            octet = *octets++;
+            subidentifier = subidentifier << 7 | (octet & 0x7FU);
         }
         if (arcs == 0) {
             const uint32_t root =
@@ -2200,10 +2335,9 @@ static int32_t getArcs(PerContext* ctx, ObjectIdentifier* value, const uint8_t* 
             return fail(ctx, PER_BAD_OID);
         }
         value->arcs[arcs++] = static_cast<uint32_t>(subidentifier);
-        subidentifier = 0;
     }
     value->numarcs = arcs;
-    return count != 0 && (octets[count - 1] & 0x80) != 0 ? fail(ctx, PER_END_OF_DATA) : PER_OK;
+    return PER_OK;
 }
 
 int32_t pd_ObjectIdentifier(PerContext* ctx, ObjectIdentifier* value) {
@@ -2247,39 +2381,60 @@ static_assert(offsetof(PerContext, aligned) == offsetof(PerBufferState, aligned)
 PER_INLINE void parkState(const PerContext* ctx, PerBufferState* state) {
     std::memcpy(state, ctx, SAME_HEAD);
     state->flags = ctx->flags;
+    state->fastSize = ctx->fastSize;
 }
 
 PER_INLINE void restoreState(PerContext* ctx, const PerBufferState& state) {
     std::memcpy(ctx, &state, SAME_HEAD);
     ctx->flags = state.flags;
+    ctx->fastSize = state.fastSize;
 }
 
-PER_INLINE void enterRun(PerContext* ctx, PerBufferState* parked, uint8_t* data, uint32_t octets) {
-    parkState(ctx, parked);
+PER_INLINE void pointAt(PerContext* ctx, uint8_t* data, uint32_t octets) {
     ctx->buffer = data;
+    ctx->byteIndex = 0;
     ctx->size = octets;
+    ctx->bitOffset = 8;
     ctx->ownsBuffer = 0;
-    putCursorAtStart(ctx);
+    ctx->fastSize = ctx->fastSize != 0 ? octets : 0;
 }
 
-// Points the context at a copy of an open type that fragments or bit positions scatter.
-[[gnu::noinline]] int32_t enterCopy(PerContext* ctx, PerBufferState* parked) {
-    uint8_t* data = nullptr;
-    uint32_t octets = 0;
-    PER_TRY(pd_OpenType(ctx, &data, &octets));
-    enterRun(ctx, parked, data != nullptr ? data : ctx->buffer, octets);
-    return PER_OK;
-}
-
-// Reads an open type and points the context at its octets, where they stand if possible.
-PER_INLINE int32_t enterOpenType(PerContext* ctx, PerBufferState* parked) {
+// Reads an open type that begins with the octet at or behind the cursor and points the context at
+// its contents: where they stand, or, when fragments or bit positions scatter them, in a copy.
+[[gnu::noinline]] int32_t enterAnyOpenType(PerContext* ctx, PerBufferState* parked) {
     uint64_t start = 0;
     uint32_t octets = 0;
-    if (!viewOpenType(ctx, &start, &octets)) [[unlikely]] {
-        return enterCopy(ctx, parked);
+    uint8_t* data = nullptr;
+    if (viewOpenType(ctx, &start, &octets)) {
+        data = ctx->buffer + start;
+    } else {
+        PER_TRY(pd_OpenType(ctx, &data, &octets));
     }
-    enterRun(ctx, parked, ctx->buffer + start, octets);
+    parkState(ctx, parked);
+    pointAt(ctx, data != nullptr ? data : ctx->buffer, octets);
     return PER_OK;
+}
+
+// The same for an open type whose length, an octet of its own as nearly always, stands at `index`
+// of the outer buffer, whose state is parked. False, and nothing done, when it is anything else.
+PER_INLINE bool pointAtShort(PerContext* ctx, PerBufferState* outer, uint64_t index) {
+    if (index >= outer->fastSize || ctx->sizeConstraint != nullptr) [[unlikely]] {
+        return false;
+    }
+    const uint32_t octets = outer->buffer[index];
+    const uint64_t start = index + 1;
+    if (octets - 1U >= 0x7FU || start + octets > outer->fastSize) [[unlikely]] {
+        return false;
+    }
+    outer->byteIndex = static_cast<uint32_t>(start + octets);
+    outer->bitOffset = 8;
+    ctx->buffer = outer->buffer + start;
+    ctx->byteIndex = 0;
+    ctx->size = octets;
+    ctx->bitOffset = 8;
+    ctx->ownsBuffer = 0;
+    ctx->fastSize = octets;
+    return true;
 }
 
 // The next up to 64 presence bits, the first one highest.
@@ -2302,11 +2457,11 @@ uint64_t loadPresence(const PerAdditions* additions) {
 // Number and presence bits from one word, when it holds both. False, and nothing done, otherwise.
 static bool beginFromWord(PerContext* ctx, PerAdditions* additions) {
     const uint64_t position = pu_bitPosition(ctx);
-    const uint64_t end = bitSize(ctx);
-    if (ctx->size < 8 || position + 7 > end || !pu_isQuiet(ctx)) [[unlikely]] {
+    const uint64_t end = uint64_t{ctx->fastSize} * 8;
+    if (ctx->fastSize < 8 || position + 7 > end) [[unlikely]] {
         return false;
     }
-    const uint64_t base = position / 8 < ctx->size - 8U ? position / 8 : ctx->size - 8U;
+    const uint64_t base = position / 8 < ctx->fastSize - 8U ? position / 8 : ctx->fastSize - 8U;
     const uint64_t word = pu_load64(ctx->buffer + base) << (position - base * 8);
     // The long form of a number begins with a 1 and is too large here.
     const uint64_t count = (word >> 57) + 1;
@@ -2375,7 +2530,7 @@ static int32_t skipAdditions(PerContext* ctx, PerAdditions* additions) {
         additions->index = additions->base + lead;
         if (additions->index < known) {
             additions->bits &= ~(uint64_t{1} << (63U - lead));
-            PER_TRY(enterOpenType(ctx, &additions->parked));
+            PER_TRY(enterAnyOpenType(ctx, &additions->parked));
             additions->open = 1;
             return 1;
         }
@@ -2383,33 +2538,62 @@ static int32_t skipAdditions(PerContext* ctx, PerAdditions* additions) {
     }
 }
 
-int32_t pd_nextAddition(PerContext* ctx, PerAdditions* additions, uint32_t known) {
+// Leaves the addition that the context points into and goes on in the exact way.
+[[gnu::noinline]] static int32_t findNextAddition(PerContext* ctx, PerAdditions* additions,
+                                                  uint32_t known) {
     if (additions->open != 0) {
         restoreState(ctx, additions->parked);
         additions->open = 0;
     }
+    return findAddition(ctx, additions, known);
+}
+
+int32_t pd_nextAddition(PerContext* ctx, PerAdditions* additions, uint32_t known) {
     const uint64_t bits = additions->bits;
-    if (bits == 0 && additions->count - additions->base <= 64) {
+    PerBufferState* outer = &additions->parked;
+    if (bits == 0) {
+        if (additions->count - additions->base > 64) [[unlikely]] {
+            return findNextAddition(ctx, additions, known);
+        }
+        if (additions->open != 0) {
+            restoreState(ctx, *outer);
+            additions->open = 0;
+        }
         return 0;
     }
-    const auto lead = static_cast<uint32_t>(std::countl_zero(bits));
-    uint64_t start = 0;
-    uint32_t octets = 0;
-    if (additions->base + lead >= known || bits == 0 || !viewOpenType(ctx, &start, &octets))
-        [[unlikely]] {
-        return findAddition(ctx, additions, known);
+    // From one addition to the next, the outer state stays parked and only moves on.
+    if (additions->open == 0) {
+        parkState(ctx, outer);
     }
-    additions->bits = bits & ~(uint64_t{1} << (63U - lead));
+    const auto lead = static_cast<uint32_t>(std::countl_zero(bits));
     additions->index = additions->base + lead;
+    if (additions->index >= known ||
+        !pointAtShort(ctx, outer, outer->byteIndex + (outer->bitOffset != 8 ? 1U : 0U)))
+        [[unlikely]] {
+        return findNextAddition(ctx, additions, known);
+    }
+    ctx->flags = outer->flags;
+    additions->bits = bits & ~(uint64_t{1} << (63U - lead));
     additions->open = 1;
-    enterRun(ctx, &additions->parked, ctx->buffer + start, octets);
     return 1;
 }
 
 int32_t pd_beginAlternative(PerContext* ctx, PerOpenType* open, uint32_t* index) {
+    // A number of 7 bits that ends in this octet or the next one, and the length behind it.
+    const uint64_t at = ctx->byteIndex;
+    const int rest = ctx->bitOffset - 7;
+    if (at + 1 < ctx->fastSize) [[likely]] {
+        const uint32_t number = pu_load16(ctx->buffer + at) >> (8 + rest) & 0x7FU;
+        const uint64_t lengthAt = at + 1 + (static_cast<uint32_t>(rest) >> 31);
+        parkState(ctx, &open->parked);
+        if (number < 64 && pointAtShort(ctx, &open->parked, lengthAt)) [[likely]] {
+            *index = number;
+            return PER_OK;
+        }
+    }
     PER_TRY(pd_SmallNonNegWholeNumber(ctx, index));
     PER_TRY(pd_byteAlign(ctx));
-    return enterOpenType(ctx, &open->parked);
+    return enterAnyOpenType(ctx, &open->parked);
 }
 
 void pd_endOpenType(PerContext* ctx, const PerOpenType* open) {
@@ -2678,6 +2862,21 @@ void rtHexDump(const uint8_t* data, uint32_t octets) {
         }
     }
     (void)std::printf("\n");
+}
+
+bool pu_beginTrace(PerContext* ctx, const char* function) {
+    ctx->traced ^= 1U;
+    if (ctx->traced != 0) {
+        rtTrace("%s: start\n", function);
+    }
+    return ctx->traced != 0;
+}
+
+int32_t pu_endTrace(const char* function, int32_t status) {
+    if (status == PER_OK) {
+        rtTrace("%s: end\n", function);
+    }
+    return status;
 }
 
 void rtPrintBoolean(const char* name, uint8_t value) {

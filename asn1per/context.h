@@ -93,14 +93,18 @@ struct PerOwnedBuffer {
 
 // Blocks and buffers kept between messages, so that a message costs no allocation. Zero-initialised
 // by its owner, who outlives every context that uses it and drains it in the end. It keeps at most
-// PER_POOL_BLOCKS and PER_POOL_BUFFERS; what a large message needed beyond goes back at once.
+// PER_POOL_BLOCKS and PER_POOL_BUFFERS, and one block for a large record; what a large message
+// needed beyond goes back at once.
 constexpr uint32_t PER_POOL_BLOCKS = 16;
 constexpr uint32_t PER_POOL_BUFFERS = 4;
+constexpr uint32_t PER_LARGE_SPACE = 73728; // octets that the block for a large record can hand out
 struct PerBlockPool {
     MemBlock* blocks;
     PerOwnedBuffer* buffers;
     uint32_t blockCount;
     uint32_t bufferCount;
+    MemBlock* large; // null until it was needed once
+    uint8_t largeInUse;
 };
 
 // ---- the context ---------------------------------------------------------------------------
@@ -140,8 +144,11 @@ struct PerContext {
     const SizeConstraint* sizeConstraint; // pending for the next length determinant
 
     // What follows is the runtime's own.
+    uint32_t fastSize;   // below this octet the fast halves of the primitives work: `size`, or 0
+                         // while trace, tracking or the unaligned variant want the exact way
     uint8_t lenient;     // decoders step over unknown CHOICE alternatives (pu_setLenient)
     uint8_t recordSpans; // block copies are recorded (pu_recordSpans)
+    uint8_t traced;      // the function called next has already traced its start
     uint32_t depth;      // values of recursive types that are open
     PerBlockPool* pool;
     PerOwnedBuffer* owned; // every buffer handed out
@@ -161,6 +168,7 @@ struct PerBufferState {
     uint8_t ownsBuffer;
     uint8_t aligned;
     uint16_t flags;
+    uint32_t fastSize;
 };
 
 // Starts a message. A buffer with its size is taken as it is and stays the caller's; decoding never
@@ -213,10 +221,19 @@ inline void pu_setBitPosition(PerContext* ctx, uint64_t position) {
 // ranges lies strictly around the pending one.
 int32_t pu_addSizeConstraint(PerContext* ctx, const SizeConstraint* chain);
 
+// To be called after every change of what fastSize depends on.
+inline void pu_updateFastSize(PerContext* ctx) {
+    const bool isQuiet = (rtTraceOn | (ctx->flags & PER_FLAG_TRACKING)) == 0;
+    ctx->fastSize = isQuiet && ctx->aligned != 0 ? ctx->size : 0;
+}
+
 // Field tracking (diagnostics.h) on or off; off touches no other flag.
 inline void pu_setFieldTracking(PerContext* ctx, uint8_t on) {
-    ctx->flags = static_cast<uint16_t>(on != 0 ? ctx->flags | PER_FLAG_TRACKING
-                                               : ctx->flags & ~PER_FLAG_TRACKING);
+    const bool isOn = (ctx->flags & PER_FLAG_TRACKING) != 0;
+    if (isOn != (on != 0)) {
+        ctx->flags ^= PER_FLAG_TRACKING;
+        pu_updateFastSize(ctx);
+    }
 }
 
 // Smallest k with 2^k > n; 32 for any n of 2^31 or more.

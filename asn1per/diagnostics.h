@@ -39,6 +39,17 @@ inline void pu_setFieldBitCount(PerContext* ctx) {
     }
 }
 
+// Tracing of a whole function, with one test while the switch is off. The function begins with
+//
+//     if (rtTraceOn != 0 && pu_beginTrace(ctx, "asn1PD_X")) {
+//         return pu_endTrace("asn1PD_X", asn1PD_X(ctx, value));
+//     }
+//
+// pu_beginTrace prints the start and is true; it is false in the call inside, which does the work.
+// pu_endTrace prints the end of a success and returns `status`.
+[[gnu::cold]] bool pu_beginTrace(PerContext* ctx, const char* function);
+[[gnu::cold]] int32_t pu_endTrace(const char* function, int32_t status);
+
 void rtPrintBoolean(const char* name, uint8_t value);
 void rtPrintInteger(const char* name, int32_t value);
 void rtPrintUnsigned(const char* name, uint32_t value);

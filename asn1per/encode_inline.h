@@ -1,5 +1,5 @@
-// Fast halves of encode.h, in the manner of decode_inline.h: they write when 8 octets of room
-// follow the cursor and leave the end of the buffer, growing and failing to the exact functions.
+// Fast halves of encode.h, in the manner of decode_inline.h: they write when there is room behind
+// the cursor and leave the end of the buffer, growing and failing to the exact functions.
 #pragma once
 
 #include "asn1per/decode_inline.h"
@@ -8,6 +8,7 @@
 int32_t pe_bitSlow(PerContext* ctx, uint8_t bit);
 int32_t pe_bitsWord(PerContext* ctx, uint32_t value, uint32_t count);
 int32_t pe_bitRunWord(PerContext* ctx, uint32_t bits, uint32_t count);
+int32_t pe_choiceHeadSlow(PerContext* ctx, uint32_t alternative, uint32_t last);
 int32_t pe_bitsSlow(PerContext* ctx, uint32_t value, uint32_t count);
 int32_t pe_bitRunSlow(PerContext* ctx, uint32_t bits, uint32_t count);
 int32_t pe_byteAlignSlow(PerContext* ctx);
@@ -93,8 +94,7 @@ PER_INLINE int32_t pe_byteAlign(PerContext* ctx) {
 
 PER_INLINE int32_t pe_ConsWholeNumber(PerContext* ctx, uint32_t value, uint32_t range) {
     const uint64_t index = pu_alignedIndex(ctx);
-    if (value >= range || (range > 255 && (range > 65536 || ctx->aligned == 0 ||
-                                           index + 3 > ctx->size || !pu_isQuiet(ctx))))
+    if (value >= range || (range > 255 && (range > 65536 || index + 3 > ctx->fastSize)))
         [[unlikely]] {
         return pe_ConsWholeNumberSlow(ctx, value, range);
     }
@@ -117,7 +117,7 @@ PER_INLINE int32_t pe_ConsWholeNumber(PerContext* ctx, uint32_t value, uint32_t 
 
 PER_INLINE int32_t pe_ConsUnsigned(PerContext* ctx, uint32_t value, uint32_t lower,
                                    uint32_t upper) {
-    if (!pu_isQuiet(ctx)) [[unlikely]] {
+    if (ctx->fastSize == 0) [[unlikely]] {
         return pe_ConsUnsignedSlow(ctx, value, lower, upper);
     }
     if (lower == upper) {
@@ -130,17 +130,27 @@ PER_INLINE int32_t pe_ConsUnsigned(PerContext* ctx, uint32_t value, uint32_t low
 PER_INLINE int32_t pe_ConsInteger(PerContext* ctx, int32_t value, int32_t lower, int32_t upper) {
     const auto base = static_cast<uint32_t>(lower);
     const uint32_t range = static_cast<uint32_t>(upper) - base + 1;
-    if (static_cast<int32_t>(range) <= 0 || value < lower || !pu_isQuiet(ctx)) [[unlikely]] {
+    if (static_cast<int32_t>(range) <= 0 || value < lower || ctx->fastSize == 0) [[unlikely]] {
         return pe_ConsIntegerSlow(ctx, value, lower, upper);
     }
     return lower == upper ? PER_OK
                           : pe_ConsWholeNumber(ctx, static_cast<uint32_t>(value) - base, range);
 }
 
+// The head of an extensible CHOICE with a root alternative, X.691 22.5 to 22.7: an extension bit of
+// 0 and the index of one of `last` + 1. `alternative` counts from 1.
+PER_INLINE int32_t pe_choiceHead(PerContext* ctx, uint32_t alternative, uint32_t last) {
+    const uint32_t count = pu_bitcount(last);
+    if (alternative - 1U > last || count >= 8U || ctx->fastSize == 0) [[unlikely]] {
+        return pe_choiceHeadSlow(ctx, alternative, last);
+    }
+    return pe_bits(ctx, alternative - 1U, count + 1U);
+}
+
 PER_INLINE int32_t pe_LengthSized(PerContext* ctx, uint32_t length, uint32_t lower,
                                   uint32_t upper) {
     if (upper >= 65536 || length < lower || length > upper || ctx->sizeConstraint != nullptr ||
-        !pu_isQuiet(ctx)) [[unlikely]] {
+        ctx->fastSize == 0) [[unlikely]] {
         return pe_LengthSizedSlow(ctx, length, lower, upper);
     }
     if (lower != upper) {

@@ -45,7 +45,8 @@ inline int32_t rtLogError(ErrorInfo* /*error*/, int32_t status, const char* /*fi
 #endif
 extern int32_t rtTraceOn;
 
-// Stores `value` in the trace switch.
+// Stores `value` in the trace switch. The primitives of a context hear of it when the context next
+// takes a buffer.
 void rtSetTrace(int32_t value);
 
 // Prints like std::printf, whatever the switch says.

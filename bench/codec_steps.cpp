@@ -37,7 +37,7 @@ void forEachFastStart(const H225H323_UserInformation& information, Use use) {
 
 void decodeElement(const DynOctetString& octets, const PerContext* outer) {
     static H245OpenLogicalChannel channel;
-    PerContext context{};
+    static PerContext context; // a released one is as good as a cleared one
     pu_initContext(&context, octets.data, octets.numocts, 1);
     pu_setBlockPool(&context, &pool);
     if (outer != nullptr) {
@@ -52,15 +52,13 @@ std::vector<std::max_align_t> memoryFor(const TypeDescription& type) {
     return std::vector<std::max_align_t>(type.size / sizeof(std::max_align_t) + 1);
 }
 
-bool hasFastStart(const TypeDescription& type) {
-    return std::string_view(type.name) == "H225H323_UserInformation";
-}
-
 } // namespace
 
 CodecSteps::CodecSteps(const CorpusMessage& message)
-    : message_(message), record_(memoryFor(*message.type)),
-      scratchRecord_(memoryFor(*message.type)), octets_(message.octets.size() + 64) {
+    : message_(message),
+      hasFastStart_(std::string_view(message.type->name) == "H225H323_UserInformation"),
+      record_(memoryFor(*message.type)), scratchRecord_(memoryFor(*message.type)),
+      octets_(message.octets.size() + 64) {
     pu_initContext(&decoded_, message.octets.data(), static_cast<uint32_t>(message.octets.size()),
                    1);
     decodes_ = message.type->decode(&decoded_, record_.data()) == PER_OK;
@@ -80,12 +78,12 @@ int32_t CodecSteps::decodeInto(PerContext& context) {
 }
 
 void CodecSteps::decode() {
-    PerContext context{};
+    static PerContext context; // a released one is as good as a cleared one
     pu_initContext(&context, message_.octets.data(), static_cast<uint32_t>(message_.octets.size()),
                    1);
     pu_setBlockPool(&context, &pool);
     decodeInto(context);
-    if (hasFastStart(*message_.type)) {
+    if (hasFastStart_) {
         forEachFastStart(*reinterpret_cast<const H225H323_UserInformation*>(scratchRecord_.data()),
                          [](const DynOctetString& octets) { decodeElement(octets, nullptr); });
     }
@@ -93,14 +91,14 @@ void CodecSteps::decode() {
 }
 
 void CodecSteps::decodeLossless() {
-    PerContext context{};
+    static PerContext context; // a released one is as good as a cleared one
     pu_initContext(&context, message_.octets.data(), static_cast<uint32_t>(message_.octets.size()),
                    1);
     pu_setBlockPool(&context, &pool);
     pu_setLenient(&context, 1);
     pu_recordSpans(&context, nullptr);
     decodeInto(context);
-    if (hasFastStart(*message_.type)) {
+    if (hasFastStart_) {
         forEachFastStart(*reinterpret_cast<const H225H323_UserInformation*>(scratchRecord_.data()),
                          [&](const DynOctetString& octets) { decodeElement(octets, &context); });
     }
@@ -109,7 +107,7 @@ void CodecSteps::decodeLossless() {
 
 void CodecSteps::encode() {
     static uint8_t buffer[4096];
-    PerContext context{};
+    static PerContext context; // a released one is as good as a cleared one
     pu_initContext(&context, buffer, sizeof buffer, 1);
     pu_setBlockPool(&context, &pool);
     message_.type->encode(&context, record_.data());

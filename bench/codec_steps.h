@@ -35,6 +35,7 @@ private:
     int32_t decodeInto(PerContext& context);
 
     const CorpusMessage& message_;
+    bool hasFastStart_;
     std::vector<std::max_align_t> record_;
     std::vector<std::max_align_t> scratchRecord_;
     std::vector<uint8_t> octets_; // what encode writes over

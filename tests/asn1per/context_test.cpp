@@ -156,13 +156,21 @@ TEST(Pool, KeepsNoMoreThanItsShare) {
     PerContext ctx = {};
     ASSERT_EQ(pu_initContext(&ctx, message.data(), 8, 1), 0);
     pu_setBlockPool(&ctx, &pool);
-    (void)rtHeapAlloc(&ctx.heap, 9000); // never the pool's
+    void* large = rtHeapAlloc(&ctx.heap, 9000);
+    (void)rtHeapAlloc(&ctx.heap, 9000);                // the pool has one large block
+    (void)rtHeapAlloc(&ctx.heap, PER_LARGE_SPACE + 8); // and none of this size
     for (int i = 0; i < 100; ++i) {
         ASSERT_NE(rtHeapAlloc(&ctx.heap, 4088), nullptr);
     }
     pu_freeContext(&ctx);
     EXPECT_EQ(pool.blockCount, PER_POOL_BLOCKS);
-    EXPECT_EQ(allocator.liveBlocks(), PER_POOL_BLOCKS);
+    EXPECT_EQ(allocator.liveBlocks(), PER_POOL_BLOCKS + 1);
+    ASSERT_EQ(pu_initContext(&ctx, message.data(), 8, 1), 0);
+    pu_setBlockPool(&ctx, &pool);
+    EXPECT_EQ(rtHeapAlloc(&ctx.heap, PER_LARGE_SPACE), large);
+    ASSERT_NE(rtHeapAlloc(&ctx.heap, 4088), nullptr);
+    pu_freeContext(&ctx);
+    EXPECT_EQ(allocator.liveBlocks(), PER_POOL_BLOCKS + 1);
     pu_drainBlockPool(&pool);
     EXPECT_EQ(allocator.liveBlocks(), 0U);
 }

@@ -66,6 +66,7 @@ TEST(Trace, PrintsOnlyWhenSwitchedOn) {
 
     testing::internal::CaptureStdout();
     rtSetTrace(1);
+    pu_updateFastSize(&in);
     ASSERT_EQ(pd_bit(&in, &bit), 0);
     ASSERT_EQ(pd_ConsUnsigned(&in, &value, 0, 7), 0);
     ASSERT_EQ(pd_moveBitCursor(&in, -2), 0);
