@@ -47,9 +47,12 @@ void emitFunction(CodeWriter& writer, const Type& type, const Signature& signatu
 /// CHECK(function(ctx, arguments));
 void emitCall(CodeWriter& writer, const std::string& function, std::vector<std::string> arguments);
 
-/// The code of a value of a named type that one primitive codes: in place, without a call of the
-/// type's own function unless that has to be traced. function and arguments are the call.
+/// One primitive codes a value of the type: its parents code it in place, without a call of the
+/// type's own function.
 bool isCodedInPlace(const Type& type);
+
+/// Stand around the code in place. A type with traces is coded by its own function while tracing is
+/// on; function and arguments are that call.
 void openInPlace(CodeWriter& writer, const Type& type, const std::string& function,
                  const std::vector<std::string>& arguments);
 void closeInPlace(CodeWriter& writer, const Type& type);
