@@ -97,7 +97,7 @@ private:
         if (known != simpleNames.end()) {
             return known->second;
         }
-        const std::string name = fmt::format("simpleType{}", simpleNames.size());
+        std::string name = fmt::format("simpleType{}", simpleNames.size());
         simpleNames[notation] = name;
         const std::string size = isNull(type) ? "0" : fmt::format("sizeof({})", valueType(type));
         simpleTypes.line();

@@ -90,9 +90,7 @@ void generate(const Arguments& arguments) {
     writeFile(directory / "type_tables.cpp", emitRegistry(model, emit));
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     Arguments arguments;
     CLI::App app("Generates C++ encoders and decoders for aligned and unaligned PER (ITU-T X.691) "
                  "from ASN.1 modules. For each module MODULE.h and MODULE.cpp are written, and "
@@ -107,11 +105,17 @@ int main(int argc, char** argv) {
                    "Put before file names in #include and in error reports, such as \"codec/\"");
     app.add_option("-o,--output", arguments.outputDirectory, "Directory of the generated files");
     CLI11_PARSE(app, argc, argv);
+    generate(arguments);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
     try {
-        generate(arguments);
+        return run(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << error.what() << '\n';
         return 1;
     }
-    return 0;
 }

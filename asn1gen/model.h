@@ -49,11 +49,11 @@ struct Type {
     /// False for a type coded in place, and for a recursive list, which is coded by its parent.
     bool hasFunctions = false;
 
-    /// Set when this type is another named type under a new name.
-    Type* alias = nullptr;
-
     /// Values of this type can contain values of this type: its functions count their depth.
     bool recursive = false;
+
+    /// Set when this type is another named type under a new name.
+    Type* alias = nullptr;
 
     std::optional<Range> values;
     std::optional<Range> size;
@@ -64,8 +64,8 @@ struct Type {
     std::vector<Component> additions;
     bool extensible = false;
 
-    Type* element = nullptr; ///< List
     bool setOf = false;
+    Type* element = nullptr; ///< List
 
     /// The type that the record and the encoding are of: the last one of a chain of aliases.
     const Type& definition() const {

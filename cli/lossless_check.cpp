@@ -143,14 +143,14 @@ std::string losslessFaultOf(const VectorLine& line) {
         }
         places = placesOf(message);
         if (isList(line.third)) {
-            const std::string fault = compare(readList(line.third), places);
+            std::string fault = compare(readList(line.third), places);
             if (!fault.empty()) {
                 return fault;
             }
         }
         invertFields(message);
     }
-    const std::string fault = differenceFrom(line.encoding, places, octets);
+    std::string fault = differenceFrom(line.encoding, places, octets);
     if (!fault.empty()) {
         return fault;
     }

@@ -3,7 +3,9 @@
 
 #include "cli/commands.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     CLI::App app("Looks into H.323 signalling and translates its addresses.", "h323nat");
     app.require_subcommand(1);
     // A file named from the root, /tmp/call.pcap, is no option on any system.
@@ -20,9 +22,17 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : cli::exitUnusable;
+    }
+    return exitStatus;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << "h323nat: " << error.what() << '\n';
         return cli::exitUnusable;
     }
-    return exitStatus;
 }

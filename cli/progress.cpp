@@ -1,6 +1,7 @@
 #include "cli/progress.h"
 
-#include <cstdio>
+#include <cmath>
+#include <iostream>
 
 #include <unistd.h>
 
@@ -26,19 +27,16 @@ void Progress::show(uint64_t packets, double done) {
     }
     next_ = now + interval;
     shown_ = true;
+    std::cerr << clearLine << packets << " packets";
     if (done >= 0) {
-        std::fprintf(stderr, "%s%llu packets, %.0f %%", clearLine,
-                     static_cast<unsigned long long>(packets), done * 100);
-    } else {
-        std::fprintf(stderr, "%s%llu packets", clearLine, static_cast<unsigned long long>(packets));
+        std::cerr << ", " << std::lround(done * 100) << " %";
     }
-    std::fflush(stderr);
+    std::cerr << std::flush;
 }
 
 void Progress::clear() {
     if (shown_) {
-        std::fputs(clearLine, stderr);
-        std::fflush(stderr);
+        std::cerr << clearLine << std::flush;
         shown_ = false;
     }
 }

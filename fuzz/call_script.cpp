@@ -70,13 +70,13 @@ Octets framedPayload(const Step& step) {
         // Protocol discriminator, call reference, message type, one single-octet element, bearer
         // capability, User-user.
         body = {0x08, 0x02, 0x00, 0x01, 0x05, 0xA1, 0x04, 0x03, 0x88, 0x93, 0xA5, 0x7E};
-        append16(body, static_cast<size_t>(static_cast<int>(step.payload.size()) + 1 + elementLie));
+        append16(body, step.payload.size() + 1 + static_cast<size_t>(elementLie));
         body.push_back(0x05);
     }
     append(body, step.payload);
     const int tpktLie = step.framing == Framing::UserInformation ? 0 : step.lie;
     Octets framed{0x03, 0x00};
-    append16(framed, static_cast<size_t>(static_cast<int>(body.size()) + 4 + tpktLie));
+    append16(framed, body.size() + 4 + static_cast<size_t>(tpktLie));
     append(framed, body);
     return framed;
 }

@@ -1,9 +1,9 @@
 // Writes first inputs for the targets `types` and `hooks`: every vector, and the recorded calls.
 //
 //     make_seeds FOLDER VECTORFILE...
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -207,7 +207,7 @@ std::vector<Step> captureScript(uint8_t flags, const std::string& name) {
 
 int main(int count, char** arguments) {
     if (count < 2) {
-        std::fprintf(stderr, "usage: make_seeds FOLDER VECTORFILE...\n");
+        std::cerr << "usage: make_seeds FOLDER VECTORFILE...\n";
         return 2;
     }
     const std::filesystem::path folder = arguments[1];
@@ -224,7 +224,7 @@ int main(int count, char** arguments) {
             }
         }
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
+        std::cerr << error.what() << '\n';
         return 1;
     }
     return 0;

@@ -9,7 +9,7 @@ namespace fuzzing {
 
 inline void require(bool holds, const char* promise) {
     if (!holds) {
-        std::fprintf(stderr, "broken promise: %s\n", promise);
+        static_cast<void>(std::fprintf(stderr, "broken promise: %s\n", promise));
         std::abort();
     }
 }
