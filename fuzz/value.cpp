@@ -55,6 +55,11 @@ bool isEncodableChoice(const TypeDescription& type, const void* record) {
     return member != nullptr && isEncodable(*member->type, memberValue(*member, record));
 }
 
+// A decoder aligns before the characters even of an empty text, which fails where the data ends.
+bool isEncodableText(const TypeDescription& type, size_t length) {
+    return length != 0 && within(type, static_cast<int64_t>(length));
+}
+
 // The contents octets have room for 299 octets.
 bool isEncodableIdentifier(const ObjectIdentifier& value) {
     constexpr uint32_t arcsThatFit = 299 / 5;
@@ -151,12 +156,13 @@ bool isEncodable(const TypeDescription& type, const void* value) {
     case TypeKind::OctetString:
     case TypeKind::BitArray:
     case TypeKind::BitString:
-    case TypeKind::BmpString:
         return within(type, as<uint32_t>(value)); // the value, or the size that stands first
+    case TypeKind::BmpString:
+        return isEncodableText(type, as<uint32_t>(value));
     case TypeKind::OpenType:
         return true;
     case TypeKind::CharacterString:
-        return within(type, static_cast<int64_t>(std::strlen(as<const char*>(value))));
+        return isEncodableText(type, std::strlen(as<const char*>(value)));
     case TypeKind::ObjectIdentifier:
         return isEncodableIdentifier(as<ObjectIdentifier>(value));
     case TypeKind::Sequence:

@@ -30,9 +30,10 @@ bool isPresent(const MemberDescription& member, const void* record);
 /// The member that a CHOICE holds; null when its number names none.
 const MemberDescription* chosenMember(const TypeDescription& choice, const void* record);
 
-/// Whether every encoder must take the value: numbers and sizes within their bounds, CHOICEs with
-/// an alternative, additions that are not OPTIONAL present when any is. A decoder may produce
-/// values that are not: codes above a range, mandatory additions left out by the peer.
+/// Whether every encoder must take the value and every decoder what it makes of it: numbers and
+/// sizes within their bounds, CHOICEs with an alternative, additions that are not OPTIONAL present
+/// when any is, text that is not empty. A decoder may produce values that are not: codes above a
+/// range, mandatory additions left out by the peer, text that begins with a zero.
 bool isEncodable(const TypeDescription& type, const void* value);
 
 /// Whether two decoded values of a type are equal. Absent members do not count.
