@@ -104,7 +104,7 @@ HookResult receivePacket(HostContext& context, Octets octets) {
     descriptor.flags = hostFlags;
     descriptor.ipHeader = memory.begin();
     require(TarvexPacketOnReceiving(&context, &descriptor) == 0, "a hook returns 0");
-    const size_t headerLength = (octets[0] & 0x0Fu) * 4;
+    const size_t headerLength = size_t{octets[0] & 0x0Fu} * 4;
     require(descriptor.moduleIpHeader == memory.begin() &&
                 descriptor.ipHeaderLength == headerLength &&
                 descriptor.transportHeader == memory.begin() + headerLength,

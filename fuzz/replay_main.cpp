@@ -1,9 +1,9 @@
 // Runs a fuzz target over files instead of under the fuzzer: every file of the folders and every
 // file named. Ends by the target's own abort when an input breaks a promise.
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -20,8 +20,7 @@ void runFile(const std::filesystem::path& path) {
     const auto octets = std::make_unique<uint8_t[]>(read.size());
     std::copy(read.begin(), read.end(), octets.get());
     // Said beforehand, so that the last line names the input of an abort.
-    std::printf("%s\n", path.c_str());
-    std::fflush(stdout);
+    std::cout << path.string() << std::endl;
     LLVMFuzzerTestOneInput(octets.get(), read.size());
 }
 
@@ -42,9 +41,9 @@ int main(int count, char** arguments) {
         }
     }
     if (files == 0) {
-        std::fprintf(stderr, "no input was found: name the files or folders to replay\n");
+        std::cerr << "no input was found: name the files or folders to replay\n";
         return 1;
     }
-    std::printf("%zu inputs\n", files);
+    std::cout << files << " inputs\n";
     return 0;
 }

@@ -261,8 +261,9 @@ void ValueMutator::changeString(const Node& node) {
         fillOctets(as<DynBitString>(node.value).data, count / 8 + 1);
         break;
     case TypeKind::BmpString: {
-        as<BMPStringValue>(node.value) = {count, static_cast<uint16_t*>(memory(count * 2))};
-        fillOctets(reinterpret_cast<uint8_t*>(as<BMPStringValue>(node.value).data), count * 2);
+        const size_t octets = size_t{count} * 2;
+        as<BMPStringValue>(node.value) = {count, static_cast<uint16_t*>(memory(octets))};
+        fillOctets(reinterpret_cast<uint8_t*>(as<BMPStringValue>(node.value).data), octets);
         break;
     }
     case TypeKind::CharacterString: {
