@@ -1,7 +1,7 @@
 // What the runtime's tests share: contexts that release themselves, and hex.
 #pragma once
 
-#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -62,21 +62,18 @@ struct Writer : PerContext {
 // sanitizer sees a read behind them.
 struct Reader : PerContext {
     explicit Reader(const Octets& message, uint8_t aligned = 1)
-        : PerContext{}, copy(static_cast<uint8_t*>(std::malloc(message.size() + 1))) {
+        : PerContext{}, copy(std::make_unique<uint8_t[]>(message.size() + 1)) {
         // One octet before, none behind: the message ends with the allocation.
         for (size_t i = 0; i < message.size(); ++i) {
             copy[i + 1] = message[i];
         }
-        (void)pu_initContext(this, copy + 1, static_cast<uint32_t>(message.size()), aligned);
+        (void)pu_initContext(this, copy.get() + 1, static_cast<uint32_t>(message.size()), aligned);
     }
     explicit Reader(const std::string& hex, uint8_t aligned = 1) : Reader(fromHex(hex), aligned) {}
     // For a call whose decoder ends with the statement.
     PerContext* self() { return this; }
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
-    ~Reader() {
-        pu_freeContext(this);
-        std::free(copy);
-    }
-    uint8_t* copy;
+    ~Reader() { pu_freeContext(this); }
+    std::unique_ptr<uint8_t[]> copy;
 };

@@ -6,6 +6,7 @@
 #include "gateway/link_layer.h"
 #include "gateway/message_tracker.h"
 #include "tests/gateway/packet_builder.h"
+#include "tests/support/scratch_path.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +18,6 @@
 #include <vector>
 
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -39,11 +39,6 @@ std::string sample(const std::string& name) {
     return std::string(H323NAT_SAMPLES) + "/" + name + ".pcap";
 }
 
-// Tests run beside each other.
-std::string scratch(const std::string& name) {
-    return testing::TempDir() + "h323nat_replay_" + std::to_string(getpid()) + "_" + name;
-}
-
 std::string contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file) << path;
@@ -56,8 +51,8 @@ void writeFile(const std::string& path, const std::string& text) {
 
 // The program itself, in a process of its own: the module starts once in a process.
 Outcome run(const std::vector<std::string>& arguments) {
-    const std::string output = scratch("stdout");
-    const std::string errors = scratch("stderr");
+    const std::string output = scratchPath("stdout");
+    const std::string errors = scratchPath("stderr");
     std::string command =
         std::string(H323NAT_PROGRAM) + " replay --inside 10.0.0.0/24 --public 203.0.113.1";
     for (const std::string& argument : arguments) {
@@ -113,7 +108,7 @@ class Sample : public testing::TestWithParam<const char*> {};
 TEST_P(Sample, JsonReportIsTheExpectedOne) {
     const std::string name = GetParam();
     auto arguments = publish(name);
-    const std::string output = scratch("report.pcap");
+    const std::string output = scratchPath("report.pcap");
     arguments.insert(arguments.end(), {sample(name), "-o", output, "--json"});
     const Outcome outcome = run(arguments);
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
@@ -169,7 +164,7 @@ bool hasTshark() {
 }
 
 std::string framesThatTsharkFinds(const std::string& filter, const std::string& capture) {
-    const std::string found = scratch("tshark.txt");
+    const std::string found = scratchPath("tshark.txt");
     const std::string command = "tshark -r " + capture +
                                 " -o tcp.check_checksum:TRUE -o udp.check_checksum:TRUE"
                                 " -o ip.check_checksum:TRUE -Y '" +
@@ -201,7 +196,7 @@ void writeAsSeenOutside(const std::string& capture, const std::string& path) {
 
 TEST_P(Sample, LeavesNoPrivateAddressInATranslatedField) {
     const std::string name = GetParam();
-    const std::string output = scratch(name + ".pcap");
+    const std::string output = scratchPath(name + ".pcap");
     auto arguments = publish(name);
     arguments.insert(arguments.end(), {sample(name), "-o", output});
     const Outcome outcome = run(arguments);
@@ -221,7 +216,7 @@ TEST_P(Sample, LeavesNoPrivateAddressInATranslatedField) {
         const std::string wrongSums = "tcp.checksum.status == 0 || udp.checksum.status == 0 ||"
                                       " ip.checksum.status == 0";
         EXPECT_EQ(framesThatTsharkFinds(wrongSums, output), "");
-        const std::string oneSided = scratch("one_sided.pcap");
+        const std::string oneSided = scratchPath("one_sided.pcap");
         writeAsSeenOutside(output, oneSided);
         EXPECT_NE(framesThatTsharkFinds("h225", oneSided), "");
         const std::string wrong =
@@ -269,8 +264,8 @@ TEST(Replay, CaptureWithoutH323KeepsEveryPayload) {
         packets.push_back(udp(inside, {outside.address, 53}, payload));
         packets.push_back(udp({outside.address, 53}, inside, payload));
     }
-    const std::string input = scratch("plain.pcap");
-    const std::string output = scratch("plain_out.pcap");
+    const std::string input = scratchPath("plain.pcap");
+    const std::string output = scratchPath("plain_out.pcap");
     writeCapture(input, packets);
     const Outcome outcome = run({input, "-o", output, "--json"});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
@@ -300,8 +295,8 @@ TEST(Replay, CaptureWithoutH323KeepsEveryPayload) {
 // The same rules, the other write-back: whole messages encoded anew, so octets beyond the addresses
 // differ.
 TEST(Replay, StrictEncodesAnew) {
-    const std::string lossless = scratch("lossless.pcap");
-    const std::string strict = scratch("strict.pcap");
+    const std::string lossless = scratchPath("lossless.pcap");
+    const std::string strict = scratchPath("strict.pcap");
     EXPECT_EQ(run({sample("gk-direct"), "-o", lossless}).status, 0);
     const Outcome outcome = run({sample("gk-direct"), "-o", strict, "--strict"});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
@@ -316,8 +311,8 @@ TEST(Replay, StrictEncodesAnew) {
 
 TEST(Replay, DamagedCaptureNamesTheFrameAndKeepsWhatWasReplayed) {
     const std::string whole = contents(sample("h245"));
-    const std::string input = scratch("cut.pcap");
-    const std::string output = scratch("cut_out.pcap");
+    const std::string input = scratchPath("cut.pcap");
+    const std::string output = scratchPath("cut_out.pcap");
     writeFile(input, whole.substr(0, whole.size() - 10));
     const size_t count = frames(sample("h245")).size();
     const Outcome outcome = run({input, "-o", output});
@@ -339,8 +334,8 @@ TEST(Replay, DamagedCaptureNamesTheFrameAndKeepsWhatWasReplayed) {
 }
 
 TEST(Replay, WhatCannotBeReplayedIsNamed) {
-    const std::string input = scratch("other.pcap");
-    const std::string output = scratch("other_out.pcap");
+    const std::string input = scratchPath("other.pcap");
+    const std::string output = scratchPath("other_out.pcap");
     writeCapture(input, {}, 127);
     struct Case {
         std::vector<std::string> arguments;
@@ -382,8 +377,8 @@ TEST(Replay, LinkTypesAndResolutions) {
     cooked[14] = 8;
     Octets cookedV2(20, 0);
     cookedV2[0] = 8;
-    const std::string input = scratch("wrapped.pcap");
-    const std::string output = scratch("wrapped_out.pcap");
+    const std::string input = scratchPath("wrapped.pcap");
+    const std::string output = scratchPath("wrapped_out.pcap");
     std::string expected;
     for (const Wrapping& wrapping : {Wrapping{101, {}}, Wrapping{1, ethernet}, Wrapping{1, tagged},
                                      Wrapping{113, cooked}, Wrapping{276, cookedV2}}) {
@@ -410,8 +405,8 @@ TEST(Replay, PacketsCutOffByTheCaptureAreCounted) {
     for (const CapturedFrame& frame : frames(sample("h245"))) {
         packets.emplace_back(frame.octets.begin() + ethernetHeader, frame.octets.end());
     }
-    const std::string input = scratch("short.pcap");
-    const std::string output = scratch("short_out.pcap");
+    const std::string input = scratchPath("short.pcap");
+    const std::string output = scratchPath("short_out.pcap");
     writeCapture(input, packets, 101, 0xA1B2C3D4, 60);
     const Outcome outcome = run({input, "-o", output, "--json"});
     EXPECT_EQ(outcome.status, 0);

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/scratch_path.h"
+
 namespace {
 
 using gateway::CapturedFrame;
@@ -88,9 +90,7 @@ protected:
         return frames;
     }
 
-    const std::string path = testing::TempDir() + "h323nat_capture_" +
-                             std::to_string(reinterpret_cast<uintptr_t>(this)) +
-                             (GetParam() ? "_big" : "_little") + ".pcap";
+    const std::string path = scratchPath("capture.pcap");
 };
 
 TEST_P(CaptureFile, TimesOfPcapngInEveryResolution) {
