@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -61,8 +62,8 @@ Outcome run(const std::vector<std::string>& arguments) {
     const int status = std::system((command + " >" + output + " 2>" + errors).c_str());
     Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(output),
                     contents(errors)};
-    std::remove(output.c_str());
-    std::remove(errors.c_str());
+    std::filesystem::remove(output);
+    std::filesystem::remove(errors);
     return outcome;
 }
 
@@ -114,7 +115,7 @@ TEST_P(Sample, JsonReportIsTheExpectedOne) {
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_EQ(outcome.output,
               contents(std::string(H323NAT_SAMPLES) + "/" + name + ".expected.jsonl"));
-    std::remove(output.c_str());
+    std::filesystem::remove(output);
 }
 
 // In the router's output: which field of which message tells a private address.
@@ -170,8 +171,8 @@ std::string framesThatTsharkFinds(const std::string& filter, const std::string& 
                                 " -o ip.check_checksum:TRUE -Y '" +
                                 filter + "' >" + found + " 2>/dev/null";
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
-    const std::string result = contents(found);
-    std::remove(found.c_str());
+    std::string result = contents(found);
+    std::filesystem::remove(found);
     return result;
 }
 
@@ -225,9 +226,9 @@ TEST_P(Sample, LeavesNoPrivateAddressInATranslatedField) {
             " ((h225.gatekeeperRequest_element || h225.registrationRequest_element) &&"
             " h225.ipV4 == 10.0.0.5)))";
         EXPECT_EQ(framesThatTsharkFinds(wrong, oneSided), "");
-        std::remove(oneSided.c_str());
+        std::filesystem::remove(oneSided);
     }
-    std::remove(output.c_str());
+    std::filesystem::remove(output);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Sample,
@@ -255,9 +256,9 @@ TEST(Replay, CaptureWithoutH323KeepsEveryPayload) {
     ipv6[0] = 0x60;
     std::vector<Octets> packets = {fragment, icmp, ipv6};
     for (uint32_t i = 0; i < 200; ++i) {
-        Octets payload(i * 7);
+        Octets payload(size_t{i} * 7);
         for (size_t at = 0; at < payload.size(); ++at) {
-            payload[at] = static_cast<uint8_t>(at * 31 + i * 17);
+            payload[at] = static_cast<uint8_t>(at * 31 + size_t{i} * 17);
         }
         packets.push_back(tcp(inside, outside, i * 5000, 0x18, payload));
         packets.push_back(tcp(outside, inside, i * 5000, 0x18, payload));
@@ -288,8 +289,8 @@ TEST(Replay, CaptureWithoutH323KeepsEveryPayload) {
                   translated && destinationOf(packets[i], layout).address == privateParty)
             << i;
     }
-    std::remove(input.c_str());
-    std::remove(output.c_str());
+    std::filesystem::remove(input);
+    std::filesystem::remove(output);
 }
 
 // The same rules, the other write-back: whole messages encoded anew, so octets beyond the addresses
@@ -305,8 +306,8 @@ TEST(Replay, StrictEncodesAnew) {
         << outcome.output;
     EXPECT_EQ(contents(strict).size(), contents(lossless).size());
     EXPECT_NE(contents(strict), contents(lossless));
-    std::remove(lossless.c_str());
-    std::remove(strict.c_str());
+    std::filesystem::remove(lossless);
+    std::filesystem::remove(strict);
 }
 
 TEST(Replay, DamagedCaptureNamesTheFrameAndKeepsWhatWasReplayed) {
@@ -329,8 +330,8 @@ TEST(Replay, DamagedCaptureNamesTheFrameAndKeepsWhatWasReplayed) {
     const Outcome second = run({input, "-o", output});
     EXPECT_EQ(second.status, cli::exitFaults);
     EXPECT_NE(second.errors.find("frame 1 "), std::string::npos) << second.errors;
-    std::remove(input.c_str());
-    std::remove(output.c_str());
+    std::filesystem::remove(input);
+    std::filesystem::remove(output);
 }
 
 TEST(Replay, WhatCannotBeReplayedIsNamed) {
@@ -355,8 +356,8 @@ TEST(Replay, WhatCannotBeReplayedIsNamed) {
         EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << outcome.errors;
     }
     EXPECT_FALSE(contents(ok).empty());
-    std::remove(input.c_str());
-    std::remove(output.c_str());
+    std::filesystem::remove(input);
+    std::filesystem::remove(output);
 }
 
 // The same call in other wrappings gives the same report; nanoseconds stay.
@@ -395,8 +396,8 @@ TEST(Replay, LinkTypesAndResolutions) {
         EXPECT_NE(expected.find("setup.fastStart["), std::string::npos);
         EXPECT_EQ(frames(output).at(4).time.nanoseconds, 5);
     }
-    std::remove(input.c_str());
-    std::remove(output.c_str());
+    std::filesystem::remove(input);
+    std::filesystem::remove(output);
 }
 
 // Their headers are translated, their payload is not shown to the module.
@@ -418,8 +419,8 @@ TEST(Replay, PacketsCutOffByTheCaptureAreCounted) {
         EXPECT_TRUE(sourceOf(frame.octets, layout).address == publicAddress ||
                     destinationOf(frame.octets, layout).address == privateParty);
     }
-    std::remove(input.c_str());
-    std::remove(output.c_str());
+    std::filesystem::remove(input);
+    std::filesystem::remove(output);
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <initializer_list>
 #include <string>
@@ -49,7 +49,7 @@ private:
 
 class CaptureFile : public testing::TestWithParam<bool> {
 protected:
-    ~CaptureFile() override { std::remove(path.c_str()); }
+    ~CaptureFile() override { std::filesystem::remove(path); }
 
     [[nodiscard]] FileText part() const { return FileText(GetParam()); }
 
@@ -183,7 +183,7 @@ TEST_P(CaptureFile, WritesWhatItRead) {
         const bool sameOrder = (std::endian::native == std::endian::big) == GetParam();
         EXPECT_EQ(text == file.text, sameOrder);
         EXPECT_EQ(text.size(), file.text.size());
-        std::remove(copy.c_str());
+        std::filesystem::remove(copy);
     }
 }
 
