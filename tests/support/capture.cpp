@@ -29,7 +29,7 @@ uint32_t read32(const uint8_t* octets) {
 /// frames, IPv4, TCP and UDP only. So they need no library, which other systems might lack.
 bool readFrame(const uint8_t* frame, CapturedPacket& packet) {
     const uint8_t* ip = frame + ethernetHeader;
-    const uint8_t* transport = ip + (ip[0] & 15) * 4;
+    const uint8_t* transport = ip + size_t{ip[0] & 15U} * 4;
     const uint8_t* end = ip + read16(ip + 2);
     Segment& segment = packet.segment;
     segment.flow = {read32(ip + 12), read32(ip + 16), read16(transport), read16(transport + 2)};
@@ -44,7 +44,7 @@ bool readFrame(const uint8_t* frame, CapturedPacket& packet) {
     }
     segment.sequence = read32(transport + 4);
     segment.flags = transport[13];
-    segment.payload.assign(transport + (transport[12] >> 4) * 4, end);
+    segment.payload.assign(transport + size_t{transport[12] & 0xF0U} / 4, end);
     return true;
 }
 
