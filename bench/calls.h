@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 namespace bench {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "bench/calls.h"
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 namespace {
 

@@ -23,7 +23,9 @@ option(H323NAT_FOREIGN "Build for another system than the build machine's" OFF)
 option(H323NAT_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 
 add_library(h323nat_rules INTERFACE)
-target_include_directories(h323nat_rules INTERFACE "${PROJECT_SOURCE_DIR}")
+target_include_directories(h323nat_rules INTERFACE
+  "${PROJECT_SOURCE_DIR}"
+  "${PROJECT_SOURCE_DIR}/include")
 target_compile_options(h323nat_rules INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Werror
   # GCC 12 sees overlapping copies in plain string concatenation when it optimises (its bug 105651).

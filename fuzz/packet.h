@@ -3,7 +3,7 @@
 #pragma once
 
 #include "fuzz/input.h"
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 #include "nat/flow_key.h"
 
 namespace fuzzing {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "fuzz/input.h"
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 #include "nat/flow_key.h"
 
 namespace fuzzing {

@@ -2,7 +2,7 @@
 
 #include "gateway/endpoint.h"
 #include "gateway/port_allocator.h"
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 #include <array>
 #include <cstddef>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 namespace gateway {
 

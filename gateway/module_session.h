@@ -2,7 +2,7 @@
 
 #include "gateway/ipv4_packet.h"
 #include "gateway/translator.h"
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 #include <cstdint>
 #include <span>

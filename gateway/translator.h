@@ -1,7 +1,7 @@
 #pragma once
 
 #include "gateway/endpoint.h"
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 #include <optional>
 

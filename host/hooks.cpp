@@ -4,7 +4,7 @@
 // few comparisons, whether any rule can match, and returns when none can. Only then does it check
 // the packet's lengths and try the rules one by one.
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 #include "host/packet_headers.h"
 #include "host/routing_rules.h"
 #include "nat/connection_pools.h"

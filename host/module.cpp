@@ -1,6 +1,6 @@
 // Start-up, identification and activation.
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 #include "nat/connection_pools.h"
 #include "nat/host_callbacks.h"
 #include "nat/inbound_state.h"

@@ -1,8 +1,8 @@
-// Proves the octet offsets that host/h323nat.h promises for the host's records. No code.
+// Proves the octet offsets that h323nat.h promises for the host's records. No code.
 
 #include <cstddef>
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 namespace {
 

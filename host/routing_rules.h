@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 #include "host/packet_headers.h"
 
 inline constexpr uint16_t callSignallingPort = 1720; // H.225.0, TCP

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 #include "nat/endpoint_index.h"
 #include "nat/flow_key.h"
 #include "nat/stream_buffer.h"

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "H.323/H323-MESSAGES.h"
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 #include "nat/media_mapping.h"
 #include "nat/message_edit.h"
 

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 // A segment from the published host's H.245 port to the call's outside party.
 // Result: 1 when a message in the segment was rewritten, else 0.

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 // A received segment to TCP port 1720, whatever its length. `syn` is 1 when the SYN flag is set.
 // Result: 1 when a message in the segment was rewritten, else 0.

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 #include "nat/flow_key.h"
 #include "nat/logical_channel.h"
 #include "nat/message_edit.h"

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 // The payload of a UDP datagram from port 1719, and the address that it is sent to.
 // Result: 1 when the message was rewritten, else 0.

@@ -2,7 +2,7 @@
 
 #include "gateway/endpoint.h"
 #include "gateway/live/live_mappings.h"
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 #include <deque>
 #include <functional>

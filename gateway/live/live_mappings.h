@@ -6,7 +6,7 @@
 #include "gateway/live/counters.h"
 #include "gateway/live/ruleset.h"
 #include "gateway/port_allocator.h"
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 #include <cstdint>
 #include <list>

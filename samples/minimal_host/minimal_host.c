@@ -5,7 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <host/h323nat.h>
+#include <h323nat.h>
 
 static uint32_t H323NAT_CALL openMediaMapping(HostContext* context, uint32_t privateAddress,
                                               uint32_t remoteAddress, uint16_t privatePort,

@@ -1,4 +1,4 @@
-/* A host program in C99 that has nothing but host/h323nat.h: it loads the module given as its
+/* A host program in C99 that has nothing but h323nat.h: it loads the module given as its
  * argument, starts it, passes packets and checks what comes back. */
 #define _POSIX_C_SOURCE 200809L
 
@@ -11,7 +11,7 @@
 #include <dlfcn.h>
 #endif
 
-#include "host/h323nat.h"
+#include <h323nat.h>
 
 static int failures;
 

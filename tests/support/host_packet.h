@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 
 struct TcpFields {
     uint32_t source;

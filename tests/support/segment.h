@@ -1,7 +1,7 @@
 // TCP segments and UDP datagrams as values, and what a hook makes of them.
 #pragma once
 
-#include "host/h323nat.h"
+#include "include/h323nat.h"
 #include "nat/flow_key.h"
 #include "tests/support/octets.h"
 
