@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "nat/rewrite_mode.h"
+#include "nat/listed/rewrite_mode.h"
 
 namespace bench {
 namespace {

@@ -9,7 +9,7 @@
 #include "H.323/registry.h"
 #include "cli/settable_fields.h"
 #include "cli/status_text.h"
-#include "nat/rewrite_mode.h"
+#include "nat/listed/rewrite_mode.h"
 
 namespace cli {
 namespace {

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "H.323/type_description.h"
-#include "nat/logical_channel.h"
-#include "nat/message_edit.h"
+#include "nat/listed/logical_channel.h"
+#include "nat/listed/message_edit.h"
 
 namespace cli {
 

@@ -12,9 +12,9 @@
 #include "fuzz/packet.h"
 #include "fuzz/require.h"
 #include "fuzz/script_host.h"
-#include "nat/connection_pools.h"
-#include "nat/inbound_state.h"
-#include "nat/rewrite_mode.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/inbound_state.h"
+#include "nat/listed/rewrite_mode.h"
 #include "tests/support/fake_clock.h"
 
 namespace fuzzing {

@@ -7,8 +7,8 @@
 #include "fuzz/memory_meter.h"
 #include "fuzz/require.h"
 #include "fuzz/script_host.h"
-#include "nat/connection_pools.h"
-#include "nat/inbound_state.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/inbound_state.h"
 
 namespace fuzzing {
 

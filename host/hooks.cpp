@@ -4,11 +4,11 @@
 // few comparisons, whether any rule can match, and returns when none can. Only then does it check
 // the packet's lengths and try the rules one by one.
 
-#include "include/h323nat.h"
 #include "host/packet_headers.h"
 #include "host/routing_rules.h"
-#include "nat/connection_pools.h"
-#include "nat/inbound_state.h"
+#include "include/h323nat.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/inbound_state.h"
 
 // For the packets that some rule may match. Out of line, and the hooks' last step, so that the
 // short path needs no stack. All answer what the hooks answer.

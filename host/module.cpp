@@ -1,10 +1,10 @@
 // Start-up, identification and activation.
 
 #include "include/h323nat.h"
-#include "nat/connection_pools.h"
 #include "nat/host_callbacks.h"
-#include "nat/inbound_state.h"
-#include "nat/rewrite_mode.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/inbound_state.h"
+#include "nat/listed/rewrite_mode.h"
 
 static bool buildPools() {
     return buildPool(callSignalPool) == 0 && buildPool(controlChannelPool) == 0;

@@ -1,13 +1,13 @@
 #include "host/routing_rules.h"
 
-#include "nat/connection_pools.h"
 #include "nat/host_callbacks.h"
-#include "nat/inbound_control.h"
-#include "nat/inbound_signalling.h"
-#include "nat/inbound_state.h"
-#include "nat/outbound_control.h"
-#include "nat/outbound_signalling.h"
-#include "nat/ras.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/inbound_control.h"
+#include "nat/listed/inbound_signalling.h"
+#include "nat/listed/inbound_state.h"
+#include "nat/listed/outbound_control.h"
+#include "nat/listed/outbound_signalling.h"
+#include "nat/listed/ras.h"
 
 // The result by which a translator says that it rewrote the payload. Anything else means no.
 static constexpr uint32_t rewritten = 1;

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "include/h323nat.h"
 #include "host/packet_headers.h"
+#include "include/h323nat.h"
 
 inline constexpr uint16_t callSignallingPort = 1720; // H.225.0, TCP
 inline constexpr uint16_t t120Port = 1503;           // T.120 data, TCP

@@ -8,7 +8,7 @@
 #include "fuzz/packet.h"
 #include "fuzz/require.h"
 #include "fuzz/script_host.h"
-#include "nat/rewrite_mode.h"
+#include "nat/listed/rewrite_mode.h"
 #include "tests/hardening/module_snapshot.h"
 #include "tests/support/capture.h"
 #include "tests/support/fake_clock.h"

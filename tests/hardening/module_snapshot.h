@@ -5,8 +5,8 @@
 #include <cstring>
 #include <vector>
 
-#include "nat/connection_pools.h"
-#include "nat/inbound_state.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/inbound_state.h"
 
 class ModuleSnapshot {
 public:

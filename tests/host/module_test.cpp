@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include "include/h323nat.h"
-#include "nat/connection_pools.h"
 #include "nat/host_callbacks.h"
-#include "nat/inbound_state.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/inbound_state.h"
 #include "tests/support/failing_allocator.h"
 #include "tests/support/pools.h"
 

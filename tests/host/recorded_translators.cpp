@@ -1,10 +1,10 @@
 #include "tests/host/recorded_translators.h"
 
-#include "nat/inbound_control.h"
-#include "nat/inbound_signalling.h"
-#include "nat/outbound_control.h"
-#include "nat/outbound_signalling.h"
-#include "nat/ras.h"
+#include "nat/listed/inbound_control.h"
+#include "nat/listed/inbound_signalling.h"
+#include "nat/listed/outbound_control.h"
+#include "nat/listed/outbound_signalling.h"
+#include "nat/listed/ras.h"
 
 RecordedTranslators translators;
 

@@ -2,9 +2,9 @@
 
 #include <vector>
 
-#include "nat/connection_pools.h"
 #include "nat/host_callbacks.h"
-#include "nat/inbound_state.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/inbound_state.h"
 #include "tests/host/recorded_translators.h"
 #include "tests/support/host_packet.h"
 #include "tests/support/pools.h"

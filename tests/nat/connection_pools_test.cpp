@@ -1,4 +1,4 @@
-#include "nat/connection_pools.h"
+#include "nat/listed/connection_pools.h"
 
 #include <gtest/gtest.h>
 

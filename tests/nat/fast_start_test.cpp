@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "nat/rewrite_mode.h"
-#include "nat/translation_counts.h"
+#include "nat/listed/rewrite_mode.h"
+#include "nat/listed/translation_counts.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "nat/rewrite_mode.h"
+#include "nat/listed/rewrite_mode.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
 

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "nat/inbound_state.h"
-#include "nat/rewrite_mode.h"
+#include "nat/listed/inbound_state.h"
+#include "nat/listed/rewrite_mode.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
 

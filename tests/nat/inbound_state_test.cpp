@@ -1,4 +1,4 @@
-#include "nat/inbound_state.h"
+#include "nat/listed/inbound_state.h"
 
 #include <gtest/gtest.h>
 

@@ -6,9 +6,9 @@
 #include <random>
 #include <set>
 
-#include "nat/logical_channel.h"
+#include "nat/listed/logical_channel.h"
+#include "nat/listed/rewrite_mode.h"
 #include "nat/q931.h"
-#include "nat/rewrite_mode.h"
 #include "tests/support/calls.h"
 #include "tests/support/decoded.h"
 #include "tests/support/messages.h"

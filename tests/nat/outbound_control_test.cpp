@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "nat/connection_pools.h"
-#include "nat/rewrite_mode.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/rewrite_mode.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
 

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "nat/outbound_signalling.h"
-#include "nat/rewrite_mode.h"
+#include "nat/listed/outbound_signalling.h"
+#include "nat/listed/rewrite_mode.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
 

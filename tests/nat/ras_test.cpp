@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "nat/rewrite_mode.h"
+#include "nat/listed/rewrite_mode.h"
 #include "tests/support/capture.h"
 #include "tests/support/memory_host.h"
 #include "tests/support/messages.h"

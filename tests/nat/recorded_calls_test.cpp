@@ -5,8 +5,8 @@
 
 #include <map>
 
+#include "nat/listed/rewrite_mode.h"
 #include "nat/q931.h"
-#include "nat/rewrite_mode.h"
 #include "tests/support/calls.h"
 #include "tests/support/encoded_again.h"
 

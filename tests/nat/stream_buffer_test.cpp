@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "nat/connection_pools.h"
+#include "nat/listed/connection_pools.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/pools.h"
 

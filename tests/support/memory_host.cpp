@@ -1,7 +1,7 @@
 #include "tests/support/memory_host.h"
 
 #include "nat/host_callbacks.h"
-#include "nat/rewrite_mode.h"
+#include "nat/listed/rewrite_mode.h"
 
 namespace test_support {
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "nat/transport_address.h"
+#include "nat/listed/transport_address.h"
 #include "tests/support/octets.h"
 
 namespace test_support {

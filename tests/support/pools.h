@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "asn1per/asn1per.h"
-#include "nat/connection_pools.h"
-#include "nat/inbound_state.h"
+#include "nat/listed/connection_pools.h"
+#include "nat/listed/inbound_state.h"
 
 class FreshState {
 public:

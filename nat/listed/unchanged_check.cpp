@@ -1,4 +1,4 @@
-#include "nat/unchanged_check.h"
+#include "nat/listed/unchanged_check.h"
 
 #include <bitset>
 #include <cstdio>

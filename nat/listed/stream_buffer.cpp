@@ -1,4 +1,4 @@
-#include "nat/stream_buffer.h"
+#include "nat/listed/stream_buffer.h"
 
 #include <algorithm>
 #include <cstring>

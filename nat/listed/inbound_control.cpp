@@ -1,9 +1,9 @@
-#include "nat/inbound_control.h"
+#include "nat/listed/inbound_control.h"
 
-#include "nat/inbound_state.h"
-#include "nat/logical_channel.h"
-#include "nat/media_mapping.h"
-#include "nat/stream_message.h"
+#include "nat/listed/inbound_state.h"
+#include "nat/listed/logical_channel.h"
+#include "nat/listed/media_mapping.h"
+#include "nat/listed/stream_message.h"
 
 namespace {
 

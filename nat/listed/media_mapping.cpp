@@ -1,7 +1,7 @@
-#include "nat/media_mapping.h"
+#include "nat/listed/media_mapping.h"
 
 #include "nat/host_callbacks.h"
-#include "nat/translation_counts.h"
+#include "nat/listed/translation_counts.h"
 
 static void inheritFrom(const HostMappingRecord& parent, HostMappingRecord& record) {
     record.inherited2A = parent.inherited2A;

@@ -1,6 +1,6 @@
-#include "nat/fast_start.h"
+#include "nat/listed/fast_start.h"
 
-#include "nat/logical_channel.h"
+#include "nat/listed/logical_channel.h"
 
 // The forward channel: media from the caller. Only the RTCP address is the caller's own.
 static void translateForward(HostContext* hostContext, MessageEdit& element,

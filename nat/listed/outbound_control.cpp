@@ -1,8 +1,8 @@
-#include "nat/outbound_control.h"
+#include "nat/listed/outbound_control.h"
 
-#include "nat/logical_channel.h"
-#include "nat/media_mapping.h"
-#include "nat/stream_message.h"
+#include "nat/listed/logical_channel.h"
+#include "nat/listed/media_mapping.h"
+#include "nat/listed/stream_message.h"
 
 // The channel on which the private caller will receive: the host opens a mapping towards the called
 // party, whose media address is not known here; its H.245 address stands for it.

@@ -1,4 +1,4 @@
-#include "nat/translation_counts.h"
+#include "nat/listed/translation_counts.h"
 
 #ifndef NDEBUG
 

@@ -9,9 +9,9 @@
 //         closeMessage(edit);
 //     }
 //
-// The two rewrite modes (nat/rewrite_mode.h) meet here and nowhere else. In REWRITE_ENCODED a
-// setter changes the record and writeBack encodes it; in REWRITE_LOSSLESS a setter also writes the
-// octets into the packet, where the decoder found them, and writeBack has nothing left to do.
+// The two rewrite modes (nat/listed/rewrite_mode.h) meet here and nowhere else. In REWRITE_ENCODED
+// a setter changes the record and writeBack encodes it; in REWRITE_LOSSLESS a setter also writes
+// the octets into the packet, where the decoder found them, and writeBack has nothing left to do.
 //
 // In REWRITE_LOSSLESS a field stays as it is, and is counted, when its place cannot be told, when
 // some of its octets left in an earlier segment, or when the packet holds other octets there than
@@ -24,8 +24,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "nat/message_codecs.h"
-#include "nat/transport_address.h"
+#include "nat/listed/message_codecs.h"
+#include "nat/listed/transport_address.h"
 
 // The octets of one PER encoding.
 struct MessageOctets {

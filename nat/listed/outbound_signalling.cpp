@@ -1,8 +1,8 @@
-#include "nat/outbound_signalling.h"
+#include "nat/listed/outbound_signalling.h"
 
-#include "nat/fast_start.h"
 #include "nat/host_callbacks.h"
-#include "nat/stream_message.h"
+#include "nat/listed/fast_start.h"
+#include "nat/listed/stream_message.h"
 #include "nat/wall_clock.h"
 
 namespace {

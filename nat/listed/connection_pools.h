@@ -11,7 +11,7 @@
 #include "include/h323nat.h"
 #include "nat/endpoint_index.h"
 #include "nat/flow_key.h"
-#include "nat/stream_buffer.h"
+#include "nat/listed/stream_buffer.h"
 
 inline constexpr size_t poolSize = 50;
 

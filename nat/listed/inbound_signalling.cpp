@@ -1,8 +1,8 @@
-#include "nat/inbound_signalling.h"
+#include "nat/listed/inbound_signalling.h"
 
 #include "nat/host_callbacks.h"
-#include "nat/inbound_state.h"
-#include "nat/stream_message.h"
+#include "nat/listed/inbound_state.h"
+#include "nat/listed/stream_message.h"
 
 namespace {
 

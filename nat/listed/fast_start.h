@@ -4,8 +4,8 @@
 
 #include "H.323/H323-MESSAGES.h"
 #include "include/h323nat.h"
-#include "nat/media_mapping.h"
-#include "nat/message_edit.h"
+#include "nat/listed/media_mapping.h"
+#include "nat/listed/message_edit.h"
 
 // Asks the host for a mapping of every address at which the caller wants to receive, and sets the
 // public addresses in the elements. `setup` is the message that holds them.

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "nat/stream_buffer.h"
+#include "nat/listed/stream_buffer.h"
 
 inline constexpr uint32_t inboundBufferCapacity = 4000;
 

@@ -7,7 +7,7 @@
 #pragma once
 
 #include "H.323/MULTIMEDIA-SYSTEM-CONTROL.h"
-#include "nat/transport_address.h"
+#include "nat/listed/transport_address.h"
 
 // The addresses of one media stream, each on its own.
 struct MediaPairFields {

@@ -1,4 +1,4 @@
-#include "nat/logical_channel.h"
+#include "nat/listed/logical_channel.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "nat/transport_address.h"
+#include "nat/listed/transport_address.h"
 
 bool findEndpoint(const H225TransportAddress& address, EndpointField& field) {
     if (address.alternative != H225TransportAddress_ipAddressChosen) {

@@ -1,4 +1,4 @@
-#include "nat/rewrite_mode.h"
+#include "nat/listed/rewrite_mode.h"
 
 RewriteMode rewriteMode = REWRITE_ENCODED;
 

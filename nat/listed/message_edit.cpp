@@ -1,10 +1,10 @@
-#include "nat/message_edit.h"
+#include "nat/listed/message_edit.h"
 
 #include <cstring>
 
-#include "nat/rewrite_mode.h"
-#include "nat/translation_counts.h"
-#include "nat/unchanged_check.h"
+#include "nat/listed/rewrite_mode.h"
+#include "nat/listed/translation_counts.h"
+#include "nat/listed/unchanged_check.h"
 
 static constexpr uint8_t alignedVariant = 1;
 

@@ -1,4 +1,4 @@
-#include "nat/stream_message.h"
+#include "nat/listed/stream_message.h"
 
 OctetRange tpktContent(const StreamBuffer& stream) {
     const size_t length = stream.messageLength;

@@ -1,7 +1,7 @@
-#include "nat/ras.h"
+#include "nat/listed/ras.h"
 
-#include "nat/media_mapping.h"
-#include "nat/message_edit.h"
+#include "nat/listed/media_mapping.h"
+#include "nat/listed/message_edit.h"
 
 // Asks the host for a mapping of the endpoint's RAS address towards the gatekeeper and sets the
 // answer. Gives the mapping's public address.

@@ -2,9 +2,9 @@
 // and where they lie in the packet of the current segment.
 #pragma once
 
-#include "nat/message_edit.h"
+#include "nat/listed/message_edit.h"
+#include "nat/listed/stream_buffer.h"
 #include "nat/q931.h"
-#include "nat/stream_buffer.h"
 
 // What follows the TPKT header of the message at position 0; no octets when the message's stated
 // length does not even cover that header.

@@ -2,7 +2,7 @@
 // Release builds never call it.
 #pragma once
 
-#include "nat/message_edit.h"
+#include "nat/listed/message_edit.h"
 
 // Remembers the octets of a message that lie in the packet, before any of them is written.
 void rememberPacket(MessageOctets octets, PacketPlace place);

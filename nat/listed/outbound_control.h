@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "nat/connection_pools.h"
+#include "nat/listed/connection_pools.h"
 
 // A segment that a private caller sends on a followed H.245 connection. The record's hostContext
 // and insideFlow are set. Result: 1 when a message in the segment was rewritten, 0 when none was,

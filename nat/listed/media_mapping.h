@@ -10,8 +10,8 @@
 
 #include "include/h323nat.h"
 #include "nat/flow_key.h"
-#include "nat/logical_channel.h"
-#include "nat/message_edit.h"
+#include "nat/listed/logical_channel.h"
+#include "nat/listed/message_edit.h"
 
 // The host's answer to HostOpenMediaMapping, its out values in order.
 struct MediaMapping {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "nat/connection_pools.h"
+#include "nat/listed/connection_pools.h"
 
 // A received segment from TCP port 1720 that carries data or is a SYN+ACK. `key` is its flow,
 // called party to public address. Never changes the payload. Result: 0; -1 when the segment was
