@@ -7,6 +7,7 @@ namespace {
 
 int run(int argc, char** argv) {
     CLI::App app("Looks into H.323 signalling and translates its addresses.", "h323nat");
+    app.set_version_flag("--version", "h323nat " H323NAT_VERSION);
     app.require_subcommand(1);
     // A file named from the root, /tmp/call.pcap, is no option on any system.
     app.allow_windows_style_options(false);

@@ -20,6 +20,13 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 # Set by the toolchain files: packages of the build machine do not fit the target.
 option(H323NAT_FOREIGN "Build for another system than the build machine's" OFF)
 
+# The same commit gives the same octets in whatever folder it is built: no path of this machine goes
+# into what ships, and no time of day into a DLL.
+add_compile_options("$<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
+if(WIN32)
+  add_link_options("LINKER:--no-insert-timestamp")
+endif()
+
 option(H323NAT_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 
 add_library(h323nat_rules INTERFACE)

@@ -31,4 +31,15 @@ if(TARGET h323gateway_live)
     "${control}/conffiles" "${control}/postinst" "${control}/prerm")
 endif()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+# Files in the package bear the time of the commit, so that it is the same octets whenever made.
+set(epoch 0)
+find_package(Git QUIET)
+if(GIT_FOUND)
+  execute_process(COMMAND "${GIT_EXECUTABLE}" log -1 --format=%ct
+    WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}"
+    OUTPUT_VARIABLE epoch OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+endif()
+set(CPACK_PROJECT_CONFIG_FILE "${PROJECT_BINARY_DIR}/package-time.cmake")
+file(WRITE "${CPACK_PROJECT_CONFIG_FILE}" "set(ENV{SOURCE_DATE_EPOCH} ${epoch})\n")
 include(CPack)

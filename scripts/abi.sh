@@ -1,0 +1,24 @@
+#!/bin/sh
+# The binary interface of libh323nat.so against that of the last release: names, symbol version,
+# arguments, and the layout of every record in them. Functions may be added.
+#   scripts/abi.sh            compares; status 1 and a report when a host of that release would break
+#   scripts/abi.sh --release  takes the present interface as that of a release
+set -eu
+cd "$(dirname "$0")/.."
+
+release=tests/abi/libh323nat.abi
+preset=debug # the types come from its debug information
+cmake --preset "$preset" --log-level=WARNING >/dev/null
+cmake --build --preset "$preset" --target h323nat >/dev/null
+module=build/$preset/lib/libh323nat.so
+
+if [ "${1-}" = --release ]; then
+    abidw --exported-interfaces-only --no-show-locs --no-comp-dir-path --no-corpus-path \
+        --out-file "$release" "$module"
+    exit
+fi
+if ! abidiff --no-added-syms --no-show-locs "$release" "$module"; then
+    echo "scripts/abi.sh: hosts built for the last release would not work with this module" >&2
+    exit 1
+fi
+echo "binary interface: as in the last release, or with additions"
