@@ -40,6 +40,31 @@ void decodeInteger(CodeWriter& writer, const Type& type, const ValueRef& value) 
     writer.close();
 }
 
+// X.691 13: like the index of a CHOICE without what it chooses.
+void decodeEnumerated(CodeWriter& writer, const Type& type, const ValueRef& value) {
+    const int64_t last = type.values->upper;
+    writer.open("");
+    writer.line("uint32_t item;");
+    if (type.extensible) {
+        emitCall(writer, "pd_choiceHead", {"&item", std::to_string(last)});
+        writer.open("if (item == PER_EXTENDED)");
+        emitCall(writer, "pd_SmallNonNegWholeNumber", {"&item"});
+        writer.open(fmt::format("if (item > UINT32_MAX - {})", last + 1));
+        writer.line("FAIL(PER_CONSTRAINT);");
+        writer.close();
+        writer.line(fmt::format("item += {};", last + 1));
+        writer.close(fmt::format(" else if (item > {}) {{", last));
+        writer.indent();
+    } else {
+        emitCall(writer, "pd_ConsUnsigned", {"&item", "0", std::to_string(last)});
+        writer.open(fmt::format("if (item > {})", last));
+    }
+    writer.line("FAIL(PER_CONSTRAINT);");
+    writer.close();
+    writer.line(value.get() + " = item;");
+    writer.close();
+}
+
 void decodeSimple(CodeWriter& writer, const Type& type, const ValueRef& value) {
     std::string function;
     std::vector<std::string> arguments = {value.address()};
@@ -49,6 +74,9 @@ void decodeSimple(CodeWriter& writer, const Type& type, const ValueRef& value) {
         break;
     case Kind::Integer:
         decodeInteger(writer, type, value);
+        return;
+    case Kind::Enumerated:
+        decodeEnumerated(writer, type, value);
         return;
     case Kind::OctetString:
     case Kind::BitString:

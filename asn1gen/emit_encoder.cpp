@@ -26,6 +26,7 @@ std::vector<std::string> valueArguments(const Type& type, const ValueRef& value)
                 value.member("data")};
     case Kind::Boolean:
     case Kind::Integer:
+    case Kind::Enumerated:
     case Kind::CharacterString:
         return {value.get()};
     default:
@@ -95,6 +96,23 @@ void encodeInteger(CodeWriter& writer, const Type& type, const std::string& valu
     writer.close();
 }
 
+void encodeEnumerated(CodeWriter& writer, const Type& type, const std::string& value) {
+    const int64_t last = type.values->upper;
+    writer.open(fmt::format("if ({} > {})", value, last));
+    if (!type.extensible) {
+        writer.line("FAIL(PER_CONSTRAINT);");
+        writer.close();
+        emitCall(writer, "pe_ConsUnsigned", {value, "0", std::to_string(last)});
+        return;
+    }
+    emitCall(writer, "pe_bit", {"1"});
+    emitCall(writer, "pe_SmallNonNegWholeNumber", {fmt::format("{} - {}", value, last + 1)});
+    writer.close(" else {");
+    writer.indent();
+    emitCall(writer, "pe_choiceHead", {value + " + 1", std::to_string(last)});
+    writer.close();
+}
+
 void addSize(std::string& function, std::vector<std::string>& arguments, const Type& type) {
     if (type.size) {
         function += "Sized";
@@ -113,6 +131,9 @@ void encodeSimple(CodeWriter& writer, const Type& type, std::vector<std::string>
         break;
     case Kind::Integer:
         encodeInteger(writer, type, arguments[0]);
+        return;
+    case Kind::Enumerated:
+        encodeEnumerated(writer, type, arguments[0]);
         return;
     case Kind::OctetString:
         function = "pe_OctetString";

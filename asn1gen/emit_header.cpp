@@ -50,6 +50,13 @@ void emitSequence(CodeWriter& writer, const Type& type) {
     }
 }
 
+void emitEnumerated(CodeWriter& writer, const Type& type) {
+    writer.line(fmt::format("using {} = uint32_t;", type.name));
+    for (size_t i = 0; i < type.items.size(); ++i) {
+        writer.assignment("constexpr uint32_t " + itemName(type, type.items[i]), std::to_string(i));
+    }
+}
+
 bool hasMembers(const Type& choice) {
     for (const auto* list : {&choice.root, &choice.additions}) {
         for (const Component& component : *list) {
@@ -103,6 +110,8 @@ void emitRecord(CodeWriter& writer, const Type& type) {
         emitSequence(writer, type);
     } else if (type.kind == Kind::Choice) {
         emitChoice(writer, type);
+    } else if (type.kind == Kind::Enumerated) {
+        emitEnumerated(writer, type);
     } else if (type.kind == Kind::List) {
         writer.open("struct " + type.name);
         writer.line("uint32_t count;");
@@ -145,6 +154,8 @@ constexpr std::string_view explanation =
 // RECORD_fieldPresent. `extension` holds unknown additions of a type that knows none.
 // CHOICE: `alternative` counts from 1, root alternatives first, named RECORD_nameChosen; one past
 // the last is an alternative that is not known (RECORD_UnknownChosen).
+// ENUMERATED: items count from 0 in the order of their numbers, then additions, named TYPE_nameItem;
+// an unknown addition has a number past the last.
 )";
 
 } // namespace

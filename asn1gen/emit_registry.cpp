@@ -18,6 +18,8 @@ std::string kindName(const Type& type) {
         return "Null";
     case Kind::Integer:
         return isUnsigned(type) ? "Unsigned" : "Integer";
+    case Kind::Enumerated:
+        return "Unsigned";
     case Kind::OctetString:
         return isSizedString(type) ? "OctetArray" : "OctetString";
     case Kind::BitString:
@@ -118,7 +120,7 @@ private:
     /// The first members of a description, up to the alphabet.
     static void writeHead(CodeWriter& writer, const std::string& name, const Type& type, bool named,
                           const std::string& size) {
-        const auto& range = type.kind == Kind::Integer ? type.values : type.size;
+        const auto& range = type.values ? type.values : type.size;
         const bool extensible = type.extensible || (type.values && type.values->extensible);
         writer.line(fmt::format("    {}, TypeKind::{}, {}, {}, {},", name, kindName(type),
                                 boolean(named), boolean(extensible), boolean(range.has_value())));
@@ -176,6 +178,7 @@ private:
                                                       : "record->numocts, record->data";
         case Kind::Boolean:
         case Kind::Integer:
+        case Kind::Enumerated:
         case Kind::CharacterString:
             return "*record";
         default:

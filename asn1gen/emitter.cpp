@@ -15,8 +15,9 @@ std::string functionHead(const Type& type, const char* generated, const char* lo
 }
 
 std::string rangeText(const Range& range) {
-    return range.lower == range.upper ? fmt::format("{}", range.lower)
-                                      : fmt::format("{}..{}", range.lower, range.upper);
+    return range.lower == range.upper       ? fmt::format("{}", range.lower)
+           : range.upper == Range::greatest ? fmt::format("{}..MAX", range.lower)
+                                            : fmt::format("{}..{}", range.lower, range.upper);
 }
 
 std::string kindText(const Type& type) {
@@ -27,6 +28,8 @@ std::string kindText(const Type& type) {
         return "NULL";
     case Kind::Integer:
         return "INTEGER";
+    case Kind::Enumerated:
+        return "ENUMERATED";
     case Kind::OctetString:
         return "OCTET STRING";
     case Kind::BitString:
@@ -77,6 +80,7 @@ Signature encoderSignature(const Type& type) {
     switch (definition.kind) {
     case Kind::Boolean:
     case Kind::Integer:
+    case Kind::Enumerated:
     case Kind::CharacterString:
         arguments.push_back(type.name + " value");
         break;
@@ -178,6 +182,10 @@ std::string presenceName(const Type& sequence, const Component& component) {
 
 std::string alternativeName(const Type& choice, const Component& component) {
     return choice.name + "_" + cName(component.identifier) + "Chosen";
+}
+
+std::string itemName(const Type& enumerated, const std::string& item) {
+    return enumerated.name + "_" + cName(item) + "Item";
 }
 
 } // namespace asn1gen

@@ -61,6 +61,9 @@ void closeInPlace(CodeWriter& writer, const Type& type);
 std::string presenceName(const Type& sequence, const Component& component);
 std::string alternativeName(const Type& choice, const Component& component);
 
+/// The name of the constant for an item of an ENUMERATED.
+std::string itemName(const Type& enumerated, const std::string& item);
+
 /// The type in ASN.1 notation, components left out.
 std::string typeNotation(const Type& type);
 

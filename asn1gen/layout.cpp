@@ -9,9 +9,6 @@
 namespace asn1gen {
 namespace {
 
-// The extension bit goes with the presence bits into one word.
-constexpr int maxPresenceBits = 31;
-
 // Members that records have besides their fields.
 bool isReserved(const std::string& member) {
     return member == "presence" || member == "extension";
@@ -28,10 +25,6 @@ void layOutSequence(Type& type) {
                 component.member += '_';
             }
         }
-    }
-    if (bits > maxPresenceBits) {
-        throw SourceError(type.position, type.name + " needs " + std::to_string(bits) +
-                                             " presence bits; more than 31 are not supported");
     }
 }
 
@@ -105,6 +98,8 @@ public:
             return 0;
         case Kind::Integer:
             return ofInteger(definition);
+        case Kind::Enumerated:
+            return (definition.extensible ? 1 : 0) + wholeNumberBits(*definition.values);
         case Kind::OctetString:
             return stringBits(definition, 8);
         case Kind::BitString:
@@ -223,6 +218,8 @@ std::string valueType(const Type& type) {
     switch (type.kind) {
     case Kind::Boolean:
         return "uint8_t";
+    case Kind::Enumerated:
+        return "uint32_t";
     case Kind::Integer:
         return isUnsigned(type) ? "uint32_t" : "int32_t";
     case Kind::OctetString:

@@ -10,9 +10,8 @@
 namespace asn1gen {
 
 /// Numbers the presence bits of every SEQUENCE (OPTIONAL root fields first, then every addition)
-/// and the alternatives of every CHOICE (from 1, root first). Throws SourceError for a SEQUENCE
-/// with more than 31 presence bits and for a record that contains itself other than through a list
-/// or a CHOICE.
+/// and the alternatives of every CHOICE (from 1, root first). Throws SourceError for a record that
+/// contains itself other than through a list or a CHOICE.
 void layOut(Model& model);
 
 /// Presence bits of a SEQUENCE; 0 when its record has no presence word.

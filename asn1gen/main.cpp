@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "asn1gen/codec_limits.h"
 #include "asn1gen/emitter.h"
 #include "asn1gen/layout.h"
 #include "asn1gen/parser.h"
@@ -79,6 +80,7 @@ void generate(const Arguments& arguments) {
     }
     asn1gen::Model model = asn1gen::resolve(modules, moduleOptions(arguments, modules));
     asn1gen::layOut(model);
+    asn1gen::checkCodecLimits(model);
 
     const std::filesystem::path directory = arguments.outputDirectory;
     const asn1gen::EmitOptions emit{arguments.sourceDirectory};

@@ -38,6 +38,7 @@ public:
         case Kind::Null:
             return {0, 1};
         case Kind::Integer:
+        case Kind::Enumerated:
             return {4, 4};
         case Kind::ObjectIdentifier:
             return {objectIdentifierOctets, 4};

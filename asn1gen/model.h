@@ -15,6 +15,7 @@ enum class Kind {
     Boolean,
     Null,
     Integer,
+    Enumerated,
     OctetString,
     BitString,
     CharacterString, ///< 8-bit characters
@@ -55,10 +56,13 @@ struct Type {
     /// Set when this type is another named type under a new name.
     Type* alias = nullptr;
 
-    std::optional<Range> values;
+    std::optional<Range> values; ///< Enumerated: numbers of the root items, from 0
     std::optional<Range> size;
     std::optional<std::string> alphabet;
     std::string stringName; ///< CharacterString: IA5String, NumericString, ...
+
+    /// Enumerated: names in the order in which they are coded, root items first.
+    std::vector<std::string> items;
 
     std::vector<Component> root;
     std::vector<Component> additions;

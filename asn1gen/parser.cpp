@@ -11,21 +11,35 @@ namespace {
 
 // Valid ASN.1 that this generator does not know. It is named in the error instead of being
 // reported as a mere syntax error or, worse, taken for the name of a type.
-constexpr std::array<std::string_view, 30> unknownNotation = {"ENUMERATED",     "REAL",
-                                                              "EXTERNAL",       "EMBEDDED",
-                                                              "VisibleString",  "RELATIVE-OID",
-                                                              "UTF8String",     "UniversalString",
-                                                              "TeletexString",  "T61String",
-                                                              "VideotexString", "GraphicString",
-                                                              "ISO646String",   "GeneralizedTime",
-                                                              "UTCTime",        "ObjectDescriptor",
-                                                              "CHARACTER",      "ANY",
-                                                              "CLASS",          "INSTANCE",
-                                                              "COMPONENTS",     "DEFAULT",
-                                                              "UNION",          "INTERSECTION",
-                                                              "EXCEPT",         "ALL",
-                                                              "INCLUDES",       "PATTERN",
-                                                              "CONTAINING",     "ENCODED"};
+constexpr std::array<std::string_view, 29> unknownNotation = {"REAL",
+                                                              "EXTERNAL",
+                                                              "EMBEDDED",
+                                                              "VisibleString",
+                                                              "RELATIVE-OID",
+                                                              "UTF8String",
+                                                              "UniversalString",
+                                                              "TeletexString",
+                                                              "T61String",
+                                                              "VideotexString",
+                                                              "GraphicString",
+                                                              "ISO646String",
+                                                              "GeneralizedTime",
+                                                              "UTCTime",
+                                                              "ObjectDescriptor",
+                                                              "CHARACTER",
+                                                              "ANY",
+                                                              "CLASS",
+                                                              "INSTANCE",
+                                                              "COMPONENTS",
+                                                              "DEFAULT",
+                                                              "UNION",
+                                                              "INTERSECTION",
+                                                              "EXCEPT",
+                                                              "ALL",
+                                                              "INCLUDES",
+                                                              "PATTERN",
+                                                              "CONTAINING",
+                                                              "ENCODED"};
 
 constexpr std::array<std::string_view, 5> characterStrings = {
     "IA5String", "NumericString", "PrintableString", "GeneralString", "BMPString"};
@@ -207,6 +221,9 @@ private:
             result.kind = SyntaxKind::Null;
         } else if (word == "INTEGER" || word == "BIT" || word == "OCTET") {
             integerOrString(word, result);
+        } else if (word == "ENUMERATED") {
+            result.kind = SyntaxKind::Enumerated;
+            enumeration(result);
         } else if (word == "OBJECT") {
             expect("IDENTIFIER");
             result.kind = SyntaxKind::ObjectIdentifier;
@@ -270,7 +287,7 @@ private:
         if (at("(")) {
             constraint(result);
         } else if (at("SIZE")) {
-            sizeConstraint(result);
+            result.constraints.size = size();
         }
         if (!at("OF")) {
             failExpected("\"{\", \"(SIZE\" or \"OF\" after " + word);
@@ -318,14 +335,68 @@ private:
         return result;
     }
 
+    // The items of an ENUMERATED, braces included.
+    void enumeration(TypeSyntax& result) {
+        expect("{");
+        do {
+            if (at("...")) {
+                if (result.extensible) {
+                    failExpected("an item; a second extension marker is not supported");
+                }
+                take();
+                result.extensible = true;
+                continue;
+            }
+            EnumerationItem item;
+            item.position = peek().position;
+            item.name = expectWord(TokenKind::LowerWord, "the name of an item");
+            if (accept("(")) {
+                item.number = number("the number of an item");
+                expect(")");
+            }
+            (result.extensible ? result.addedItems : result.items).push_back(std::move(item));
+        } while (accept(","));
+        expect("}");
+    }
+
     // Constraints.
 
     void constraint(TypeSyntax& type) {
+        const Position position = peek().position;
         expect("(");
+        Constraints inside;
+        do {
+            inside.intersect(constraintElement(type), position);
+        } while (accept("^") || accept("INTERSECTION"));
+        if (at("|") || at("UNION")) {
+            throw SourceError(peek().position, "a union of constraints is not supported");
+        }
+        if (accept(",")) {
+            expect("...");
+            extend(inside, position);
+        }
+        expect(")");
+        type.constraints.intersect(inside, position);
+    }
+
+    static void extend(Constraints& constraints, const Position& position) {
+        if (constraints.size) {
+            throw SourceError(position, "an extensible SIZE constraint is not supported");
+        }
+        if (constraints.alphabet) {
+            throw SourceError(position, "an extensible FROM constraint is not supported");
+        }
+        if (constraints.values) {
+            constraints.values->extensible = true;
+        }
+    }
+
+    Constraints constraintElement(TypeSyntax& type) {
+        Constraints result;
         if (at("SIZE")) {
-            sizeConstraint(type);
+            result.size = size();
         } else if (accept("FROM")) {
-            alphabetConstraint(type);
+            result.alphabet = alphabet();
         } else if (accept("WITH")) {
             innerConstraint();
         } else if (accept("CONSTRAINED")) {
@@ -334,32 +405,39 @@ private:
         } else if (type.kind == SyntaxKind::OpenType) {
             this->type();
         } else {
-            type.values = range("a value");
+            result.values = range("a value");
         }
-        expect(")");
+        return result;
     }
 
-    void sizeConstraint(TypeSyntax& type) {
+    Range size() {
         const Position position = peek().position;
         expect("SIZE");
         expect("(");
-        type.size = range("a size");
-        if (type.size->extensible) {
+        const Range result = range("a size");
+        if (at(",")) {
             throw SourceError(position, "an extensible SIZE constraint is not supported");
         }
-        if (type.size->lower < 0) {
+        if (result.lower < 0) {
             throw SourceError(position, "a size cannot be negative");
         }
         expect(")");
+        return result;
     }
 
-    void alphabetConstraint(TypeSyntax& type) {
+    std::string alphabet() {
         expect("(");
         if (peek().kind != TokenKind::String) {
             failExpected("a string of the permitted characters");
         }
-        type.alphabet = take().text;
+        std::string result;
+        for (const char character : take().text) {
+            if (result.find(character) == std::string::npos) {
+                result += character;
+            }
+        }
         expect(")");
+        return result;
     }
 
     // WITH COMPONENTS says which values a sender chooses; it is not PER-visible (X.691 10.3.7)
@@ -383,17 +461,13 @@ private:
     Range range(const std::string& what) {
         Range result;
         const Position position = peek().position;
-        result.lower = number(what);
+        result.lower = accept("MIN") ? Range::least : number(what);
         result.upper = result.lower;
         if (accept("..")) {
-            result.upper = number(what);
+            result.upper = accept("MAX") ? Range::greatest : number(what);
         }
         if (result.upper < result.lower) {
             throw SourceError(position, "the upper bound is below the lower bound");
-        }
-        if (accept(",")) {
-            expect("...");
-            result.extensible = true;
         }
         if (at("|")) {
             throw SourceError(peek().position, "a union of constraints is not supported");
@@ -402,9 +476,6 @@ private:
     }
 
     int64_t number(const std::string& what) {
-        if (at("MIN") || at("MAX")) {
-            throw SourceError(peek().position, peek().text + " is not supported as a bound");
-        }
         const bool negative = accept("-");
         if (peek().kind != TokenKind::Number) {
             failExpected(what);

@@ -1,7 +1,10 @@
 #include "asn1gen/resolver.h"
 
+#include <algorithm>
+#include <cctype>
 #include <limits>
 #include <set>
+#include <string_view>
 
 #include "asn1gen/naming.h"
 
@@ -63,16 +66,14 @@ bool mentions(const TypeSyntax& type, const std::string& name) {
     return type.element && mentions(*type.element, name);
 }
 
-bool hasConstraint(const TypeSyntax& type) {
-    return type.values || type.size || type.alphabet;
-}
-
 Kind simpleKind(const TypeSyntax& type) {
     switch (type.kind) {
     case SyntaxKind::Boolean:
         return Kind::Boolean;
     case SyntaxKind::Integer:
         return Kind::Integer;
+    case SyntaxKind::Enumerated:
+        return Kind::Enumerated;
     case SyntaxKind::OctetString:
         return Kind::OctetString;
     case SyntaxKind::BitString:
@@ -88,35 +89,67 @@ Kind simpleKind(const TypeSyntax& type) {
     }
 }
 
+// Ranges that PER codes as if they were not there keep no trace: MIN..b is coded as without bounds.
 void checkRange(const Position& position, const Range& range) {
     constexpr int64_t max = std::numeric_limits<uint32_t>::max();
     constexpr int64_t min = std::numeric_limits<int32_t>::min();
     const bool wide = range.upper > std::numeric_limits<int32_t>::max();
-    if (range.upper > max || range.lower < min || (wide && range.lower < 0)) {
+    const bool open = range.upper == Range::greatest;
+    if ((range.upper > max && !open) || range.lower < min || (wide && !open && range.lower < 0)) {
         throw SourceError(position, "the range needs more than 32 bits, which is not supported");
     }
 }
 
 void checkConstraints(const TypeSyntax& type) {
+    const Constraints& constraints = type.constraints;
     const bool string = type.kind == SyntaxKind::OctetString ||
                         type.kind == SyntaxKind::BitString ||
                         type.kind == SyntaxKind::CharacterString;
-    if (type.values && type.kind != SyntaxKind::Integer) {
+    if (constraints.values && type.kind != SyntaxKind::Integer) {
         throw SourceError(type.position, "a value constraint is supported for INTEGER only");
     }
-    if (type.size && !string && type.kind != SyntaxKind::List) {
+    if (constraints.size && !string && type.kind != SyntaxKind::List) {
         throw SourceError(type.position,
                           "a SIZE constraint is supported for strings and lists only");
     }
-    if (type.alphabet && (type.kind != SyntaxKind::CharacterString || type.name == "BMPString")) {
+    if (constraints.alphabet &&
+        (type.kind != SyntaxKind::CharacterString || type.name == "BMPString")) {
         throw SourceError(type.position,
                           "a FROM constraint is supported for strings of 8-bit characters only");
     }
-    for (const auto& range : {type.values, type.size}) {
-        if (range) {
+    for (const auto& range : {constraints.values, constraints.size}) {
+        if (range && range->lower != Range::least) {
             checkRange(type.position, *range);
         }
     }
+}
+
+bool ownsCharacter(const std::string& stringName, char character) {
+    const auto octet = static_cast<unsigned char>(character);
+    constexpr unsigned char lastOfIa5 = 127;
+    if (stringName == "NumericString") {
+        return character == ' ' || (character >= '0' && character <= '9');
+    }
+    if (stringName == "PrintableString") {
+        return octet <= lastOfIa5 &&
+               (std::isalnum(octet) != 0 ||
+                std::string_view(" '()+,-./:=?").find(character) != std::string_view::npos);
+    }
+    return stringName != "IA5String" || octet <= lastOfIa5;
+}
+
+/// The permitted characters that a string of this kind can have at all.
+std::string effectiveAlphabet(const TypeSyntax& type) {
+    std::string result;
+    for (const char character : *type.constraints.alphabet) {
+        if (ownsCharacter(type.name, character)) {
+            result += character;
+        }
+    }
+    if (result.empty()) {
+        throw SourceError(type.position, "FROM leaves no character that " + type.name + " has");
+    }
+    return result;
 }
 
 class Resolver {
@@ -216,6 +249,10 @@ private:
     Type* named(ModuleState& state, const AssignmentSyntax& assignment) {
         const auto known = state.types.find(assignment.name);
         if (known != state.types.end()) {
+            if (known->second == nullptr) {
+                throw SourceError(assignment.position,
+                                  assignment.name + " is defined by nothing but itself");
+            }
             if (unfinished.count(known->second) != 0) {
                 known->second->recursive = true;
             }
@@ -275,19 +312,65 @@ private:
             throw SourceError(syntax.position, "NULL is supported as a component only");
         }
         Type* type = newType(simpleKind(syntax), syntax.position);
-        type->values = syntax.values;
-        type->size = syntax.size;
-        type->alphabet = syntax.alphabet;
+        type->values = syntax.constraints.values;
+        if (type->values && type->values->lower == Range::least) {
+            type->values.reset(); // coded as without bounds (X.691 12.2.4)
+        }
+        type->size = syntax.constraints.size;
+        if (syntax.constraints.alphabet) {
+            type->alphabet = effectiveAlphabet(syntax);
+        }
         type->stringName = syntax.name;
+        if (type->kind == Kind::Enumerated) {
+            enumerate(*type, syntax);
+        }
         const bool sizedString =
             (type->kind == Kind::OctetString || type->kind == Kind::BitString) &&
             type->size.has_value();
-        if (site.place == Place::Assignment || sizedString ||
-            (site.place == Place::SharedListElement && hasConstraint(syntax))) {
+        if (site.place == Place::Assignment || sizedString || type->kind == Kind::Enumerated ||
+            (site.place == Place::SharedListElement && syntax.constraints.any())) {
             give(type, site);
             site.owner->module->types.push_back(type);
         }
         return type;
+    }
+
+    /// Items are coded by their place among the numbers of the root, additions by their order
+    /// (X.691 13). An item without a number takes the least that no numbered one has (X.680 19.3).
+    static void enumerate(Type& type, const TypeSyntax& syntax) {
+        std::set<std::string> names;
+        std::set<int64_t> taken;
+        for (const auto* list : {&syntax.items, &syntax.addedItems}) {
+            for (const EnumerationItem& item : *list) {
+                if (!names.insert(item.name).second) {
+                    throw SourceError(item.position, item.name + " is defined twice");
+                }
+                if (item.number && !taken.insert(*item.number).second) {
+                    throw SourceError(item.position,
+                                      "the number of " + item.name + " is taken already");
+                }
+            }
+        }
+        if (syntax.items.empty()) {
+            throw SourceError(syntax.position, "an ENUMERATED needs an item before \"...\"");
+        }
+        std::map<int64_t, std::string> root;
+        int64_t next = 0;
+        for (const EnumerationItem& item : syntax.items) {
+            while (!item.number && taken.count(next) != 0) {
+                ++next;
+            }
+            taken.insert(item.number.value_or(next));
+            root[item.number.value_or(next)] = item.name;
+        }
+        for (const auto& [number, name] : root) {
+            type.items.push_back(name);
+        }
+        for (const EnumerationItem& item : syntax.addedItems) {
+            type.items.push_back(item.name);
+        }
+        type.extensible = syntax.extensible;
+        type.values = Range{0, static_cast<int64_t>(root.size()) - 1, syntax.extensible};
     }
 
     Type* record(const TypeSyntax& syntax, const Scope& scope, const Site& site, Type** slot) {
@@ -331,19 +414,19 @@ private:
 
     Type* list(const TypeSyntax& syntax, const Scope& scope, const Site& site, Type** slot) {
         Type* type = newType(Kind::List, syntax.position);
-        type->size = syntax.size;
+        type->size = syntax.constraints.size;
         type->setOf = syntax.setOf;
         if (slot != nullptr) {
             *slot = type;
             give(type, site);
             unfinished.insert(type);
         }
-        const Place place = syntax.size ? Place::SizedListElement : Place::SharedListElement;
+        const Place place = type->size ? Place::SizedListElement : Place::SharedListElement;
         type->element = define(*syntax.element, scope, {place, site.owner, site.name + "_element"});
         unfinished.erase(type);
 
         const bool shared =
-            site.place != Place::Assignment && !syntax.size && !type->element->name.empty();
+            site.place != Place::Assignment && !type->size && !type->element->name.empty();
         if (shared) {
             Site named = site;
             named.name =
@@ -364,9 +447,8 @@ private:
     }
 
     Type* reference(const TypeSyntax& syntax, const Scope& scope, const Site& site, Type** slot) {
-        if (hasConstraint(syntax)) {
-            throw SourceError(syntax.position, "a constraint on the reference to " + syntax.name +
-                                                   " is not supported");
+        if (syntax.constraints.any()) {
+            return constrained(syntax, scope, site, slot);
         }
         const auto parameter = scope.parameters.find(syntax.name);
         if (parameter != scope.parameters.end()) {
@@ -390,6 +472,44 @@ private:
         }
         Type* target = named(*module, *assignment);
         return site.place == Place::Assignment ? makeAlias(target, syntax.position, site) : target;
+    }
+
+    /// A reference with constraints of its own is a simple type with those of both.
+    Type* constrained(const TypeSyntax& syntax, const Scope& scope, const Site& site, Type** slot) {
+        if (scope.parameters.count(syntax.name) != 0) {
+            failConstrained(syntax);
+        }
+        std::vector<const TypeSyntax*> chain = {&syntax};
+        ModuleState* module = scope.module;
+        while (chain.back()->kind == SyntaxKind::Reference) {
+            const auto [source, assignment] =
+                find(*module, chain.back()->name, chain.back()->position);
+            const TypeSyntax* next = assignment->type.get();
+            if (!assignment->parameters.empty() ||
+                std::find(chain.begin(), chain.end(), next) != chain.end()) {
+                failConstrained(syntax);
+            }
+            module = source;
+            chain.push_back(next);
+        }
+        const TypeSyntax& base = *chain.back();
+        if (base.kind != SyntaxKind::Integer && base.kind != SyntaxKind::OctetString &&
+            base.kind != SyntaxKind::BitString && base.kind != SyntaxKind::CharacterString) {
+            failConstrained(syntax);
+        }
+        TypeSyntax merged;
+        merged.kind = base.kind;
+        merged.position = syntax.position;
+        merged.name = base.name;
+        for (auto part = chain.rbegin(); part != chain.rend(); ++part) {
+            merged.constraints.intersect((*part)->constraints, syntax.position);
+        }
+        return define(merged, scope, site, slot);
+    }
+
+    [[noreturn]] static void failConstrained(const TypeSyntax& syntax) {
+        throw SourceError(syntax.position, "a constraint on the reference to " + syntax.name +
+                                               " is not supported: it is no INTEGER or string");
     }
 
     Type* makeAlias(Type* target, const Position& position, const Site& site) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@ enum class SyntaxKind {
     Boolean,
     Null,
     Integer,
+    Enumerated,
     OctetString,
     BitString,
     CharacterString,
@@ -31,9 +33,32 @@ enum class SyntaxKind {
 
 /// A range of values or sizes; both ends included.
 struct Range {
+    static constexpr int64_t least = std::numeric_limits<int64_t>::min();    ///< MIN
+    static constexpr int64_t greatest = std::numeric_limits<int64_t>::max(); ///< MAX
+
     int64_t lower = 0;
     int64_t upper = 0;
     bool extensible = false;
+};
+
+/// PER-visible constraints of a type.
+struct Constraints {
+    std::optional<Range> values;         ///< INTEGER (a..b)
+    std::optional<Range> size;           ///< SIZE (a..b)
+    std::optional<std::string> alphabet; ///< FROM ("...")
+
+    bool any() const { return values || size || alphabet; }
+
+    /// Narrows to what satisfies `further` too, which stands behind: its extension marker counts
+    /// and not the former one (X.680 50.8). Throws SourceError when nothing satisfies both.
+    void intersect(const Constraints& further, const Position& position);
+};
+
+/// An item of an ENUMERATED.
+struct EnumerationItem {
+    std::string name;
+    std::optional<int64_t> number; ///< as written
+    Position position;
 };
 
 struct ComponentSyntax {
@@ -48,11 +73,11 @@ struct TypeSyntax {
     Position position;
     std::string name;                     ///< Reference: the name; CharacterString: its keyword
     std::vector<TypeSyntaxPtr> arguments; ///< Reference: actual parameters
-    std::optional<Range> values;          ///< INTEGER (a..b)
-    std::optional<Range> size;            ///< SIZE (a..b)
-    std::optional<std::string> alphabet;  ///< FROM ("...")
-    std::vector<ComponentSyntax> root;    ///< Sequence, Choice
+    Constraints constraints;
+    std::vector<ComponentSyntax> root; ///< Sequence, Choice
     std::vector<ComponentSyntax> additions;
+    std::vector<EnumerationItem> items; ///< Enumerated
+    std::vector<EnumerationItem> addedItems;
     bool extensible = false;
     bool setOf = false;    ///< List: SET OF instead of SEQUENCE OF
     TypeSyntaxPtr element; ///< List

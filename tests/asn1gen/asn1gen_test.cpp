@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "asn1gen/codec_limits.h"
 #include "asn1gen/emitter.h"
 #include "asn1gen/layout.h"
 #include "asn1gen/memory_bound.h"
@@ -23,6 +24,7 @@ Model modelOf(const std::string& text) {
     }
     Model model = resolve(syntax, options);
     layOut(model);
+    checkCodecLimits(model);
     return model;
 }
 
@@ -56,7 +58,9 @@ struct Refusal {
 };
 
 constexpr Refusal refusals[] = {
-    {"A ::= ENUMERATED { a, b }", "test.asn:3: error: ENUMERATED is not supported"},
+    {"A ::= ENUMERATED { a (1), b (1) }", "test.asn:3: error: the number of b is taken already"},
+    {"A ::= ENUMERATED { a, ..., a }", "test.asn:3: error: a is defined twice"},
+    {"A ::= ENUMERATED { ..., a }", "test.asn:3: error: an ENUMERATED needs an item"},
     {"A ::= SEQUENCE {\n  a INTEGER DEFAULT 1\n}", "test.asn:4: error: DEFAULT is not supported"},
     {"A ::= SET { a NULL }", "test.asn:3: error: SET is not supported (SET OF is)"},
     {"A ::= [1] INTEGER", "test.asn:3: error: an explicit tag is not supported"},
@@ -68,13 +72,24 @@ constexpr Refusal refusals[] = {
      "test.asn:3: error: the type B is not defined in module M and not imported"},
     {"A ::= INTEGER (1..)", "test.asn:3: error: expected a value, found \")\""},
     {"A ::= INTEGER (5..1)", "test.asn:3: error: the upper bound is below the lower bound"},
-    {"A ::= INTEGER (0..MAX)", "test.asn:3: error: MAX is not supported as a bound"},
+    {"A ::= INTEGER (0..MAX)", "test.asn:3: error: XA has a lower bound alone"},
+    {"A ::= OCTET STRING (SIZE (1..MAX))", "test.asn:3: error: XA has a least size alone"},
+    {"A ::= INTEGER (-2147483648..0)", "test.asn:3: error: XA has a signed range of 2^31 values"},
+    {"A ::= SEQUENCE {\n a INTEGER (0..4294967295, ...) }",
+     "test.asn:4: error: INTEGER (0..4294967295, ...) has an extension marker behind a bound"},
+    {"A ::= INTEGER (0..5)\n  (6..7)", "test.asn:4: error: the constraints leave nothing"},
+    {"A ::= IA5String (FROM (\"ab\") ^ FROM (\"cd\"))",
+     "test.asn:3: error: the FROM constraints have no character in common"},
+    {"A ::= NumericString (FROM (\"abc\"))",
+     "test.asn:3: error: FROM leaves no character that NumericString has"},
     {"A ::= INTEGER (0..4294967296)", "test.asn:3: error: the range needs more than 32 bits"},
     {"A ::= INTEGER (1|3)", "test.asn:3: error: a union of constraints is not supported"},
     {"A ::= OCTET STRING (SIZE (1..4, ...))",
      "test.asn:3: error: an extensible SIZE constraint is not supported"},
-    {"A ::= B (1..2)\nB ::= INTEGER",
+    {"A ::= B (SIZE (1..2))\nB ::= SEQUENCE OF NULL",
      "test.asn:3: error: a constraint on the reference to B is not supported"},
+    {"A ::= B\nB ::= A", "test.asn:3: error: A is defined by nothing but itself"},
+    {"A ::= B (1..2)\nB ::= A", "test.asn:3: error: a constraint on the reference to B"},
     {"A ::= SEQUENCE { a NULL", "test.asn:4: error: expected \"}\", found \"END\""},
     {"A ::= SEQUENCE { a NULL, a NULL }", "test.asn:3: error: a is defined twice"},
     {"A ::= NULL\nA ::= NULL", "test.asn:4: error: A is defined twice"},
