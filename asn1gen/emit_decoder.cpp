@@ -90,7 +90,7 @@ void decodeSimple(CodeWriter& writer, const Type& type, const ValueRef& value) {
         break;
     case Kind::CharacterString:
         function = "pd_" + type.stringName;
-        arguments.push_back(type.alphabet ? "\"" + *type.alphabet + "\"" : "nullptr");
+        arguments.push_back(type.alphabet ? quote(*type.alphabet) : "nullptr");
         break;
     case Kind::BmpString:
         function = "pd_BMPString";

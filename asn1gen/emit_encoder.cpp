@@ -143,7 +143,7 @@ void encodeSimple(CodeWriter& writer, const Type& type, std::vector<std::string>
         break;
     case Kind::CharacterString:
         function = "pe_" + type.stringName;
-        arguments.push_back(type.alphabet ? "\"" + *type.alphabet + "\"" : "nullptr");
+        arguments.push_back(type.alphabet ? quote(*type.alphabet) : "nullptr");
         break;
     case Kind::BmpString:
         function = "pe_BMPString";

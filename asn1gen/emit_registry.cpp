@@ -109,14 +109,6 @@ private:
         return name;
     }
 
-    static std::string quote(const std::string& text) {
-        std::string result = "\"";
-        for (const char c : text) {
-            result += (c == '"' || c == '\\') ? std::string("\\") + c : std::string(1, c);
-        }
-        return result + "\"";
-    }
-
     /// The first members of a description, up to the alphabet.
     static void writeHead(CodeWriter& writer, const std::string& name, const Type& type, bool named,
                           const std::string& size) {

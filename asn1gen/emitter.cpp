@@ -184,6 +184,21 @@ std::string alternativeName(const Type& choice, const Component& component) {
     return choice.name + "_" + cName(component.identifier) + "Chosen";
 }
 
+std::string quote(const std::string& text) {
+    std::string result = "\"";
+    for (const char c : text) {
+        const auto octet = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            result += std::string("\\") + c;
+        } else if (octet < ' ' || octet > '~') {
+            result += fmt::format("\\{:03o}", octet);
+        } else {
+            result += c;
+        }
+    }
+    return result + "\"";
+}
+
 std::string itemName(const Type& enumerated, const std::string& item) {
     return enumerated.name + "_" + cName(item) + "Item";
 }

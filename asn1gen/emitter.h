@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,14 @@ std::string emitSource(const Module& module, const EmitOptions& options);
 /// Type descriptions of all modules, for tools and tests.
 std::string emitRegistry(const Model& model, const EmitOptions& options);
 
+/// Tables that tree/message_type.h describes: all types, for decoding into trees. contents gives,
+/// by the name of a member whose octet strings hold an encoding, the type of that encoding.
+std::string emitTree(const Model& model, const std::map<std::string, const Type*>& contents);
+
 // Shared by the emitters.
+
+/// A C++ string literal.
+std::string quote(const std::string& text);
 
 /// The code of one type's functions, written into a module's source.
 void emitEncoder(CodeWriter& writer, const Type& type);

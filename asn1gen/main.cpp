@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -20,6 +21,8 @@ struct Arguments {
     std::vector<std::string> files;
     std::vector<std::string> prefixes;
     std::vector<std::string> plain;
+    std::vector<std::string> contents;
+    bool tree = false;
     std::string outputDirectory = ".";
     std::string sourceDirectory;
 };
@@ -71,6 +74,34 @@ moduleOptions(const Arguments& arguments, const std::vector<asn1gen::ModuleSynta
     return options;
 }
 
+const asn1gen::Type* typeNamed(const asn1gen::Model& model, const std::string& name) {
+    for (const auto& module : model.modules) {
+        for (const asn1gen::Type* type : module->types) {
+            if (name == module->name + "." + type->name.substr(module->options.prefix.size())) {
+                return type;
+            }
+        }
+    }
+    return nullptr;
+}
+
+std::map<std::string, const asn1gen::Type*> contentsOf(const Arguments& arguments,
+                                                       const asn1gen::Model& model) {
+    std::map<std::string, const asn1gen::Type*> contents;
+    for (const std::string& text : arguments.contents) {
+        const size_t equals = std::min(text.find('='), text.size());
+        const asn1gen::Type* type =
+            typeNamed(model, text.substr(std::min(equals + 1, text.size())));
+        if (type == nullptr) {
+            throw std::runtime_error(
+                "--contents " + text +
+                ": expected MEMBER=MODULE.TYPE with a type of the files given");
+        }
+        contents[text.substr(0, equals)] = type;
+    }
+    return contents;
+}
+
 void generate(const Arguments& arguments) {
     std::vector<asn1gen::ModuleSyntax> modules;
     for (const std::string& file : arguments.files) {
@@ -80,9 +111,14 @@ void generate(const Arguments& arguments) {
     }
     asn1gen::Model model = asn1gen::resolve(modules, moduleOptions(arguments, modules));
     asn1gen::layOut(model);
-    asn1gen::checkCodecLimits(model);
 
     const std::filesystem::path directory = arguments.outputDirectory;
+    if (arguments.tree) {
+        std::filesystem::create_directories(directory);
+        writeFile(directory / "message_types.cpp", emitTree(model, contentsOf(arguments, model)));
+        return;
+    }
+    asn1gen::checkCodecLimits(model);
     const asn1gen::EmitOptions emit{arguments.sourceDirectory};
     std::filesystem::create_directories(directory);
     for (const auto& module : model.modules) {
@@ -99,10 +135,19 @@ int run(int argc, char** argv) {
                  "type_tables.cpp with a description of all types.");
     app.add_option("files", arguments.files, "ASN.1 files; imported modules must be among them")
         ->required();
+    // One value for each option: the files may stand behind them.
     app.add_option("--prefix", arguments.prefixes,
-                   "MODULE=PREFIX: what the names of the module's types begin with");
+                   "MODULE=PREFIX: what the names of the module's types begin with")
+        ->allow_extra_args(false);
     app.add_option("--no-diagnostics", arguments.plain,
-                   "MODULE: its functions neither trace nor switch field tracking off");
+                   "MODULE: its functions neither trace nor switch field tracking off")
+        ->allow_extra_args(false);
+    app.add_flag("--tree", arguments.tree,
+                 "Write message_types.cpp, from which tree/ decodes any type, instead of codecs");
+    app.add_option("--contents", arguments.contents,
+                   "MEMBER=MODULE.TYPE: octet strings of members with this name hold encodings of "
+                   "this type (for --tree)")
+        ->allow_extra_args(false);
     app.add_option("--source-directory", arguments.sourceDirectory,
                    "Put before file names in #include and in error reports, such as \"codec/\"");
     app.add_option("-o,--output", arguments.outputDirectory, "Directory of the generated files");

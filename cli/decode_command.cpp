@@ -1,23 +1,25 @@
+#include <algorithm>
 #include <cstdint>
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "H.323/message_value.h"
-#include "H.323/registry.h"
-#include "H.323/tree_printer.h"
+#include "asn1per/status.h"
 #include "cli/commands.h"
 #include "cli/framing.h"
 #include "cli/hex.h"
 #include "cli/status_text.h"
+#include "tree/message_tree.h"
 
 namespace cli {
 namespace {
 
+constexpr size_t tpktHeader = 4;
 constexpr const char* topLevelTypes[] = {"H225H323_UserInformation", "H225RasMessage",
                                          "H245MultimediaSystemControlMessage"};
 
@@ -26,6 +28,7 @@ struct DecodeOptions {
     std::string type;
     bool tpkt = false;
     bool ras = false;
+    bool json = false;
 };
 
 std::vector<uint8_t> readOctets(const DecodeOptions& options) {
@@ -36,8 +39,8 @@ std::vector<uint8_t> readOctets(const DecodeOptions& options) {
     return fromHex(text);
 }
 
-const TypeDescription& typeNamed(const std::string& name) {
-    const TypeDescription* type = findType(name);
+const tree::MessageType& typeNamed(const std::string& name) {
+    const tree::MessageType* type = tree::findMessageType(name);
     if (type == nullptr) {
         throw std::runtime_error("no type is called \"" + name +
                                  "\"; names look like H225Setup_UUIE or H245OpenLogicalChannel");
@@ -45,79 +48,138 @@ const TypeDescription& typeNamed(const std::string& name) {
     return *type;
 }
 
-/// How well octets read as a type: 3 when encoding gives the same octets again, 2 when all of them
-/// were read, 1 when they decode, 0 when not.
-int fitness(const TypeDescription& type, std::span<const uint8_t> octets) {
-    MessageValue value(type);
-    if (value.decode(octets) != PER_OK) {
-        return 0;
-    }
-    std::vector<uint8_t> again;
-    if (value.encode(&again) == PER_OK &&
-        std::equal(again.begin(), again.end(), octets.begin(), octets.end())) {
-        return 3;
-    }
-    return value.consumed() == octets.size() ? 2 : 1;
+/// A message of the input, read as one type.
+struct Reading {
+    std::string type;
+    std::span<const uint8_t> octets;
+    tree::DecodedMessage message;
+};
+
+Reading readAs(const std::string& type, std::span<const uint8_t> octets) {
+    const tree::MessageType& found = typeNamed(type);
+    return {found.name, octets, tree::decodeMessage(found, octets)};
 }
 
-bool print(const TypeDescription& type, std::span<const uint8_t> octets) {
-    MessageValue value(type);
-    const int32_t status = value.decode(octets);
-    if (status != PER_OK) {
-        std::cerr << "h323nat: not a " << type.name << ": status " << statusText(status)
-                  << " near octet " << value.consumed() << '\n';
-        return false;
-    }
-    std::cout << printTree(type, value.record(), type.name);
-    if (value.consumed() < octets.size()) {
-        std::cout << "(" << octets.size() - value.consumed()
-                  << " more octets: " << toHex(octets.subspan(value.consumed())) << ")\n";
-    }
-    return true;
+/// Smaller is better: whole before cut or too long, then what is read without anything odd.
+uint64_t misfit(const Reading& reading) {
+    constexpr uint64_t failed = uint64_t{1} << 40;
+    constexpr uint64_t tooLong = uint64_t{1} << 32;
+    return (reading.message.status != PER_OK ? failed : 0) +
+           (reading.message.octetsRead < reading.octets.size() ? tooLong : 0) +
+           reading.message.oddities;
 }
 
-bool printBestGuess(std::span<const uint8_t> octets) {
-    const TypeDescription* best = nullptr;
-    int bestFitness = 0;
-    for (const char* name : topLevelTypes) {
-        const TypeDescription& type = typeNamed(name);
-        const int found = fitness(type, octets);
-        if (found > bestFitness) {
-            best = &type;
-            bestFitness = found;
+/// The reading that fits best; all of them when none reads to its end.
+std::vector<Reading> guess(std::span<const uint8_t> octets) {
+    std::vector<Reading> readings;
+    for (const char* type : topLevelTypes) {
+        readings.push_back(readAs(type, octets));
+    }
+    const auto best =
+        std::min_element(readings.begin(), readings.end(),
+                         [](const Reading& a, const Reading& b) { return misfit(a) < misfit(b); });
+    if (best->message.status == PER_OK) {
+        return {std::move(*best)};
+    }
+    return readings;
+}
+
+std::vector<Reading> readFrames(std::span<const uint8_t> octets) {
+    std::vector<Reading> readings;
+    for (const FramedMessage& message : messagesInTpkts(octets)) {
+        readings.push_back(readAs(message.type, message.encoding));
+    }
+    if (readings.empty()) {
+        throw std::runtime_error("no message in these octets (a Q.931 message without User-user "
+                                 "element holds none)");
+    }
+    return readings;
+}
+
+/// TPKT headers whose lengths lead from one to the next and to the end.
+bool areFrames(std::span<const uint8_t> octets) {
+    size_t cursor = 0;
+    while (octets.size() - cursor > tpktHeader && octets[cursor] == 3 && octets[cursor + 1] == 0) {
+        const size_t length = size_t{octets[cursor + 2]} << 8 | octets[cursor + 3];
+        if (length <= tpktHeader || length > octets.size() - cursor) {
+            return false;
         }
+        cursor += length;
     }
-    if (best != nullptr) {
-        return print(*best, octets);
-    }
-    for (const char* name : topLevelTypes) {
-        print(typeNamed(name), octets);
-    }
-    return false;
+    return cursor > 0 && cursor == octets.size();
 }
 
-bool printFramed(std::span<const uint8_t> octets) {
-    const std::vector<FramedMessage> messages = messagesInTpkts(octets);
-    bool good = true;
-    for (const FramedMessage& message : messages) {
-        good = print(typeNamed(message.type), message.encoding) && good;
+std::vector<Reading> readAll(const DecodeOptions& options, std::span<const uint8_t> octets) {
+    if (options.tpkt || (options.type.empty() && !options.ras && areFrames(octets))) {
+        return readFrames(octets);
     }
-    if (messages.empty()) {
-        std::cerr << "h323nat: no message in these octets (a Q.931 message without User-user "
-                     "element holds none)\n";
+    if (options.ras) {
+        return {readAs("H225RasMessage", octets)};
     }
-    return good && !messages.empty();
+    return options.type.empty() ? guess(octets)
+                                : std::vector<Reading>{readAs(options.type, octets)};
+}
+
+void printText(const Reading& reading) {
+    const tree::DecodedMessage& message = reading.message;
+    if (message.status != PER_OK) {
+        std::cerr << "h323nat: not a " << reading.type << ": status " << statusText(message.status)
+                  << " near octet " << message.failedAt;
+        if (!message.failedPath.empty()) {
+            std::cerr << ", in " << message.failedPath;
+        }
+        std::cerr << '\n';
+        return;
+    }
+    std::cout << tree::treeText(message.root);
+    if (message.octetsRead < reading.octets.size()) {
+        const auto rest = reading.octets.subspan(message.octetsRead);
+        std::cout << "(" << rest.size() << " more octets: " << toHex(rest) << ")\n";
+    }
+    for (const std::string& warning : message.warnings) {
+        std::cerr << "h323nat: warning: " << warning << '\n';
+    }
+}
+
+/// An array with one object for each message; "offset" counts octets of the input.
+void printJson(const std::vector<Reading>& readings, std::span<const uint8_t> input) {
+    std::cout << '[';
+    const char* separator = "";
+    for (const Reading& reading : readings) {
+        const tree::DecodedMessage& message = reading.message;
+        nlohmann::ordered_json head = {
+            {"type", reading.type},
+            {"offset", reading.octets.data() - input.data()},
+            {"octets", reading.octets.size()},
+            {"octetsRead", message.octetsRead},
+            {"status", message.status},
+        };
+        if (message.status != PER_OK) {
+            head["failedAt"] = message.failedAt;
+            head["failedPath"] = message.failedPath;
+        }
+        if (!message.warnings.empty()) {
+            head["warnings"] = message.warnings;
+        }
+        std::string text = head.dump();
+        text.pop_back();
+        std::cout << separator << '\n'
+                  << text << ",\"tree\":" << tree::treeJson(message.root) << '}';
+        separator = ",";
+    }
+    std::cout << "\n]\n";
 }
 
 bool run(const DecodeOptions& options) {
     const std::vector<uint8_t> octets = readOctets(options);
-    if (options.tpkt) {
-        return printFramed(octets);
+    const std::vector<Reading> readings = readAll(options, octets);
+    if (options.json) {
+        printJson(readings, octets);
+    } else {
+        std::for_each(readings.begin(), readings.end(), printText);
     }
-    if (options.ras) {
-        return print(typeNamed("H225RasMessage"), octets);
-    }
-    return options.type.empty() ? printBestGuess(octets) : print(typeNamed(options.type), octets);
+    return std::all_of(readings.begin(), readings.end(),
+                       [](const Reading& reading) { return reading.message.status == PER_OK; });
 }
 
 } // namespace
@@ -134,11 +196,14 @@ void addDecodeCommand(CLI::App& app, int& exitStatus) {
     auto* tpkt =
         command->add_flag("--tpkt", options->tpkt,
                           "The octets are of a TCP stream: TPKT headers, and Q.931 headers "
-                          "before H.225.0 messages");
+                          "before H.225.0 messages. Not needed where the headers' lengths fit");
     command->add_flag("--ras", options->ras, "The octets are a UDP datagram of the RAS channel")
         ->excludes(tpkt)
         ->excludes(type);
     tpkt->excludes(type);
+    command->add_flag("--json", options->json,
+                      "Print an array with an object for each message; offsets count octets of the "
+                      "input, bitOffset bits of the message");
     command->callback([options, &exitStatus] { exitStatus = run(*options) ? 0 : exitFaults; });
 }
 

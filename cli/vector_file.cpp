@@ -24,7 +24,12 @@ std::optional<VectorLine> VectorReader::next() {
         }
         line.encoding = fromHex(octets);
         fields >> line.third;
-        if (fields >> excess) {
+        if (!line.third.empty() && line.third[0] == '#') {
+            line.remark.swap(line.third);
+        }
+        if (fields >> excess && excess[0] == '#') {
+            line.remark = excess;
+        } else if (!excess.empty()) {
             throw std::runtime_error("expected at most three fields, found \"" + excess +
                                      "\" behind them");
         }

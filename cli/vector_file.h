@@ -9,12 +9,13 @@
 
 namespace cli {
 
-/// A line "TYPE HEX [THIRD]" of a file of test vectors.
+/// A line "TYPE HEX [THIRD] [#REMARK]" of a file of test vectors.
 struct VectorLine {
     size_t number = 0; ///< from 1
     std::string type;
     std::vector<uint8_t> encoding;
-    std::string third; ///< empty when the line has none
+    std::string third;  ///< empty when the line has none
+    std::string remark = {}; ///< with its #
 };
 
 /// Reads the lines of a file of test vectors, leaving out empty ones and those that begin with '#'.

@@ -1,0 +1,181 @@
+// Trees of messages against what independent encoders were given, and against the places where
+// independent decoders find addresses.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "asn1per/status.h"
+#include "cli/hex.h"
+#include "tests/vectors/vector_set.h"
+#include "tree/message_tree.h"
+
+namespace {
+
+using tree::DecodedMessage;
+using tree::Node;
+using tree::NodeKind;
+
+DecodedMessage decode(const std::string& type, const std::vector<uint8_t>& octets) {
+    // Types that have another name in the versions that the module knows.
+    static const std::map<std::string, std::string> renamed = {
+        {"H235H235NonStandardParameter", "H235NonStandardParameter"},
+        {"H245ModeElement_type", "H245ModeElementType"}};
+    const auto other = renamed.find(type);
+    const tree::MessageType* found =
+        tree::findMessageType(other == renamed.end() ? type : other->second);
+    if (found == nullptr) {
+        throw std::runtime_error("no type " + type);
+    }
+    return tree::decodeMessage(*found, octets);
+}
+
+// ---- places --------------------------------------------------------------------------------
+
+void collect(const Node& node, const std::string& path, std::string& places) {
+    if (node.name == "multicastAddress") {
+        return;
+    }
+    const bool address = node.name == "ipAddress" || node.name == "ipSourceRoute" ||
+                         node.name == "iPAddress" || node.name == "iPSourceRouteAddress";
+    for (const Node& child : node.children) {
+        if (address && (child.name == "ip" || child.name == "network") &&
+            child.bitOffset != tree::unknownOffset) {
+            places +=
+                (places.empty() ? "" : ",") + path + "=" + std::to_string(child.bitOffset / 8);
+        }
+        // A message inside octets has no name of its own in a path.
+        const bool inside = node.kind == NodeKind::Octets;
+        const bool dotted = !inside && !path.empty() && child.name[0] != '[';
+        collect(child, path + (dotted ? "." : "") + (inside ? "" : child.name), places);
+    }
+}
+
+class Places : public testing::TestWithParam<const char*> {};
+
+TEST_P(Places, AreThoseOfIndependentDecoders) {
+    size_t found = 0;
+    for (const cli::VectorLine& line : readVectors(GetParam())) {
+        const DecodedMessage message = decode(line.type, line.encoding);
+        std::string places;
+        collect(message.root, "", places);
+        if (line.remark == "#fragmented") {
+            EXPECT_EQ(message.status, PER_OK) << line.number;
+            continue;
+        }
+        EXPECT_EQ(places.empty() ? "-" : places, line.third)
+            << GetParam() << ":" << line.number << " status " << message.status << " at "
+            << message.failedAt << " in " << message.failedPath;
+        ++found;
+    }
+    EXPECT_GT(found, 50U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, Places, testing::Values("addresses.txt", "addresses-captured.txt"),
+                         [](const auto& info) { return "File" + std::to_string(info.index); });
+
+// ---- values --------------------------------------------------------------------------------
+
+/// Compares a tree with its value in the notation of values.txt.
+class Matcher {
+public:
+    explicit Matcher(const std::string& text) : text(text) {}
+
+    bool matches(const Node& node) { return value(node) && cursor == text.size(); }
+    std::string rest() const { return text.substr(cursor, 60); }
+
+private:
+    bool accept(const std::string& part) {
+        const bool found = text.compare(cursor, part.size(), part) == 0;
+        cursor += found ? part.size() : 0;
+        return found;
+    }
+
+    // Names changed their spelling from one version to the next.
+    bool name(const std::string& asn1Name) {
+        static const std::map<std::string, std::string> earlier = {
+            {"dialledDigits", "e164"},
+            {"e164Number", "publicNumber"},
+            {"h245Tunnelling", "h245Tunneling"},
+            {"callSignalling", "callSignaling"}};
+        const auto found = earlier.find(asn1Name);
+        std::string wanted = found == earlier.end() ? asn1Name : found->second;
+        std::replace(wanted.begin(), wanted.end(), '-', '_');
+        return accept(wanted);
+    }
+
+    bool children(const Node& node, bool named) {
+        for (size_t i = 0; i < node.children.size(); ++i) {
+            if ((i > 0 && !accept(",")) ||
+                (named && !(name(node.children[i].name) && accept(":"))) ||
+                !value(node.children[i])) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool characters(const std::string& escaped) {
+        const bool wide = accept("u");
+        if (!wide && !accept("s")) {
+            return false;
+        }
+        for (size_t i = 0; i < escaped.size();) {
+            const bool isEscape = escaped[i] == '\\';
+            const unsigned long code = isEscape ? std::stoul(escaped.substr(i + 2, 4), nullptr, 16)
+                                                : static_cast<unsigned char>(escaped[i]);
+            char digits[8];
+            std::snprintf(digits, sizeof digits, wide ? "%04lx" : "%02lx", code);
+            if (!accept(digits)) {
+                return false;
+            }
+            i += isEscape ? 6 : 1;
+        }
+        return true;
+    }
+
+    bool value(const Node& node) {
+        switch (node.kind) {
+        case NodeKind::Sequence:
+            return accept("{") && children(node, true) && accept("}");
+        case NodeKind::Choice:
+            return name(node.value) && accept("(") && value(node.children.at(0)) && accept(")");
+        case NodeKind::List:
+            return accept("[") && children(node, false) && accept("]");
+        case NodeKind::Boolean:
+            return accept(node.value == "true" ? "T" : "F");
+        case NodeKind::Null:
+            return accept("-");
+        case NodeKind::Bits:
+            return accept(std::to_string(node.bitLength) + ":" + node.value);
+        case NodeKind::Octets:
+            return accept("OPEN") || accept(node.value);
+        case NodeKind::Text:
+            return characters(node.value);
+        default:
+            return accept(node.value);
+        }
+    }
+
+    const std::string& text;
+    size_t cursor = 0;
+};
+
+TEST(Values, AreThoseThatTheEncoderWasGiven) {
+    for (const cli::VectorLine& line : readVectors("values.txt")) {
+        // The one type that today's versions code in another way.
+        if (line.third.find("profileAndLevel_SPatML") != std::string::npos) {
+            continue;
+        }
+        const DecodedMessage message = decode(line.type, line.encoding);
+        ASSERT_EQ(message.status, PER_OK) << line.number << " " << line.type;
+        Matcher matcher(line.third);
+        EXPECT_TRUE(matcher.matches(message.root))
+            << "line " << line.number << " at " << matcher.rest() << "\n"
+            << tree::treeText(message.root);
+    }
+}
+
+} // namespace
