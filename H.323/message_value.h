@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "H.323/type_description.h"
+#include "asn1per/type_description.h"
 
 class MessageValue {
 public:

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "H.323/type_description.h"
+#include "asn1per/type_description.h"
 
 // Number of named types, and the one with this index, in the order of their modules and within a
 // module used types first. index must be below the count.

@@ -30,6 +30,30 @@ void checkInteger(const Type& type) {
     }
 }
 
+// The runtime's alphabets leave out what the terminals that the codecs were made for never send.
+bool codesCharacter(const Type& type, char character) {
+    constexpr unsigned char endOfIa5 = 0x60;
+    constexpr unsigned char holeBegin = 0x88;
+    constexpr unsigned char holeEnd = 0x90;
+    const auto octet = static_cast<unsigned char>(character);
+    if (octet == 0) {
+        return false; // ends a string
+    }
+    if (type.stringName == "IA5String") {
+        return octet < endOfIa5;
+    }
+    return octet < holeBegin || octet >= holeEnd;
+}
+
+void checkAlphabet(const Type& type) {
+    for (const char character : *type.alphabet) {
+        if (!codesCharacter(type, character)) {
+            fail(type, "permits " + quote({character}) + ", which the runtime's " +
+                           type.stringName + " does not have");
+        }
+    }
+}
+
 void checkType(const Type& type) {
     if (type.kind == Kind::Sequence && presenceBits(type) > maxPresenceBits) {
         fail(type, "needs " + std::to_string(presenceBits(type)) +
@@ -37,6 +61,9 @@ void checkType(const Type& type) {
     }
     if (type.kind == Kind::Integer && type.values) {
         checkInteger(type);
+    }
+    if (type.alphabet) {
+        checkAlphabet(type);
     }
     if (type.size && type.size->upper == Range::greatest) {
         fail(type, "has a least size alone; a codec needs the greatest one too");

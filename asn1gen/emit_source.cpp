@@ -51,8 +51,8 @@ std::string emitSource(const Module& module, const EmitOptions& options) {
         module.name));
     writer.line(fmt::format("#include \"{}{}.h\"", options.includeDirectory, module.name));
     writer.line();
-    writer.line(fmt::format("static constexpr const char* sourcePath = \"{}\";",
-                            module.options.sourcePath));
+    writer.line(fmt::format("static constexpr const char* sourcePath = {};",
+                            quote(module.options.sourcePath)));
     CodeWriter functions;
     for (const Type* type : module.types) {
         functions.line();

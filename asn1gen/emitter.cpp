@@ -64,7 +64,7 @@ std::string typeNotation(const Type& type) {
         text += fmt::format(" (SIZE ({}))", rangeText(*type.size));
     }
     if (type.alphabet) {
-        text += fmt::format(" (FROM (\"{}\"))", *type.alphabet);
+        text += fmt::format(" (FROM ({}))", quote(*type.alphabet));
     }
     return text;
 }
@@ -188,9 +188,10 @@ std::string quote(const std::string& text) {
     std::string result = "\"";
     for (const char c : text) {
         const auto octet = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            result += std::string("\\") + c;
-        } else if (octet < ' ' || octet > '~') {
+        // A backslash at the end of a comment would go on in the next line.
+        if (c == '"') {
+            result += "\\\"";
+        } else if (octet < ' ' || octet > '~' || c == '\\' || c == '?') {
             result += fmt::format("\\{:03o}", octet);
         } else {
             result += c;

@@ -20,7 +20,8 @@ std::string emitHeader(const Module& module, const EmitOptions& options);
 /// Encoders and decoders of a module.
 std::string emitSource(const Module& module, const EmitOptions& options);
 
-/// Type descriptions of all modules, for tools and tests.
+/// Type descriptions of all modules, for tools and tests, and the header that declares them.
+std::string emitRegistryHeader();
 std::string emitRegistry(const Model& model, const EmitOptions& options);
 
 /// Tables that tree/message_type.h describes: all types, for decoding into trees. contents gives,

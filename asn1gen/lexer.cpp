@@ -155,6 +155,8 @@ private:
             } else if (text[cursor] == '"') {
                 advance(1);
                 return {TokenKind::String, content, start};
+            } else if (text[cursor] == '\n') {
+                throw SourceError(start, "a string over several lines is not supported");
             } else {
                 content += text[cursor];
                 advance(1);

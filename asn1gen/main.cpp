@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -12,6 +13,7 @@
 #include "asn1gen/codec_limits.h"
 #include "asn1gen/emitter.h"
 #include "asn1gen/layout.h"
+#include "asn1gen/name_check.h"
 #include "asn1gen/parser.h"
 #include "asn1gen/resolver.h"
 
@@ -48,6 +50,12 @@ void writeFile(const std::filesystem::path& path, const std::string& text) {
     }
 }
 
+bool isBeginning(const std::string& prefix) {
+    return prefix.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                    "0123456789_") == std::string::npos &&
+           (prefix.empty() || std::isdigit(static_cast<unsigned char>(prefix[0])) == 0);
+}
+
 std::map<std::string, asn1gen::ModuleOptions>
 moduleOptions(const Arguments& arguments, const std::vector<asn1gen::ModuleSyntax>& modules) {
     std::map<std::string, asn1gen::ModuleOptions> options;
@@ -62,6 +70,10 @@ moduleOptions(const Arguments& arguments, const std::vector<asn1gen::ModuleSynta
                                      ": expected MODULE=PREFIX with a module of the files given");
         }
         found->second.prefix = prefix.substr(equals + 1);
+        if (!isBeginning(found->second.prefix)) {
+            throw std::runtime_error("--prefix " + prefix + ": no C++ name can begin with \"" +
+                                     found->second.prefix + "\"");
+        }
     }
     for (const std::string& name : arguments.plain) {
         const auto found = options.find(name);
@@ -119,12 +131,14 @@ void generate(const Arguments& arguments) {
         return;
     }
     asn1gen::checkCodecLimits(model);
+    asn1gen::checkNames(model);
     const asn1gen::EmitOptions emit{arguments.sourceDirectory};
     std::filesystem::create_directories(directory);
     for (const auto& module : model.modules) {
         writeFile(directory / (module->name + ".h"), emitHeader(*module, emit));
         writeFile(directory / (module->name + ".cpp"), emitSource(*module, emit));
     }
+    writeFile(directory / "type_tables.h", asn1gen::emitRegistryHeader());
     writeFile(directory / "type_tables.cpp", emitRegistry(model, emit));
 }
 
@@ -132,7 +146,7 @@ int run(int argc, char** argv) {
     Arguments arguments;
     CLI::App app("Generates C++ encoders and decoders for aligned and unaligned PER (ITU-T X.691) "
                  "from ASN.1 modules. For each module MODULE.h and MODULE.cpp are written, and "
-                 "type_tables.cpp with a description of all types.");
+                 "type_tables.h and type_tables.cpp with a description of all types.");
     app.add_option("files", arguments.files, "ASN.1 files; imported modules must be among them")
         ->required();
     // One value for each option: the files may stand behind them.

@@ -430,14 +430,9 @@ private:
         if (peek().kind != TokenKind::String) {
             failExpected("a string of the permitted characters");
         }
-        std::string result;
-        for (const char character : take().text) {
-            if (result.find(character) == std::string::npos) {
-                result += character;
-            }
-        }
+        const std::string characters = take().text;
         expect(")");
-        return result;
+        return characters;
     }
 
     // WITH COMPONENTS says which values a sender chooses; it is not PER-visible (X.691 10.3.7)

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "H.323/type_description.h"
+#include "asn1per/type_description.h"
 
 namespace bench {
 

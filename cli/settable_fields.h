@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "H.323/type_description.h"
+#include "asn1per/type_description.h"
 #include "nat/listed/logical_channel.h"
 #include "nat/listed/message_edit.h"
 

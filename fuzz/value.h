@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "H.323/type_description.h"
+#include "asn1per/type_description.h"
 
 namespace fuzzing {
 

@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "H.323/type_description.h"
+#include "asn1per/type_description.h"
 #include "fuzz/input.h"
 
 namespace fuzzing {

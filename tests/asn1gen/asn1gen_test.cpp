@@ -10,6 +10,7 @@
 #include "asn1gen/emitter.h"
 #include "asn1gen/layout.h"
 #include "asn1gen/memory_bound.h"
+#include "asn1gen/name_check.h"
 #include "asn1gen/parser.h"
 #include "asn1gen/resolver.h"
 
@@ -25,6 +26,7 @@ Model modelOf(const std::string& text) {
     Model model = resolve(syntax, options);
     layOut(model);
     checkCodecLimits(model);
+    checkNames(model);
     return model;
 }
 
@@ -88,6 +90,17 @@ constexpr Refusal refusals[] = {
      "test.asn:3: error: an extensible SIZE constraint is not supported"},
     {"A ::= B (SIZE (1..2))\nB ::= SEQUENCE OF NULL",
      "test.asn:3: error: a constraint on the reference to B is not supported"},
+    {"A ::= IA5String (FROM (\"xyz\"))",
+     "test.asn:3: error: XA permits \"x\", which the runtime's IA5String does not have"},
+    {"A ::= SEQUENCE { b SEQUENCE { } }\nA-b ::= NULL2\nNULL2 ::= BOOLEAN",
+     "test.asn:4: error: the C++ name XA_b of a type is that of a type in test.asn:3 too"},
+    {"A ::= CHOICE { b NULL, ... }\nA-bChosen ::= BOOLEAN",
+     "test.asn:4: error: the C++ name XA_bChosen of a type is that of the constant for b in"},
+    {"MemoryPerOctet ::= BOOLEAN",
+     "test.asn:3: error: the C++ name XMemoryPerOctet of a type is that of module M in test.asn:1"},
+    {"A ::= IA5String (FROM (\"a\nb\"))", "test.asn:3: error: a string over several lines"},
+    {"A {P} ::= SEQUENCE { p P, a A {P} OPTIONAL }\nB ::= A {NULL}",
+     "test.asn:3: error: A contains itself by its parameters, without end"},
     {"A ::= B\nB ::= A", "test.asn:3: error: A is defined by nothing but itself"},
     {"A ::= B (1..2)\nB ::= A", "test.asn:3: error: a constraint on the reference to B"},
     {"A ::= SEQUENCE { a NULL", "test.asn:4: error: expected \"}\", found \"END\""},
