@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "asn1gen/codec_limits.h"
+#include "asn1gen/emit_locator.h"
 #include "asn1gen/emitter.h"
 #include "asn1gen/layout.h"
 #include "asn1gen/name_check.h"
@@ -25,6 +26,7 @@ struct Arguments {
     std::vector<std::string> plain;
     std::vector<std::string> contents;
     bool tree = false;
+    std::string places;
     std::string outputDirectory = ".";
     std::string sourceDirectory;
 };
@@ -114,6 +116,16 @@ std::map<std::string, const asn1gen::Type*> contentsOf(const Arguments& argument
     return contents;
 }
 
+void writeLocator(const std::filesystem::path& directory, const asn1gen::Model& model,
+                  const std::string& places) {
+    const auto entries = asn1gen::parseLocateList(readFile(places), places);
+    const asn1gen::LocatePrograms programs = asn1gen::makeLocatePrograms(model, entries);
+    std::filesystem::create_directories(directory);
+    writeFile(directory / "tables.cpp", emitLocatorTables(programs));
+    writeFile(directory / "name_tables.cpp", emitLocatorNames(programs));
+    writeFile(directory / "fields.h", emitLocatorFields(programs));
+}
+
 void generate(const Arguments& arguments) {
     std::vector<asn1gen::ModuleSyntax> modules;
     for (const std::string& file : arguments.files) {
@@ -125,6 +137,10 @@ void generate(const Arguments& arguments) {
     asn1gen::layOut(model);
 
     const std::filesystem::path directory = arguments.outputDirectory;
+    if (!arguments.places.empty()) {
+        writeLocator(directory, model, arguments.places);
+        return;
+    }
     if (arguments.tree) {
         std::filesystem::create_directories(directory);
         writeFile(directory / "message_types.cpp", emitTree(model, contentsOf(arguments, model)));
@@ -162,6 +178,9 @@ int run(int argc, char** argv) {
                    "MEMBER=MODULE.TYPE: octet strings of members with this name hold encodings of "
                    "this type (for --tree)")
         ->allow_extra_args(false);
+    app.add_option("--locate", arguments.places,
+                   "LIST: write the locator's tables for the places that this file lists "
+                   "(tables.cpp, name_tables.cpp, fields.h) instead of codecs");
     app.add_option("--source-directory", arguments.sourceDirectory,
                    "Put before file names in #include and in error reports, such as \"codec/\"");
     app.add_option("-o,--output", arguments.outputDirectory, "Directory of the generated files");
