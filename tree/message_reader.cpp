@@ -83,7 +83,9 @@ public:
             result.failedAt = static_cast<size_t>(lastPosition / 8);
             result.failedPath = failedPath(result.root);
         }
-        result.octetsRead = static_cast<size_t>((pu_bitPosition(ctx) + 7) / 8);
+        result.octetsRead = result.status == PER_OK
+                                ? static_cast<size_t>((pu_bitPosition(ctx) + 7) / 8)
+                                : result.failedAt;
         noteRest();
         result.oddities = oddities;
         return result;
@@ -109,7 +111,9 @@ private:
         if (buffer < base || buffer > base + message.size()) {
             return unknownOffset;
         }
-        const uint64_t found = (uint64_t{buffer} - base) * 8 + pu_bitPosition(ctx);
+        // A failed read may have moved the cursor behind the octets that there are.
+        const uint64_t inside = std::min(pu_bitPosition(ctx), uint64_t{ctx->size} * 8);
+        const uint64_t found = (uint64_t{buffer} - base) * 8 + inside;
         lastPosition = found;
         return found;
     }
@@ -136,15 +140,25 @@ private:
         }
         const uint64_t start = position();
         node.bitOffset = start;
-        contentBits = 0;
         typed(type, contents, node);
         const uint64_t end = position();
         if (start == unknownOffset || end == unknownOffset) {
             node.bitOffset = unknownOffset;
         } else if (node.kind != NodeKind::Octets && node.kind != NodeKind::Bits) {
-            node.bitLength = end - start;
+            node.bitOffset = start + paddingBefore(type, start);
+            node.bitLength = end - node.bitOffset;
         }
         --depth;
+    }
+
+    /// A bounded INTEGER of 256 to 65536 values takes whole octets (X.691 10.5.7).
+    static uint64_t paddingBefore(const MessageType& type, uint64_t position) {
+        constexpr int64_t oneOctet = 0xFF;
+        constexpr int64_t twoOctets = 0xFFFF;
+        const bool whole = type.kind == TypeKind::Integer && type.bounded && !type.extensible &&
+                           type.upper - type.lower >= oneOctet &&
+                           type.upper - type.lower <= twoOctets;
+        return whole ? (8 - position % 8) % 8 : 0;
     }
 
     void typed(const MessageType& type, const MessageType* contents, Node& node) {
@@ -503,7 +517,6 @@ private:
     ShortStrings shortStrings;
     PerContext* ctx = nullptr;
     uint64_t lastPosition = 0;
-    uint64_t contentBits = 0;
     size_t depth = 0;
     size_t nodes = 0;
     uint32_t oddities = 0;
@@ -541,7 +554,7 @@ const MessageType* findMessageType(std::string_view name) {
         if (known == wanted) {
             return messageTypes[i];
         }
-        if (withoutPrefix == nullptr && known.substr(std::min(prefix, known.size())) == wanted) {
+        if (known.substr(std::min(prefix, known.size())) == wanted) {
             withoutPrefix = messageTypes[i];
         }
     }

@@ -65,7 +65,8 @@ DecodedMessage decodeMessage(const MessageType& type, std::span<const uint8_t> o
 // Reading ends with PER_NO_MEMORY when a message has more nodes.
 constexpr size_t mostNodes = 200000;
 
-// By the name in the tables, or the name in the module ("Setup-UUIE"); null when there is none.
+// By the name in the tables, or the name in the module ("Setup-UUIE", the last one where modules
+// share a name); null when there is none.
 const MessageType* findMessageType(std::string_view name);
 
 // One line a node, two blanks deeper for each level:

@@ -103,6 +103,27 @@ const char* kindName(NodeKind kind) {
     return names[static_cast<size_t>(kind)];
 }
 
+bool isSurrogate(const std::string& text, size_t at, char first, char last) {
+    return text.compare(at, 3, "\\ud") == 0 && at + 3 < text.size() && text[at + 3] >= first &&
+           text[at + 3] <= last;
+}
+
+/// Halves of characters that stand alone are no text for JSON.
+std::string pairedText(std::string text) {
+    constexpr size_t escape = 6;
+    for (size_t at = text.find('\\'); at != std::string::npos; at = text.find('\\', at)) {
+        if (isSurrogate(text, at, '8', 'b') && isSurrogate(text, at + escape, 'c', 'f')) {
+            at += 2 * escape;
+            continue;
+        }
+        if (isSurrogate(text, at, '8', 'f')) {
+            text.replace(at, escape, "\\ufffd");
+        }
+        at += escape;
+    }
+    return text;
+}
+
 void appendJson(std::string& json, const Node& node) {
     json += R"({"name":")" + node.name + R"(","kind":")" + kindName(node.kind) + '"';
     const bool bare = node.kind == NodeKind::Boolean ||
@@ -110,7 +131,7 @@ void appendJson(std::string& json, const Node& node) {
     const bool valued = node.kind != NodeKind::Sequence && node.kind != NodeKind::List &&
                         node.kind != NodeKind::Null && !(bare && node.value.empty());
     if (valued) {
-        json += R"(,"value":)" + (bare ? node.value : '"' + node.value + '"');
+        json += R"(,"value":)" + (bare ? node.value : '"' + pairedText(node.value) + '"');
     }
     if (node.bitOffset != unknownOffset) {
         json += R"(,"bitOffset":)" + std::to_string(node.bitOffset);
