@@ -22,6 +22,7 @@ struct ReplayOptions {
     uint32_t publicAddress = 0;
     uint32_t publishedAddress = 0; // 0 for none
     bool strict = false;
+    bool listed = false;
     bool json = false;
 };
 
@@ -36,6 +37,7 @@ gateway::ReferenceHostSettings hostSettings(const ReplayOptions& options) {
     settings.publicAddress = options.publicAddress;
     settings.publishedAddress = options.publishedAddress;
     settings.lossless = !options.strict;
+    settings.fullScope = !options.listed && !options.strict;
     return settings;
 }
 
@@ -60,13 +62,12 @@ void fail(const std::string& message) {
 }
 
 // Frame by frame, so that memory does not grow with the file.
-void replayFrames(gateway::CaptureReader& reader, gateway::CaptureWriter& writer,
-                  gateway::Replay& replay, Progress& progress) {
+void replayFrames(gateway::CaptureReader& reader, gateway::Replay& replay, Progress& progress) {
     gateway::CapturedFrame frame;
     while (reader.next(frame)) {
+        const uint64_t number = frame.number;
         replay.process(frame);
-        writer.write(frame);
-        progress.update(frame.number, [&] { return reader.progress(); });
+        progress.update(number, [&] { return reader.progress(); });
     }
 }
 
@@ -76,14 +77,15 @@ int replayCapture(const ReplayOptions& options) {
     gateway::CaptureReader reader(options.input);
     std::ostream& out = options.output == "-" ? std::cerr : std::cout;
     const auto report = options.json ? makeJsonReport(out) : makeTextReport(out);
-    gateway::Replay replay(hostSettings(options), reader.linkType(), *report);
     gateway::CaptureWriter writer(options.output, reader);
+    gateway::Replay replay(hostSettings(options), reader.linkType(), *report,
+                           [&writer](const auto& frame) { writer.write(frame); });
     Progress progress;
 
     int status = 0;
     std::string failure;
     try {
-        replayFrames(reader, writer, replay, progress);
+        replayFrames(reader, replay, progress);
     } catch (const gateway::CaptureError& error) {
         failure = error.what();
     }
@@ -92,6 +94,7 @@ int replayCapture(const ReplayOptions& options) {
         fail(failure + " (" + std::to_string(replay.totals().packets) + " frames replayed)");
         status = exitFaults;
     }
+    replay.finish();
     writer.finish();
     report->onEnd(replay.totals());
     out.flush();
@@ -158,8 +161,17 @@ void addReplayCommand(CLI::App& app, int& exitStatus) {
         ->required();
     addAddress(*command, "--publish", options->publishedAddress,
                "private host that takes calls from outside (TCP port 1720)");
+    command
+        ->add_option_function<std::string>(
+            "--scope", [options](const std::string& scope) { options->listed = scope == "listed"; },
+            "full: every address, both ways, any number of hosts and calls; listed: the module's "
+            "default, a fixed list of translations")
+        ->check(CLI::IsMember({"full", "listed"}))
+        ->type_name("SCOPE")
+        ->default_str("full");
     command->add_flag("--strict", options->strict,
-                      "encode changed messages anew instead of replacing octets");
+                      "the listed scope, and encode changed messages anew instead of replacing "
+                      "octets");
     command->add_flag("--json", options->json, "report as one JSON object a line");
     command->callback([options, &exitStatus] { exitStatus = runReplay(*options); });
 }

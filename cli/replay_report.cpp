@@ -11,10 +11,10 @@
 namespace cli {
 namespace {
 
-using gateway::Direction;
 using gateway::MappingRequest;
-using gateway::ObservedMessage;
 using gateway::ReplayTotals;
+using gateway::ReportedAddress;
+using gateway::ReportedMessage;
 using gateway::Verdict;
 
 // Packets that leave as they came, each with its name in JSON and in words.
@@ -32,18 +32,23 @@ constexpr Untouched untouched[] = {
     {Verdict::Foreign, "foreign", "neither from nor to a private host"},
     {Verdict::NoMapping, "noMapping", "from outside without a mapping"},
     {Verdict::NoPort, "noPort", "for which no public port was left"},
+    {Verdict::Repetition, "repetitions", "repeated while their message was waited for, left out"},
 };
 
-const char* wordFor(Direction direction) {
-    return direction == Direction::Sent ? "sent" : "received";
+const char* directionOf(const ReportedMessage& message) {
+    return message.direction == H323NAT_SENT ? "sent" : "received";
 }
 
 const char* wordFor(MappingRequest::Kind kind) {
     return kind == MappingRequest::Kind::Media ? "media" : "control";
 }
 
-std::string nameOf(const ObservedMessage& message) {
-    return message.description.decoded ? message.description.name : "undecodable";
+std::string nameOf(const ReportedMessage& message) {
+    return message.name.empty() ? "unknown" : message.name;
+}
+
+std::string fieldOf(const ReportedAddress& address) {
+    return gateway::shortPath(address.path);
 }
 
 std::string remoteOf(const MappingRequest& request) {
@@ -88,16 +93,23 @@ public:
              << (request.reused ? ", open before" : "") << '\n';
     }
 
-    void onRewrite(const gateway::CapturedFrame& frame, Direction direction,
-                   const ObservedMessage& message) override {
-        begin(frame) << std::left << std::setw(10) << wordFor(direction) << nameOf(message);
-        const char* separator = ": ";
-        for (const auto& change : message.changes) {
-            out_ << separator << change.field << ' ' << gateway::toText(change.from) << " → "
-                 << gateway::toText(change.to);
-            separator = ", ";
+    void onMessage(const gateway::CapturedFrame& frame, const ReportedMessage& message,
+                   const std::vector<ReportedAddress>& remaining) override {
+        if (!message.rewritten.empty()) {
+            begin(frame) << std::left << std::setw(10) << directionOf(message) << nameOf(message);
+            const char* separator = ": ";
+            for (const ReportedAddress& address : message.rewritten) {
+                out_ << separator << fieldOf(address) << ' ' << gateway::toText(address.from)
+                     << " → " << gateway::toText(address.to);
+                separator = ", ";
+            }
+            out_ << '\n';
         }
-        out_ << (message.changes.empty() ? " changed, but no address" : "") << '\n';
+        for (const ReportedAddress& address : remaining) {
+            begin(frame) << std::left << std::setw(10) << "left" << nameOf(message) << ": "
+                         << fieldOf(address) << ' ' << gateway::toText(address.from) << ": "
+                         << gateway::leftCauseText(address.cause) << '\n';
+        }
     }
 
     void onEnd(const ReplayTotals& totals) override {
@@ -123,7 +135,17 @@ public:
              << "  " << totals.nothingToTranslate << " left alone: nothing to translate\n";
         if (totals.privateAddressKept > 0) {
             out_ << "  " << totals.privateAddressKept
-                 << " left alone with a private address in them: h323nat(1) tells the causes\n";
+                 << " left alone with a private address in them\n";
+        }
+        if (totals.addressesKept > 0) {
+            out_ << totals.addressesKept << " private addresses went out: see \"left\" above\n";
+        }
+        if (totals.hold.held > 0) {
+            out_ << totals.hold.held << " segments waited for the rest of their message";
+            if (totals.hold.completed < totals.hold.held) {
+                out_ << ", " << totals.hold.held - totals.hold.completed << " in vain";
+            }
+            out_ << '\n';
         }
         out_ << totals.mappings << " mappings";
         if (totals.refusedMappings > 0) {
@@ -163,18 +185,29 @@ public:
         write(line);
     }
 
-    void onRewrite(const gateway::CapturedFrame& frame, Direction direction,
-                   const ObservedMessage& message) override {
-        Json line = begin("rewrite", frame);
-        line["direction"] = wordFor(direction);
-        line["message"] = nameOf(message);
-        line["changes"] = Json::array();
-        for (const auto& change : message.changes) {
-            line["changes"].push_back({{"field", change.field},
-                                       {"from", gateway::toText(change.from)},
-                                       {"to", gateway::toText(change.to)}});
+    void onMessage(const gateway::CapturedFrame& frame, const ReportedMessage& message,
+                   const std::vector<ReportedAddress>& remaining) override {
+        if (!message.rewritten.empty()) {
+            Json line = begin("rewrite", frame);
+            line["direction"] = directionOf(message);
+            line["message"] = nameOf(message);
+            line["changes"] = Json::array();
+            for (const ReportedAddress& address : message.rewritten) {
+                line["changes"].push_back({{"field", address.path},
+                                           {"from", gateway::toText(address.from)},
+                                           {"to", gateway::toText(address.to)}});
+            }
+            write(line);
         }
-        write(line);
+        for (const ReportedAddress& address : remaining) {
+            Json line = begin("left", frame);
+            line["direction"] = directionOf(message);
+            line["message"] = nameOf(message);
+            line["field"] = address.path;
+            line["address"] = gateway::toText(address.from);
+            line["cause"] = gateway::leftCauseName(address.cause);
+            write(line);
+        }
     }
 
     void onEnd(const ReplayTotals& totals) override {
@@ -186,6 +219,7 @@ public:
         line["undecodable"] = totals.undecodable;
         line["leftAlone"] = {{"nothingToTranslate", totals.nothingToTranslate},
                              {"privateAddressKept", totals.privateAddressKept}};
+        line["addressesKept"] = totals.addressesKept;
         line["rewrittenPackets"] = totals.rewrittenPackets;
         line["mappings"] = totals.mappings;
         line["refusedMappings"] = totals.refusedMappings;
@@ -197,6 +231,9 @@ public:
         }
         groups["ipv6"] = totals.ipv6;
         line["untouched"] = groups;
+        line["held"] = {{"segments", totals.hold.held}, {"completed", totals.hold.completed},
+                        {"late", totals.hold.late},     {"crowded", totals.hold.crowded},
+                        {"broken", totals.hold.broken}, {"repeated", totals.hold.repeated}};
         write(line);
     }
 

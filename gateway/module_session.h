@@ -13,7 +13,32 @@ struct ModuleSettings {
     uint32_t publicAddress = 0;
     uint32_t publishedAddress = 0; // private host that accepts calls from outside; 0 for none
     bool lossless = true; // replace octets where they stand; otherwise encode whole messages anew
+    bool fullScope = false;
+    uint32_t calls = 0; // with fullScope: room for so many; 0 for the module's own number
 };
+
+// What the module tells while it looks at a packet. Records and their octets are valid during the
+// call only. Nothing of it may call the session.
+class ModuleObserver {
+public:
+    ModuleObserver() = default;
+    ModuleObserver(const ModuleObserver&) = delete;
+    ModuleObserver& operator=(const ModuleObserver&) = delete;
+    virtual ~ModuleObserver() = default;
+
+    virtual void onMessage(const H323ObservedMessage& message) = 0;
+    virtual void onRewritten(const H323ObservedAddress& address) = 0;
+    virtual void onLeft(const H323ObservedAddress& address) = 0;
+    virtual void onCallBegan(const H323ObservedCall& call) = 0;
+    virtual void onCallEnded(const H323ObservedCall& call) = 0;
+    virtual void onAnnounced(const H323ObservedConnection& connection) = 0;
+    virtual void onOver(const H323ObservedConnection& connection) = 0;
+};
+
+// Name and text of a cause for which an address stays, H323NAT_LEFT_...: "not-the-senders" and "not
+// the sender's own address".
+const char* leftCauseName(uint32_t cause);
+const char* leftCauseText(uint32_t cause);
 
 // The module, started with callbacks that lead to one Translator. The module's state is global,
 // so a process has at most one session at a time, used from one thread.
@@ -22,7 +47,9 @@ public:
     // Starts the module afresh. Throws std::runtime_error when another session lives, when the
     // loaded library is not the module, or when it cannot start. `translator` must outlive the
     // session.
-    ModuleSession(Translator& translator, const ModuleSettings& settings);
+    // So must `observer`, which may be null.
+    ModuleSession(Translator& translator, const ModuleSettings& settings,
+                  ModuleObserver* observer = nullptr);
     ModuleSession(const ModuleSession&) = delete;
     ModuleSession& operator=(const ModuleSession&) = delete;
     ~ModuleSession();

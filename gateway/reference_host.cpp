@@ -44,9 +44,12 @@ Verdict verdictOf(PacketKind kind) {
 
 } // namespace
 
-ReferenceHost::ReferenceHost(const ReferenceHostSettings& settings)
+ReferenceHost::ReferenceHost(const ReferenceHostSettings& settings, ModuleObserver* observer)
     : settings_(settings), flows_(flowSettings(settings)),
-      module_(*this, {settings.publicAddress, settings.publishedAddress, settings.lossless}) {
+      module_(*this,
+              {settings.publicAddress, settings.publishedAddress, settings.lossless,
+               settings.fullScope},
+              observer) {
     if (settings.publishedAddress != 0) {
         flows_.publish({settings.publishedAddress, callSignalPort});
     }
@@ -72,7 +75,26 @@ PacketOutcome ReferenceHost::process(std::span<uint8_t> packet, Seconds now) {
     requests_.clear();
     // Captures may step back in time; idle times may not.
     now_ = std::max(now_, now);
+    return translate(packet, Show::Packet);
+}
 
+std::vector<PacketOutcome> ReferenceHost::processJoint(std::span<HeldSegment> segments,
+                                                       Seconds now) {
+    std::vector<uint8_t> joint = joinSegments(segments);
+    const PacketOutcome shown = process(joint, now);
+    std::vector<bool> changed(segments.size(), false);
+    if (shown.verdict == Verdict::Translated) {
+        changed = splitJoint(joint, segments);
+    }
+    std::vector<PacketOutcome> outcomes;
+    for (size_t i = 0; i < segments.size(); ++i) {
+        outcomes.push_back(translate(segments[i].packet, Show::Nothing));
+        outcomes.back().payloadChanged = changed[i];
+    }
+    return outcomes;
+}
+
+PacketOutcome ReferenceHost::translate(std::span<uint8_t> packet, Show show) {
     PacketOutcome outcome;
     PacketLayout layout;
     const PacketKind kind = classifyPacket(packet, layout);
@@ -85,14 +107,14 @@ PacketOutcome ReferenceHost::process(std::span<uint8_t> packet, Seconds now) {
         return outcome;
     }
     if (outcome.direction == Direction::Sent) {
-        processSent(packet, layout, outcome);
+        processSent(packet, layout, show, outcome);
     } else {
-        processReceived(packet, layout, outcome);
+        processReceived(packet, layout, show, outcome);
     }
     return outcome;
 }
 
-void ReferenceHost::processSent(std::span<uint8_t> packet, const PacketLayout& layout,
+void ReferenceHost::processSent(std::span<uint8_t> packet, const PacketLayout& layout, Show show,
                                 PacketOutcome& outcome) {
     const FlowId insideView{layout.protocol, sourceOf(packet, layout),
                             destinationOf(packet, layout)};
@@ -101,7 +123,7 @@ void ReferenceHost::processSent(std::span<uint8_t> packet, const PacketLayout& l
         outcome.verdict = Verdict::NoPort;
         return;
     }
-    if (!outcome.truncated) {
+    if (!outcome.truncated && show == Show::Packet) {
         outcome.payloadChanged = module_.send(packet, layout);
     }
     replaceSource(packet, layout, flow->publicEndpoint());
@@ -109,14 +131,14 @@ void ReferenceHost::processSent(std::span<uint8_t> packet, const PacketLayout& l
 }
 
 void ReferenceHost::processReceived(std::span<uint8_t> packet, const PacketLayout& layout,
-                                    PacketOutcome& outcome) {
+                                    Show show, PacketOutcome& outcome) {
     Flow* const flow =
         flowOfReceived(layout, sourceOf(packet, layout), destinationOf(packet, layout));
     if (flow == nullptr) {
         outcome.verdict = Verdict::NoMapping;
         return;
     }
-    if (!outcome.truncated) {
+    if (!outcome.truncated && show == Show::Packet) {
         replaceDestination(packet, layout, flow->publicEndpoint());
         outcome.payloadChanged = module_.receive(packet, layout);
     }

@@ -3,6 +3,7 @@
 #include "gateway/flow_table.h"
 #include "gateway/ipv4_packet.h"
 #include "gateway/module_session.h"
+#include "gateway/segment_hold.h"
 #include "gateway/translator.h"
 
 #include <cstdint>
@@ -18,6 +19,7 @@ struct ReferenceHostSettings {
     uint32_t publicAddress = 0;
     uint32_t publishedAddress = 0; // accepts TCP port 1720 from outside; 0 for none
     bool lossless = true;
+    bool fullScope = false;
     FlowTableSettings flows; // its publicAddress is overwritten
 };
 
@@ -30,10 +32,11 @@ enum class Verdict {
     OtherProtocol,
     NotIpv4,
     Malformed,
-    NoMapping, // from outside, and no flow or open port of a private host takes it
-    NoPort,    // from inside, and no public port is left
+    NoMapping,  // from outside, and no flow or open port of a private host takes it
+    NoPort,     // from inside, and no public port is left
+    Repetition, // of a segment that is held; dropped by whoever holds it
 };
-constexpr size_t verdictCount = static_cast<size_t>(Verdict::NoPort) + 1;
+constexpr size_t verdictCount = static_cast<size_t>(Verdict::Repetition) + 1;
 
 struct PacketOutcome {
     Verdict verdict = Verdict::NotIpv4;
@@ -60,7 +63,9 @@ struct MappingRequest {
 class ReferenceHost final : private Translator {
 public:
     // Throws std::runtime_error when the module cannot start.
-    explicit ReferenceHost(const ReferenceHostSettings& settings);
+    // `observer` is told what the module does, and outlives the host; it may be null.
+    explicit ReferenceHost(const ReferenceHostSettings& settings,
+                           ModuleObserver* observer = nullptr);
 
     // Which way a packet goes, judged by its addresses alone; nullopt when it never reaches the
     // NAT (Local, Foreign). `packet` holds at least an IPv4 header.
@@ -73,7 +78,11 @@ public:
     // of a truncated one are adjusted.
     PacketOutcome process(std::span<uint8_t> packet, Seconds now);
 
-    // The mappings asked for during the last call of process.
+    // The same for segments of one direction of a connection that carry whole messages together:
+    // the module is shown one packet of them all. Gives what became of each.
+    std::vector<PacketOutcome> processJoint(std::span<HeldSegment> segments, Seconds now);
+
+    // The mappings asked for during the last call of process or processJoint.
     [[nodiscard]] const std::vector<MappingRequest>& mappingRequests() const { return requests_; }
 
 private:
@@ -83,8 +92,13 @@ private:
     HostMappingRecord* findInside(const Endpoint& inside, const Endpoint& remote) override;
     HostMappingRecord* findOutside(const Endpoint& publicEndpoint, const Endpoint& remote) override;
 
-    void processSent(std::span<uint8_t> packet, const PacketLayout& layout, PacketOutcome& outcome);
-    void processReceived(std::span<uint8_t> packet, const PacketLayout& layout,
+    // Whether the module is to see a packet, or has seen its payload already.
+    enum class Show { Packet, Nothing };
+
+    PacketOutcome translate(std::span<uint8_t> packet, Show show);
+    void processSent(std::span<uint8_t> packet, const PacketLayout& layout, Show show,
+                     PacketOutcome& outcome);
+    void processReceived(std::span<uint8_t> packet, const PacketLayout& layout, Show show,
                          PacketOutcome& outcome);
     Flow* flowOfReceived(const PacketLayout& layout, const Endpoint& source,
                          const Endpoint& destination);

@@ -3,14 +3,28 @@
 #include "gateway/link_layer.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace gateway {
+namespace {
 
-Replay::Replay(const ReferenceHostSettings& settings, int linkType, ReplayListener& listener)
-    : inside_(settings.inside), linkType_(linkType), listener_(listener), host_(settings) {}
+constexpr uint16_t callSignalPort = 1720;
+
+Milliseconds millisecondsOf(const CaptureTime& time) {
+    return time.seconds * 1000 + time.nanoseconds / 1'000'000;
+}
+
+} // namespace
+
+Replay::Replay(const ReferenceHostSettings& settings, int linkType, ReplayListener& listener,
+               FrameSink sink)
+    : inside_(settings.inside), linkType_(linkType), holds_(settings.fullScope),
+      listener_(listener), sink_(std::move(sink)), host_(settings, &log_) {}
 
 void Replay::process(CapturedFrame& frame) {
     ++totals_.packets;
+    now_ = std::max(now_, millisecondsOf(frame.time));
+    expire(frame.time, false);
     const NetworkLayer network = networkLayer(linkType_, frame.octets);
     if (network.protocol == NetworkProtocol::Ipv4) {
         processIpv4(frame, network.offset);
@@ -18,77 +32,152 @@ void Replay::process(CapturedFrame& frame) {
     }
     ++totals_.verdicts.at(static_cast<size_t>(Verdict::NotIpv4));
     totals_.ipv6 += network.protocol == NetworkProtocol::Ipv6 ? 1 : 0;
+    pass(frame, network.offset, false);
 }
 
 void Replay::processIpv4(CapturedFrame& frame, size_t offset) {
     const auto packet = std::span<uint8_t>(frame.octets).subspan(offset);
     PacketLayout layout;
-    const PacketKind kind = classifyPacket(packet, layout);
-    const bool whole = kind == PacketKind::Tcp || kind == PacketKind::Udp;
-    if (whole) {
-        const auto payload = packet.subspan(layout.payloadOffset, layout.payloadLength);
-        before_.assign(payload.begin(), payload.end());
+    if (holds_ && classifyPacket(packet, layout) == PacketKind::Tcp &&
+        hold(frame, offset, packet, layout)) {
+        return;
     }
+    note(host_.process(packet, frame.time.seconds));
+    report(frame);
+    pass(frame, offset, false);
+}
 
-    const PacketOutcome outcome = host_.process(packet, frame.time.seconds);
+// A SYN tells where messages begin; connections that are none of ours are not followed from there.
+bool Replay::mayHold(const PacketLayout& layout, std::span<const uint8_t> packet) const {
+    if ((tcpFlags(packet, layout) & tcpSyn) == 0) {
+        return true;
+    }
+    const Endpoint source = sourceOf(packet, layout);
+    const Endpoint destination = destinationOf(packet, layout);
+    return source.port == callSignalPort || destination.port == callSignalPort ||
+           log_.isAnnounced(source) || log_.isAnnounced(destination);
+}
+
+// True when the frame is taken care of.
+bool Replay::hold(CapturedFrame& frame, size_t offset, std::span<const uint8_t> packet,
+                  const PacketLayout& layout) {
+    Direction direction = Direction::Sent;
+    if (host_.route(packet, direction) != Verdict::Translated || !mayHold(layout, packet)) {
+        return false;
+    }
+    const FlowId flow{Protocol::Tcp, sourceOf(packet, layout), destinationOf(packet, layout)};
+    ReleasedSegments released;
+    const uint64_t token = firstWaiting_ + waiting_.size();
+    switch (hold_.take(flow, packet, layout, token, now_, released)) {
+    case SegmentHold::Decision::Pass:
+        return false;
+    case SegmentHold::Decision::Held:
+        pass(frame, offset, true);
+        return true;
+    case SegmentHold::Decision::Drop:
+        ++totals_.verdicts.at(static_cast<size_t>(Verdict::Repetition));
+        return true;
+    case SegmentHold::Decision::Release:
+        break;
+    }
+    pass(frame, offset, true);
+    letGo(released);
+    writeReady();
+    return true;
+}
+
+void Replay::expire(const CaptureTime& now, bool all) {
+    if (hold_.heldOctets() == 0) {
+        return;
+    }
+    ReleasedSegments released;
+    while (hold_.expire(std::max(now_, millisecondsOf(now)), all, released)) {
+        letGo(released);
+    }
+    writeReady();
+}
+
+void Replay::letGo(ReleasedSegments& released) {
+    const auto waitingOf = [this](const HeldSegment& segment) -> Waiting& {
+        return waiting_.at(static_cast<size_t>(segment.token - firstWaiting_));
+    };
+    const CapturedFrame& last = waitingOf(released.segments.back()).frame;
+    std::vector<PacketOutcome> outcomes;
+    if (released.joint) {
+        outcomes = host_.processJoint(released.segments, last.time.seconds);
+        report(last);
+    }
+    for (size_t i = 0; i < released.segments.size(); ++i) {
+        HeldSegment& segment = released.segments[i];
+        Waiting& waiting = waitingOf(segment);
+        if (!released.joint) {
+            outcomes.push_back(host_.process(segment.packet, waiting.frame.time.seconds));
+            report(waiting.frame);
+        }
+        note(outcomes[i]);
+        std::copy(segment.packet.begin(), segment.packet.end(),
+                  waiting.frame.octets.begin() + static_cast<std::ptrdiff_t>(waiting.offset));
+        waiting.held = false;
+    }
+    released.segments.clear();
+}
+
+void Replay::note(const PacketOutcome& outcome) {
     ++totals_.verdicts.at(static_cast<size_t>(outcome.verdict));
     totals_.truncated += outcome.verdict == Verdict::Translated && outcome.truncated ? 1 : 0;
+    totals_.rewrittenPackets += outcome.payloadChanged ? 1 : 0;
+}
+
+void Replay::report(const CapturedFrame& frame) {
     for (const MappingRequest& request : host_.mappingRequests()) {
         ++(request.granted ? totals_.mappings : totals_.refusedMappings);
         listener_.onMapping(frame, request);
     }
-    if (whole && outcome.verdict == Verdict::Translated) {
-        observe(frame, packet, layout, outcome);
-    }
-}
-
-void Replay::observe(const CapturedFrame& frame, std::span<const uint8_t> packet,
-                     const PacketLayout& layout, const PacketOutcome& outcome) {
-    ObservedPayload payload;
-    payload.direction = outcome.direction;
-    payload.insideView = outcome.insideView;
-    if (!tracker_.mayCarryMessages(payload.insideView)) {
-        return;
-    }
-    if (layout.protocol == Protocol::Tcp) {
-        payload.sequence = sequenceNumber(packet, layout);
-        payload.tcpFlags = tcpFlags(packet, layout);
-    }
-    payload.before = before_;
-    payload.after = packet.subspan(layout.payloadOffset, layout.payloadLength);
-    totals_.rewrittenPackets +=
-        std::equal(before_.begin(), before_.end(), payload.after.begin()) ? 0 : 1;
-
-    for (const ObservedMessage& message : tracker_.observe(payload)) {
-        count(outcome.direction, message);
-        if (message.rewritten) {
-            listener_.onRewrite(frame, outcome.direction, message);
+    for (const ReportedMessage& message : log_.takeMessages()) {
+        std::vector<ReportedAddress> remaining;
+        if (message.direction == H323NAT_SENT) {
+            remaining = addressesRemaining(message, inside_);
         }
+        count(message, remaining);
+        listener_.onMessage(frame, message, remaining);
     }
 }
 
-bool Replay::announcesPrivateAddress(const MessageDescription& description) const {
-    return std::any_of(
-               description.fields.begin(), description.fields.end(),
-               [this](const auto& field) { return inside_.contains(field.value.address); }) ||
-           std::any_of(description.controlAddresses.begin(), description.controlAddresses.end(),
-                       [this](const auto& endpoint) { return inside_.contains(endpoint.address); });
-}
-
-void Replay::count(Direction direction, const ObservedMessage& message) {
-    if (message.repeated) {
-        return;
-    }
+void Replay::count(const ReportedMessage& message, const std::vector<ReportedAddress>& remaining) {
     ++totals_.messages;
-    if (message.rewritten) {
+    totals_.addressesKept += remaining.size();
+    if (!message.rewritten.empty()) {
         ++totals_.rewritten;
-    } else if (!message.description.decoded) {
+    } else if ((message.flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) != 0) {
         ++totals_.undecodable;
-    } else if (direction == Direction::Sent && announcesPrivateAddress(message.description)) {
+    } else if (!remaining.empty()) {
         ++totals_.privateAddressKept;
     } else {
         ++totals_.nothingToTranslate;
     }
+}
+
+// The frame goes on at once when none before it waits.
+void Replay::pass(CapturedFrame& frame, size_t offset, bool held) {
+    if (waiting_.empty() && !held) {
+        sink_(frame);
+        ++firstWaiting_;
+        return;
+    }
+    waiting_.push_back({std::move(frame), offset, held});
+}
+
+void Replay::writeReady() {
+    while (!waiting_.empty() && !waiting_.front().held) {
+        sink_(waiting_.front().frame);
+        waiting_.pop_front();
+        ++firstWaiting_;
+    }
+}
+
+void Replay::finish() {
+    expire({}, true);
+    totals_.hold = hold_.counts();
 }
 
 } // namespace gateway

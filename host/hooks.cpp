@@ -7,6 +7,8 @@
 #include "host/packet_headers.h"
 #include "host/routing_rules.h"
 #include "include/h323nat.h"
+#include "nat/full/scope.h"
+#include "nat/full/segments.h"
 #include "nat/listed/connection_pools.h"
 #include "nat/listed/inbound_state.h"
 
@@ -21,9 +23,10 @@ static void mark(PacketDescriptor& descriptor, bool changed) {
 }
 
 RARE_PATH static uint32_t receiveSegment(HostContext* hostContext, PacketDescriptor& descriptor) {
+    const PacketView packet = {descriptor.ipHeader, descriptor.transportHeader,
+                               descriptor.transportLength};
     TcpSegment segment;
-    if (readTcp({descriptor.ipHeader, descriptor.transportHeader, descriptor.transportLength},
-                segment)) {
+    if (receivedLengthsAgree(packet) && readTcp(packet, segment)) {
         mark(descriptor, applyReceivingRules(hostContext, segment));
     }
     return 0;
@@ -47,7 +50,63 @@ RARE_PATH static uint32_t sendDatagram(HostContext* hostContext, PacketDescripto
     return 0;
 }
 
-// Both may say yes to a packet that no rule takes, never no to one that a rule takes.
+RARE_PATH static uint32_t receiveInFullScope(HostContext* hostContext,
+                                             PacketDescriptor& descriptor) {
+    const PacketView packet = {descriptor.ipHeader, descriptor.transportHeader,
+                               descriptor.transportLength};
+    TcpSegment segment;
+    UdpDatagram datagram;
+    if (ipProtocol(packet.ip) == protocolTcp) {
+        mark(descriptor,
+             readTcp(packet, segment) && full_scope::receiveSegment(hostContext, segment));
+    } else {
+        mark(descriptor,
+             readUdp(packet, datagram) && full_scope::receiveDatagram(hostContext, datagram));
+    }
+    return 0;
+}
+
+RARE_PATH static uint32_t sendInFullScope(HostContext* hostContext, PacketDescriptor& descriptor) {
+    const PacketView packet = {descriptor.moduleIpHeader, descriptor.transportHeader,
+                               descriptor.transportLength};
+    TcpSegment segment;
+    UdpDatagram datagram;
+    if (ipProtocol(packet.ip) == protocolTcp) {
+        mark(descriptor, readTcp(packet, segment) && full_scope::sendSegment(hostContext, segment));
+    } else {
+        mark(descriptor,
+             readUdp(packet, datagram) && full_scope::sendDatagram(hostContext, datagram));
+    }
+    return 0;
+}
+
+// All may say yes to a packet that no rule takes, never no to one that a rule takes.
+
+static bool mayReceiveInFullScope(const uint8_t* ip, const uint8_t* transport,
+                                  uint32_t transportLength) {
+    const uint8_t protocol = ipProtocol(ip);
+    if (protocol == protocolTcp) {
+        return transportLength >= shortestTcpHeader &&
+               full_scope::mayBeFollowed({ipSource(ip), readField<Ports>(transport).source});
+    }
+    if (protocol != protocolUdp || transportLength < udpHeaderLength) {
+        return false;
+    }
+    const auto ports = readField<Ports>(transport);
+    return full_scope::mayReceiveDatagram(ports.source, ports.destination);
+}
+
+static bool maySendInFullScope(const uint8_t* ip, const uint8_t* transport,
+                               uint32_t transportLength) {
+    const uint8_t protocol = ipProtocol(ip);
+    if (protocol == protocolTcp) {
+        return transportLength >= shortestTcpHeader &&
+               full_scope::maySend({ipDestination(ip), readField<Ports>(transport).destination},
+                                   (transport[13] & 0x12u) == 0x12u);
+    }
+    return protocol == protocolUdp && transportLength >= udpHeaderLength &&
+           full_scope::maySendDatagram(readField<Ports>(transport).destination);
+}
 
 static bool mayMatchReceiving(Ports ports) {
     // One comparison for both source ports; few others lie between them.
@@ -76,6 +135,12 @@ uint32_t TarvexPacketOnReceiving(HostContext* hostContext, PacketDescriptor* des
     descriptor->transportLengthCopy1 = static_cast<uint16_t>(transportLength);
     descriptor->transportLengthCopy2 = static_cast<uint16_t>(transportLength);
 
+    if (full_scope::state.active) {
+        return transportLength >= 0 &&
+                       mayReceiveInFullScope(ip, transport, descriptor->transportLength)
+                   ? receiveInFullScope(hostContext, *descriptor)
+                   : 0;
+    }
     if (ipProtocol(ip) == protocolTcp &&
         transportLength >= static_cast<int32_t>(shortestTcpHeader) &&
         mayMatchReceiving(readField<Ports>(transport))) {
@@ -86,6 +151,11 @@ uint32_t TarvexPacketOnReceiving(HostContext* hostContext, PacketDescriptor* des
 
 uint32_t TarvexPacketOnSending(HostContext* hostContext, PacketDescriptor* descriptor) {
     const uint8_t* ip = descriptor->moduleIpHeader;
+    if (full_scope::state.active) {
+        return maySendInFullScope(ip, descriptor->transportHeader, descriptor->transportLength)
+                   ? sendInFullScope(hostContext, *descriptor)
+                   : 0;
+    }
     if (descriptor->transportLength < udpHeaderLength) {
         return 0;
     }

@@ -1,13 +1,13 @@
 #include "host/packet_headers.h"
 
-static bool ipLengthsAgree(const PacketView& packet) {
+bool receivedLengthsAgree(const PacketView& packet) {
     const uint32_t headerLength = ipHeaderLength(packet.ip);
     return headerLength >= shortestIpHeader &&
            headerLength + packet.transportLength <= ipTotalLength(packet.ip);
 }
 
 bool readTcp(const PacketView& packet, TcpSegment& segment) {
-    if (!ipLengthsAgree(packet) || packet.transportLength < shortestTcpHeader) {
+    if (packet.transportLength < shortestTcpHeader) {
         return false;
     }
     uint8_t* tcp = packet.transport;
@@ -18,7 +18,10 @@ bool readTcp(const PacketView& packet, TcpSegment& segment) {
     const auto ports = readField<Ports>(tcp);
     segment.flow = {ipSource(packet.ip), ipDestination(packet.ip), ports.source, ports.destination};
     segment.sequence = readField<uint32_t>(tcp + 4);
+    segment.acknowledgement = readField<uint32_t>(tcp + 8);
+    segment.fin = (tcp[13] & 0x01u) != 0;
     segment.syn = (tcp[13] & 0x02u) != 0;
+    segment.rst = (tcp[13] & 0x04u) != 0;
     segment.ack = (tcp[13] & 0x10u) != 0;
     segment.payload = tcp + headerLength;
     segment.length = packet.transportLength - headerLength;
@@ -26,7 +29,7 @@ bool readTcp(const PacketView& packet, TcpSegment& segment) {
 }
 
 bool readUdp(const PacketView& packet, UdpDatagram& datagram) {
-    if (!ipLengthsAgree(packet) || packet.transportLength < udpHeaderLength) {
+    if (packet.transportLength < udpHeaderLength) {
         return false;
     }
     uint8_t* udp = packet.transport;
@@ -34,7 +37,9 @@ bool readUdp(const PacketView& packet, UdpDatagram& datagram) {
     if (datagramLength < udpHeaderLength || datagramLength > packet.transportLength) {
         return false;
     }
-    datagram.destinationAddress = ipDestination(packet.ip);
+    const auto ports = readField<Ports>(udp);
+    datagram.flow = {ipSource(packet.ip), ipDestination(packet.ip), ports.source,
+                     ports.destination};
     datagram.payload = udp + udpHeaderLength;
     datagram.length = datagramLength - udpHeaderLength;
     return true;

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "nat/flow_key.h"
+#include "nat/packet.h"
 
 inline constexpr uint8_t protocolTcp = 6;
 inline constexpr uint8_t protocolUdp = 17;
@@ -53,22 +53,11 @@ struct PacketView {
     uint32_t transportLength; // TCP or UDP header and payload
 };
 
-struct TcpSegment {
-    FlowKey flow;
-    uint32_t sequence;
-    bool syn;
-    bool ack;
-    uint8_t* payload;
-    uint32_t length; // of the payload; may be 0
-};
-
-struct UdpDatagram {
-    uint32_t destinationAddress;
-    uint8_t* payload;
-    uint32_t length; // of the payload; may be 0
-};
+// Whether the lengths that the receiving hook computed from the IP header agree with it.
+bool receivedLengthsAgree(const PacketView& packet);
 
 // Both answer false when a length contradicts another or a header is too short; then nothing may be
-// read. The packet's protocol must be the right one.
+// read. The packet's protocol must be the right one. The IP header's own length is not looked at: a
+// host that sends may not have written it yet.
 bool readTcp(const PacketView& packet, TcpSegment& segment);
 bool readUdp(const PacketView& packet, UdpDatagram& datagram);

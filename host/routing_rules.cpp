@@ -5,6 +5,7 @@
 #include "nat/listed/inbound_control.h"
 #include "nat/listed/inbound_signalling.h"
 #include "nat/listed/inbound_state.h"
+#include "nat/listed/observed.h"
 #include "nat/listed/outbound_control.h"
 #include "nat/listed/outbound_signalling.h"
 #include "nat/listed/ras.h"
@@ -62,9 +63,14 @@ static bool receiveInboundSignalling(HostContext* hostContext, const TcpSegment&
                                        segment.syn ? 1 : 0) == rewritten;
 }
 
+static bool isFollowed(const CallSignalConnection* call) {
+    observeCallNumber(call == nullptr ? 0 : call->callNumber);
+    return call != nullptr;
+}
+
 static bool sendOutboundSignalling(HostContext* hostContext, const TcpSegment& segment) {
     return segment.flow.destinationPort == callSignallingPort &&
-           findByInsideFlow(segment.flow) != nullptr &&
+           isFollowed(findByInsideFlow(segment.flow)) &&
            SendCallSignalSegment(hostContext, segment.payload, segment.length) == rewritten;
 }
 
@@ -116,6 +122,7 @@ static constexpr Rule sendingRules[] = {sendOutboundSignalling, sendOutboundCont
 
 bool applyReceivingRules(HostContext* hostContext, const TcpSegment& segment) {
     bool changed = false;
+    observePacket(H323NAT_RECEIVED, segment.flow);
     for (const Rule rule : receivingRules) {
         changed |= rule(hostContext, segment);
     }
@@ -123,6 +130,7 @@ bool applyReceivingRules(HostContext* hostContext, const TcpSegment& segment) {
 }
 
 bool applySendingRules(HostContext* hostContext, const TcpSegment& segment) {
+    observePacket(H323NAT_SENT, segment.flow);
     for (const Rule rule : sendingRules) {
         if (rule(hostContext, segment)) {
             return true;
@@ -132,6 +140,7 @@ bool applySendingRules(HostContext* hostContext, const TcpSegment& segment) {
 }
 
 bool applyRasRule(HostContext* hostContext, const UdpDatagram& datagram) {
+    observePacket(H323NAT_SENT, datagram.flow);
     return TranslateRasMessage(hostContext, datagram.payload, datagram.length,
-                               datagram.destinationAddress) == rewritten;
+                               datagram.flow.destinationAddress) == rewritten;
 }

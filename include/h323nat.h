@@ -111,8 +111,9 @@ typedef struct HostMappingRecord {
 /*
  * One packet on its way through a hook. The IP header is IPv4 without link-layer header. The host
  * has converted the headers' 16- and 32-bit fields (IP total length and addresses; TCP or UDP
- * ports, TCP sequence number, UDP length) to its own byte order; single octets stand where the wire
- * has them, and the payload is untouched wire data. No pointer needs alignment.
+ * ports, TCP sequence and acknowledgement numbers, UDP length) to its own byte order; single octets
+ * stand where the wire has them, and the payload is untouched wire data. No pointer needs
+ * alignment.
  *
  * The record and the packet belong to the host and need to live only during the call.
  */
@@ -283,6 +284,176 @@ H323NAT_API uint32_t H323NAT_CALL TarvexPacketOnSending(HostContext* hostContext
  * Result: the mode in force. Any other value changes nothing.
  */
 H323NAT_API uint32_t H323NAT_CALL H323SetRewriteMode(uint32_t mode);
+
+/* Which addresses are translated; see H323SetTranslationScope. */
+#define H323NAT_SCOPE_LISTED UINT32_C(0)
+#define H323NAT_SCOPE_FULL UINT32_C(1)
+
+/*
+ * Chooses which addresses are translated. State: started, between packets; holds until the next
+ * H323InitializeDLL, which goes back to the listed scope.
+ *
+ *   H323NAT_SCOPE_LISTED   the list of translations of outbound calls, one inbound call and the
+ *                          registration of a private host. `calls` is not looked at. The default.
+ *   H323NAT_SCOPE_FULL     every address of a private host in H.225.0 call signalling, RAS and
+ *                          H.245, in both directions, of any protocol version, for any number of
+ *                          private hosts. Only octets of addresses and ports are written, whatever
+ *                          H323SetRewriteMode says. `calls` calls can be followed at once; 0: 1,000
+ *
+ * In the full scope the host is asked for mappings by the same functions. HostOpenControlMapping
+ * also serves signalling endpoints and T.120, HostOpenMediaMapping also RAS endpoints, of which one
+ * port is enough; an observer's connectionAnnounced follows and tells which of them it was. The
+ * remote address is UNKNOWN_REMOTE_ADDRESS, except for RAS. A media mapping counts as refused when
+ * its answer is the private endpoint itself, or an address or port of 0. The published host's ports
+ * 1720 and 1503 are the same outside, and the host forwards them. HostFindOutsideMapping tells
+ * whose connection an answer from outside (SYN and ACK) belongs to; HostFindInsideMapping is asked
+ * before media records are linked under those of an H.245 connection.
+ *
+ * All memory of the full scope is taken here, nothing later. A call forgets all calls that are
+ * followed, also when the scope stays the same; the memory of an earlier call is given back.
+ *
+ * Result: 1, or 0 when memory does not suffice or the scope is none of these. Nothing has changed
+ * then.
+ */
+H323NAT_API uint32_t H323NAT_CALL H323SetTranslationScope(uint32_t scope, uint32_t calls);
+
+/* Octets or characters of a message; not terminated. They may be looked at during the call only. */
+typedef struct H323Octets {
+    const uint8_t* data; /* null when length is 0 */
+    uint32_t length;
+} H323Octets;
+
+/* An IPv4 endpoint, in numbers as all of them. An address or port of 0: any, or not known. */
+typedef struct H323Endpoint {
+    uint32_t address;
+    uint16_t port;
+    uint16_t reserved; /* 0 */
+} H323Endpoint;
+
+/* What a message, a connection or an address is for. */
+#define H323NAT_ROLE_SIGNALLING UINT32_C(1) /* H.225.0 call signalling, TCP */
+#define H323NAT_ROLE_H245 UINT32_C(2)       /* H.245, TCP */
+#define H323NAT_ROLE_RAS UINT32_C(3)        /* H.225.0 RAS, UDP */
+#define H323NAT_ROLE_MEDIA UINT32_C(4)      /* RTP and RTCP, UDP; of addresses only */
+#define H323NAT_ROLE_T120 UINT32_C(5)       /* T.120, TCP */
+
+#define H323NAT_SENT UINT32_C(0)     /* by a private host */
+#define H323NAT_RECEIVED UINT32_C(1) /* from outside */
+
+/* Bits of H323ObservedMessage.flags. */
+#define H323NAT_MESSAGE_REPEATED UINT32_C(1) /* its octets were sent before */
+#define H323NAT_MESSAGE_SIGNED                                                                     \
+    UINT32_C(2)                                    /* it carries H.235 tokens over its content: a  \
+                                                      receiver may refuse it once it is rewritten */
+#define H323NAT_MESSAGE_NOT_UNDERSTOOD UINT32_C(4) /* it made no sense from some point on */
+
+/*
+ * A message that the module read. Told before any octet of it changes; the addressRewritten and
+ * addressLeft that follow, up to the next message or the hook's return, are of this message.
+ */
+typedef struct H323ObservedMessage {
+    uint32_t role;             /* H323NAT_ROLE_SIGNALLING, _H245 or _RAS */
+    uint32_t direction;        /* H323NAT_SENT or H323NAT_RECEIVED */
+    uint32_t flags;            /* H323NAT_MESSAGE_... */
+    H323Endpoint inside;       /* the private end as the packet names it: of a received packet the
+                                  destination before translation */
+    H323Endpoint outside;      /* the other end */
+    H323Octets name;           /* of the message: "setup", "openLogicalChannel" */
+    H323Octets callIdentifier; /* 16 octets, or none */
+    H323Octets octets;         /* the PER encoding, without TPKT and Q.931 */
+    uint64_t call;             /* number of the call that it is counted to; 0: of none */
+} H323ObservedMessage;
+
+/*
+ * Why an address stays as it is: X(NAME, number, text). Hosts make counters and texts of it; a host
+ * must expect further numbers.
+ */
+#define H323NAT_LEFT_CAUSES(X)                                                                     \
+    X(NOT_THE_SENDERS, 1, "not the sender's own address")                                          \
+    X(REFUSED, 2, "the host opened no mapping")                                                    \
+    X(LOW_PORT, 3, "port below 1024")                                                              \
+    X(HOST_LIMIT, 4, "the private host has too many mappings")                                     \
+    X(ALREADY_SENT, 5, "octets left in an earlier segment")                                        \
+    X(OTHER_OCTETS, 6, "the packet holds other octets than were read")                             \
+    X(FRAGMENTED, 7, "lies in a fragmented string")                                                \
+    X(NOT_UNDERSTOOD, 8, "the message makes no sense further on")                                  \
+    X(NOT_LISTED, 9, "the scope does not translate this place")                                    \
+    X(NOT_CONFIRMED, 10, "no gatekeeper has answered yet")                                         \
+    X(NO_RECORD, 11, "no record was free for it")                                                  \
+    X(NO_PORT, 12, "the public port has no neighbour for RTCP")
+
+enum {
+#define H323NAT_LEFT_CAUSE(name, number, text) H323NAT_LEFT_##name = number,
+    H323NAT_LEFT_CAUSES(H323NAT_LEFT_CAUSE)
+#undef H323NAT_LEFT_CAUSE
+        H323NAT_LEFT_BEYOND
+};
+
+/* An address of the message just told. */
+typedef struct H323ObservedAddress {
+    uint32_t role;     /* H323NAT_ROLE_..., 0: none */
+    uint32_t offset;   /* of its 4 octets in H323ObservedMessage.octets; the 2 of the port follow */
+    H323Octets path;   /* "h323-uu-pdu.h323-message-body.setup.fastStart[0]...." */
+    H323Endpoint from; /* as it stood */
+    H323Endpoint to;   /* as it stands now; of an address that was left the same */
+    uint32_t cause;    /* left: H323NAT_LEFT_...; rewritten: 0 */
+} H323ObservedAddress;
+
+/* How a call ended. */
+#define H323NAT_END_RELEASED UINT32_C(1) /* by a ReleaseComplete */
+#define H323NAT_END_CLOSED UINT32_C(2)   /* its connection was closed */
+#define H323NAT_END_FORGOTTEN                                                                      \
+    UINT32_C(3) /* its record went to another call, or the scope changed */
+
+typedef struct H323ObservedCall {
+    uint64_t call;      /* from 1 on; no number comes twice */
+    uint32_t direction; /* H323NAT_SENT: the private host calls */
+    H323Endpoint inside;
+    H323Endpoint outside;
+    H323Octets callIdentifier; /* 16 octets, or none */
+    H323Octets callingAlias; /* the first one of the Setup, characters as they stand: digits, or */
+    H323Octets calledAlias;  /* an h323-ID in UTF-16, most significant octet first */
+    uint32_t cause;          /* ended: the Q.850 cause of the release; 0: none was told */
+    uint32_t end;            /* ended: H323NAT_END_... */
+} H323ObservedCall;
+
+/* A connection whose packets, both ways, the module wants to see. */
+typedef struct H323ObservedConnection {
+    uint32_t role;               /* H323NAT_ROLE_..., not _MEDIA */
+    uint32_t protocol;           /* 6: TCP, 17: UDP */
+    H323Endpoint inside;         /* the private end */
+    H323Endpoint publicEndpoint; /* what stands for it outside, if the module knows it */
+    H323Endpoint outside;        /* the other end */
+    uint64_t call;               /* 0: of none */
+} H323ObservedConnection;
+
+/*
+ * Functions of the host that are told what happens, in both scopes. Each may be null. They are
+ * called from inside the hooks and setters, on the calling thread. They must not call the module
+ * and must not keep a pointer that they are given: records and octets may be looked at until the
+ * function returns. Nothing that they do changes what the module does.
+ *
+ * A connection is announced before the message that tells of it goes on: a host that picks the
+ * packets for the module by a filter sets that filter up before it lets the packet pass.
+ */
+typedef struct H323Observer {
+    uint32_t size; /* octets of this record as the host knows it: sizeof(H323Observer) */
+    void* context; /* given to every function */
+    void(H323NAT_CALL* messageRead)(void* context, const H323ObservedMessage* message);
+    void(H323NAT_CALL* addressRewritten)(void* context, const H323ObservedAddress* address);
+    void(H323NAT_CALL* addressLeft)(void* context, const H323ObservedAddress* address);
+    void(H323NAT_CALL* callBegan)(void* context, const H323ObservedCall* call);
+    void(H323NAT_CALL* callEnded)(void* context, const H323ObservedCall* call);
+    void(H323NAT_CALL* connectionAnnounced)(void* context,
+                                            const H323ObservedConnection* connection);
+    void(H323NAT_CALL* connectionOver)(void* context, const H323ObservedConnection* connection);
+} H323Observer;
+
+/*
+ * Sets the functions that are told what happens, in place of those set before; null: none. State:
+ * any, between packets. The record is copied, as far as `size` says.
+ */
+H323NAT_API void H323NAT_CALL H323SetObserver(const H323Observer* observer);
 
 #ifdef __cplusplus
 }

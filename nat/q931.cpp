@@ -42,3 +42,29 @@ Q931Element nextUserInformation(Q931Walk& walk, OctetRange& range) {
     }
     return Q931Element::End;
 }
+
+uint8_t causeOfRelease(const uint8_t* message, size_t length) {
+    constexpr uint8_t causeIdentifier = 0x08;
+    constexpr uint8_t lastOctet = 0x80; // of a group: no octet 3a follows
+    size_t offset = firstElementOffset;
+    while (offset + ordinaryHeader <= length) {
+        const uint8_t* element = message + offset;
+        if (element[0] & singleOctetFlag) {
+            offset += 1;
+            continue;
+        }
+        if (element[0] == userUserIdentifier) {
+            return 0; // it comes behind the Cause
+        }
+        const size_t content = element[1];
+        if (content > length - offset - ordinaryHeader) {
+            return 0;
+        }
+        if (element[0] == causeIdentifier && content >= 2) {
+            const size_t place = (element[2] & lastOctet) != 0 ? 3 : 4;
+            return place < content + ordinaryHeader ? element[place] & 0x7f : 0;
+        }
+        offset += ordinaryHeader + content;
+    }
+    return 0;
+}

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "asn1per/asn1per.h"
+#include "nat/listed/observed.h"
 #include "nat/wall_clock.h"
 
 CallSignalPool callSignalPool;
@@ -56,12 +57,29 @@ template <typename Record> static void giveBack(RecordLists& lists, Record& reco
     pushFront(lists.freeList, *std::construct_at(&record));
 }
 
+static void tellForgotten(const CallSignalConnection& record) {
+    observeEnd(record, H323NAT_END_FORGOTTEN);
+}
+
+static void tellForgotten(const ControlChannelConnection& record) {
+    observeControl(record, true);
+}
+
+template <typename Record> static void giveBackAll(RecordLists& lists) {
+    while (lists.activeList.next != &lists.activeList) {
+        auto& record = *static_cast<Record*>(lists.activeList.next);
+        tellForgotten(record);
+        giveBack(lists, record);
+    }
+}
+
 template <typename Record> static void giveBackIdle(RecordLists& lists) {
     const uint32_t now = wallClockSeconds();
     for (ListLink* link = lists.activeList.next; link != &lists.activeList;) {
         auto& record = *static_cast<Record*>(link);
         link = link->next;
         if (isIdle(now, record.lastActivity)) {
+            tellForgotten(record);
             giveBack(lists, record);
         }
     }
@@ -113,6 +131,15 @@ void releaseRecord(CallSignalPool& pool, CallSignalConnection& record) {
 
 void releaseRecord(ControlChannelPool& pool, ControlChannelConnection& record) {
     giveBack(pool, record);
+    indexAnew(pool);
+}
+
+void releaseAllRecords(CallSignalPool& pool) {
+    giveBackAll<CallSignalConnection>(pool);
+}
+
+void releaseAllRecords(ControlChannelPool& pool) {
+    giveBackAll<ControlChannelConnection>(pool);
     indexAnew(pool);
 }
 

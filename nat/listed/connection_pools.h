@@ -43,6 +43,7 @@ struct CallSignalConnection : ListLink {
     ControlChannelConnection* controlChannel;
     uint32_t lastActivity; // wall clock, seconds
     uint32_t lastMessage;  // h323-message-body alternative of the last message looked at
+    uint64_t callNumber;   // for observers
     StreamBuffer stream;
 };
 
@@ -74,6 +75,10 @@ ControlChannelConnection* takeRecord(ControlChannelPool& pool);
 // Clears an active record and puts it at the head of the free list.
 void releaseRecord(CallSignalPool& pool, CallSignalConnection& record);
 void releaseRecord(ControlChannelPool& pool, ControlChannelConnection& record);
+
+// Releases every active record.
+void releaseAllRecords(CallSignalPool& pool);
+void releaseAllRecords(ControlChannelPool& pool);
 
 // Releases every active record that has been idle for more than 60 seconds. Runs right before a
 // record is taken, never else.

@@ -2,6 +2,7 @@
 
 #include "nat/host_callbacks.h"
 #include "nat/listed/inbound_state.h"
+#include "nat/listed/observed.h"
 #include "nat/listed/stream_message.h"
 
 namespace {
@@ -36,6 +37,7 @@ void translateConnect(MessageEdit& edit, HostContext* hostContext,
     if (refused == 0) {
         setEndpoint(edit, control, {publicAddress, static_cast<uint16_t>(publicPort)});
         writeBack(edit);
+        observeInboundControl({publicAddress, static_cast<uint16_t>(publicPort)});
     }
 }
 

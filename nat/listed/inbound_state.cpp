@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "nat/listed/observed.h"
 #include "nat/wall_clock.h"
 
 InboundMappingState inboundMappingState;
@@ -12,13 +13,16 @@ void ResetInboundMapping() {
 }
 
 static bool inboundCallIsIdle() {
-    return isIdle(wallClockSeconds(), inboundMappingState.lastActivity);
+    // The distance to 0, a state without a call, is negative for half of all times.
+    const uint32_t lastActivity = inboundMappingState.lastActivity;
+    return lastActivity == 0 || isIdle(wallClockSeconds(), lastActivity);
 }
 
 void ActivateInboundMapping(uint32_t address) {
     if (address != 0 && address == inboundMappingState.publishedAddress && !inboundCallIsIdle()) {
         return;
     }
+    observeInboundEnd(H323NAT_END_FORGOTTEN);
     ResetInboundMapping();
     inboundMappingState.publishedAddress = address;
 }
@@ -28,11 +32,13 @@ void BeginInboundCall(uint32_t remoteAddress, uint16_t remotePort) {
         return;
     }
     const uint32_t publishedAddress = inboundMappingState.publishedAddress;
+    observeInboundEnd(H323NAT_END_FORGOTTEN);
     ResetInboundMapping();
     inboundMappingState.publishedAddress = publishedAddress;
     inboundMappingState.lastActivity = wallClockSeconds();
     inboundMappingState.remoteAddress = remoteAddress;
     inboundMappingState.remoteSignallingPort = remotePort;
+    observeInboundBegin();
 }
 
 uint32_t AppendInboundSegment(StreamBuffer& buffer, const StreamSegment& segment,

@@ -14,6 +14,7 @@ struct InboundMappingState {
     uint16_t publishedControlPort; // the published host's H.245 port, from its Connect
     uint16_t remoteControlPort;    // the outside party's H.245 port
     uint32_t lastActivity;         // wall clock, seconds; 0 after a reset, which is idle
+    uint64_t callNumber;           // for observers; 0: no call yet
     // At most inboundBufferCapacity octets of each buffer are used.
     StreamBuffer signallingFromRemote; // outside party to published host
     StreamBuffer signallingToRemote;   // published host to outside party

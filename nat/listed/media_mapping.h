@@ -1,5 +1,5 @@
-// What the rules for media channels share: asking the host for a mapping, linking the host's
-// records of a pair, and the two ports of a pair (RTP on N, RTCP on N + 1).
+// What the listed rules for media channels share: the two ports of a pair (RTP on N, RTCP on N +
+// 1).
 //
 // A public RTP port of 65535 has no RTCP port. Where a message names the pair's RTCP address, both
 // addresses of the pair then stay as they are: one half rewritten would send media to one host and
@@ -8,32 +8,16 @@
 
 #include <cstdint>
 
-#include "include/h323nat.h"
-#include "nat/flow_key.h"
 #include "nat/listed/logical_channel.h"
 #include "nat/listed/message_edit.h"
+#include "nat/media_records.h"
 
-// The host's answer to HostOpenMediaMapping, its out values in order.
-struct MediaMapping {
-    uint32_t publicPort; // only the low 16 bits count
-    uint32_t publicAddress;
-    HostMappingRecord* first; // the host's records of the pair
-    HostMappingRecord* second;
-    uint8_t skipLinking;
-};
-
-// Asks the host for a mapping of a private endpoint towards a remote address. `mapping` keeps its
-// public port and address where the host writes none; the rest is cleared before the call.
+// openMediaMapping of nat/media_records.h for an endpoint of a decoded message.
 void openMediaMapping(HostContext* hostContext, Endpoint privateEndpoint, uint32_t remoteAddress,
                       MediaMapping& mapping);
 
 // The public endpoint of a mapping.
 Endpoint publicEndpoint(const MediaMapping& mapping);
-
-// Puts the pair's records at the head of the media records of the H.245 connection that the private
-// host sends as `controlFlow`, unless the host asked to skip it or set no records. Gives the host's
-// record of that connection; null when nothing was linked.
-HostMappingRecord* linkToControlConnection(const MediaMapping& mapping, const FlowKey& controlFlow);
 
 // Sets the addresses of a media pair: its RTP endpoint becomes `rtp`, its RTCP endpoint, if the
 // message names one, the same address with the port behind. Gives false, and sets nothing, when

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "nat/listed/observed.h"
 #include "nat/listed/rewrite_mode.h"
 #include "nat/listed/translation_counts.h"
 #include "nat/listed/unchanged_check.h"
@@ -81,10 +82,12 @@ bool openMessage(MessageEdit& edit, MessageEdit* outer, MessageOctets octets, Pa
         }
         if (status == PER_OK) {
             noteDecoded(edit);
+            observeRead(edit, true);
             return true;
         }
         pu_freeContext(&edit.context);
     }
+    observeRead(edit, false);
     countTranslation(outer == nullptr ? &TranslationCounts::messagesNotDecoded
                                       : &TranslationCounts::elementsNotDecoded);
     return false;
@@ -100,7 +103,7 @@ static uint8_t* placeInPacket(const MessageEdit& edit, const uint8_t* field, uin
     }
     const MessageEdit& message = edit.outer != nullptr ? *edit.outer : edit;
     const ptrdiff_t index = message.place.start + (source - message.octets.data);
-    if (index < 0) {
+    if (index < 0 || static_cast<size_t>(index) + count > message.place.length) {
         countTranslation(&TranslationCounts::placesGone);
         return nullptr;
     }
@@ -151,7 +154,8 @@ int32_t writeBack(MessageEdit& edit) {
     if (lossless()) {
         return PER_OK;
     }
-    if (edit.place.start < 0) {
+    const PacketPlace& place = edit.place;
+    if (place.start < 0 || static_cast<size_t>(place.start) + edit.octets.count > place.length) {
         countTranslation(&TranslationCounts::messagesGone);
         return PER_OK;
     }
@@ -172,6 +176,7 @@ int32_t writeBack(MessageEdit& edit) {
 }
 
 void closeMessage(MessageEdit& edit) {
+    observeDone(edit);
     if constexpr (debugChecks) {
         if (lossless() && edit.outer == nullptr) {
             checkPacket();

@@ -3,7 +3,7 @@
 //
 //     H225RasMessage message;
 //     MessageEdit edit;
-//     if (decodeMessage(edit, {datagram, length}, {datagram, 0}, message)) {
+//     if (decodeMessage(edit, {datagram, length}, {datagram, 0, length}, message)) {
 //         ... find endpoints in `message`, setEndpoint(edit, field, value) ...
 //         writeBack(edit);
 //         closeMessage(edit);
@@ -33,12 +33,13 @@ struct MessageOctets {
     size_t count;
 };
 
-// Where those octets lie in the packet: the first one at segment[start]. A negative start says that
-// the message began in an earlier segment; octet i lies in the packet when start + i >= 0. The
-// packet holds the message up to its last octet.
+// Where those octets lie in the packet, whose payload is `length` octets at `segment`: octet i at
+// segment[start + i], if that is in the packet at all. A negative start says that the message began
+// in an earlier segment; its end can have come before its middle.
 struct PacketPlace {
     uint8_t* segment;
     ptrdiff_t start;
+    size_t length;
 };
 
 // A message between decodeMessage or decodeElement and closeMessage. Its members belong to the
@@ -94,5 +95,6 @@ bool decodeMessage(MessageEdit& edit, MessageOctets octets, PacketPlace place, R
 
 template <typename Record>
 bool decodeElement(MessageEdit& edit, MessageEdit& outer, MessageOctets octets, Record& record) {
-    return openMessage(edit, &outer, octets, {octets.data, 0}, codecOf(record), &record);
+    return openMessage(edit, &outer, octets, {octets.data, 0, octets.count}, codecOf(record),
+                       &record);
 }

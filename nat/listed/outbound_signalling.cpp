@@ -2,6 +2,7 @@
 
 #include "nat/host_callbacks.h"
 #include "nat/listed/fast_start.h"
+#include "nat/listed/observed.h"
 #include "nat/listed/stream_message.h"
 #include "nat/wall_clock.h"
 
@@ -32,6 +33,7 @@ int32_t followCall(const FlowKey& key) {
         record->insideFlow.sourceAddress = host->insideAddress;
         record->insideFlow.sourcePort = host->insidePort;
     }
+    observeBegin(*record);
     return 0;
 }
 
@@ -56,6 +58,7 @@ void followControlChannel(CallSignalConnection& call, const H225TransportAddress
     control->publicAddress = call.outsideFlow.destinationAddress;
     control->callHostRecord = findHostRecord(call.outsideFlow);
     call.controlChannel = control;
+    observeControl(*control, false);
 }
 
 // The h245Address of a received message; null when its body has none or may not be used.
@@ -114,7 +117,7 @@ bool translateSetup(HostContext* hostContext, uint8_t* octets, size_t count,
                     MediaMapping& mapping) {
     H225H323_UserInformation message;
     MessageEdit edit;
-    if (!decodeMessage(edit, {octets, count}, {octets, 0}, message)) {
+    if (!decodeMessage(edit, {octets, count}, {octets, 0, count}, message)) {
         return false;
     }
     const auto& body = message.h323_uu_pdu.h323_message_body;
@@ -139,10 +142,12 @@ int32_t ReceiveCallSignalSegment(const FlowKey& key, uint8_t* payload, uint32_t 
     if (length == 0) {
         return 0;
     }
+    observeCallNumber(record->callNumber);
     if (appendSegment(*record, {payload, length, sequence}, {processReceived, record}) != 0) {
         return segmentRefused;
     }
     if (record->lastMessage == H225H323_UU_PDU_h323_message_body_releaseCompleteChosen) {
+        observeEnd(*record, H323NAT_END_RELEASED);
         releaseRecord(callSignalPool, *record);
     }
     return 0;

@@ -45,7 +45,7 @@ uint32_t TranslateRasMessage(HostContext* hostContext, uint8_t* datagram, uint32
                              uint32_t destinationAddress) {
     H225RasMessage message;
     MessageEdit edit;
-    if (!decodeMessage(edit, {datagram, length}, {datagram, 0}, message)) {
+    if (!decodeMessage(edit, {datagram, length}, {datagram, 0, length}, message)) {
         return 0;
     }
     bool translated = false;

@@ -1,6 +1,5 @@
 #include "nat/listed/stream_buffer.h"
 
-#include <algorithm>
 #include <cstring>
 
 using Octets = std::bitset<streamBufferCapacity>;
@@ -15,6 +14,13 @@ static void store(StreamBuffer& stream, size_t position, const uint8_t* octets, 
     stream.written |= firstOctets(count) << position;
 }
 
+// Counts on over what was written behind a gap that is filled now.
+static void countHeld(StreamBuffer& stream) {
+    while (stream.heldBytes < streamBufferCapacity && stream.written[stream.heldBytes]) {
+        ++stream.heldBytes;
+    }
+}
+
 static uint32_t tpktLength(const StreamBuffer& stream) {
     if (stream.heldBytes < tpktHeaderLength) {
         return 0;
@@ -23,29 +29,7 @@ static uint32_t tpktLength(const StreamBuffer& stream) {
 }
 
 static bool holdsWholeMessage(const StreamBuffer& stream) {
-    if (stream.messageLength == 0 || stream.heldBytes < stream.messageLength) {
-        return false;
-    }
-    // The header counts even if it states less than its own length.
-    const size_t needed = std::max(stream.messageLength, tpktHeaderLength);
-    return (~stream.written & firstOctets(needed)).none();
-}
-
-// The segment begins with octets that were dropped already: keep those from data[0] on.
-static Placement placeTail(StreamBuffer& stream, const StreamSegment& segment, int32_t offset,
-                           uint32_t capacity) {
-    const int64_t tail = int64_t{offset} + segment.length;
-    if (tail <= 0) {
-        return Placement::nothingNew;
-    }
-    if (stream.heldBytes + tail > capacity) {
-        return Placement::refused;
-    }
-    const auto count = static_cast<uint32_t>(tail);
-    store(stream, stream.heldBytes, segment.payload + (segment.length - count), count);
-    stream.segmentOffset = static_cast<int32_t>(stream.heldBytes) + offset;
-    stream.heldBytes += count;
-    return Placement::placed;
+    return stream.messageLength != 0 && stream.heldBytes >= stream.messageLength;
 }
 
 Placement placeSegment(StreamBuffer& stream, const StreamSegment& segment, uint32_t capacity) {
@@ -53,16 +37,19 @@ Placement placeSegment(StreamBuffer& stream, const StreamSegment& segment, uint3
         stream.baseSequence = segment.sequence;
     }
     const auto offset = static_cast<int32_t>(segment.sequence - stream.baseSequence);
-    if (offset < 0) {
-        return placeTail(stream, segment, offset, capacity);
-    }
     const int64_t end = int64_t{offset} + segment.length;
     if (end > capacity) {
         return Placement::refused;
     }
-    store(stream, static_cast<uint32_t>(offset), segment.payload, segment.length);
     stream.segmentOffset = offset;
-    stream.heldBytes = static_cast<uint32_t>(end);
+    stream.segmentLength = segment.length;
+    if (end <= 0) {
+        return Placement::nothingNew;
+    }
+    const uint32_t first = offset < 0 ? 0 : static_cast<uint32_t>(offset);
+    const auto count = static_cast<uint32_t>(end) - first;
+    store(stream, first, segment.payload + (segment.length - count), count);
+    countHeld(stream);
     return Placement::placed;
 }
 
@@ -81,15 +68,13 @@ void consumeMessage(StreamBuffer& stream) {
     const uint32_t dropped = stream.messageLength;
     stream.baseSequence += dropped;
     stream.heldBytes -= dropped;
-    if (stream.heldBytes == 0) {
+    stream.written >>= dropped;
+    if (stream.written.none()) {
         std::memset(stream.data, 0, sizeof stream.data);
-        stream.written.reset();
         stream.messageLength = 0;
         return;
     }
-    std::memmove(stream.data, stream.data + dropped, stream.heldBytes);
-    // What stays behind the held octets is a leftover of the move, no segment's octet.
-    stream.written = (stream.written >> dropped) & firstOctets(stream.heldBytes);
+    std::memmove(stream.data, stream.data + dropped, streamBufferCapacity - dropped);
     stream.segmentOffset -= static_cast<int32_t>(dropped);
     stream.messageLength = tpktLength(stream);
 }

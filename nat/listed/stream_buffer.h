@@ -4,8 +4,8 @@
 // owner's processor as soon as its last octet arrived, and dropped afterwards, so that a message
 // always starts at position 0.
 //
-// A segment that leaves a gap is held, and the gap's octets are not a message: a processor sees a
-// message only when segments wrote every octet of it since the last message was dropped.
+// A segment that leaves a gap is held at its place until the gap is filled. A processor sees a
+// message only when segments brought every octet of it.
 #pragma once
 
 #include <bitset>
@@ -20,8 +20,9 @@ struct StreamBuffer {
     uint8_t* segmentData;    // payload of the current segment in the packet; null outside a hook
     int32_t segmentOffset;   // position in data of segmentData[0]; negative when messages before it
                              // in the same segment were dropped
+    uint32_t segmentLength;  // octets at segmentData
     uint32_t messageChanged; // a processor sets it to 1 when it rewrote a message in the segment
-    uint32_t heldBytes;      // octets held from position 0 on
+    uint32_t heldBytes;      // octets held from position 0 on, up to the first gap
     uint32_t messageLength;  // TPKT length of the message at position 0, header included; 0 while
                              // fewer than 4 octets are held
     uint8_t data[streamBufferCapacity];
@@ -43,9 +44,9 @@ enum class MessageOutcome { done, framingFailure };
 // Looks at the message stream.data[0 .. stream.messageLength). The length is as the TPKT header
 // states it and can be anything from 1 up, less than the 4 octets of that header included.
 //
-// Position p of data is the octet segmentData[p - segmentOffset] of the packet if p >=
-// segmentOffset, and no message ends behind the current segment. So what lies at or behind
-// segmentOffset can be rewritten in the packet; what lies before it left in an earlier segment.
+// Position p of data is the octet segmentData[p - segmentOffset] of the packet if that index is at
+// least 0 and below segmentLength: such octets can be rewritten in the packet. The others left in
+// other segments, those before it earlier, those behind it out of their order.
 struct MessageProcessor {
     MessageOutcome (*run)(StreamBuffer& stream, void* owner);
     void* owner; // handed to run
@@ -58,9 +59,8 @@ enum class Placement {
     refused     // it would end beyond the capacity; nothing changed but baseSequence, if that was 0
 };
 
-// Puts a segment into the buffer, of which the first `capacity` octets are used. Sets heldBytes and
-// segmentOffset. A segment that begins before data[0] is appended behind the held octets, without
-// what precedes data[0]. Does not touch messageLength.
+// Puts a segment into the buffer, of which the first `capacity` octets are used. Sets heldBytes,
+// segmentOffset and segmentLength. What precedes data[0] is left out. Does not touch messageLength.
 Placement placeSegment(StreamBuffer& stream, const StreamSegment& segment, uint32_t capacity);
 
 // Reads messageLength anew from the held octets, then runs the processor on each whole message from

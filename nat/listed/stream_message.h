@@ -16,7 +16,7 @@ bool decodeStreamMessage(MessageEdit& edit, StreamBuffer& stream, OctetRange ran
                          Record& record) {
     const ptrdiff_t start = static_cast<ptrdiff_t>(range.offset) - stream.segmentOffset;
     return decodeMessage(edit, {stream.data + range.offset, range.octets},
-                         {stream.segmentData, start}, record);
+                         {stream.segmentData, start, stream.segmentLength}, record);
 }
 
 // closeMessage, which also notes in the stream that a message was rewritten.

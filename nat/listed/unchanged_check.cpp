@@ -1,5 +1,6 @@
 #include "nat/listed/unchanged_check.h"
 
+#include <algorithm>
 #include <bitset>
 #include <cstdio>
 #include <cstdlib>
@@ -29,12 +30,15 @@ Remembered& remembered() {
 
 void rememberPacket(MessageOctets octets, PacketPlace place) {
     Remembered& state = remembered();
-    const size_t gone = place.start < 0 ? static_cast<size_t>(-place.start) : 0;
-    state.count = gone < octets.count ? octets.count - gone : 0;
+    const auto packetEnd = static_cast<ptrdiff_t>(place.length);
+    const ptrdiff_t first = std::clamp<ptrdiff_t>(place.start, 0, packetEnd);
+    const ptrdiff_t end =
+        std::clamp<ptrdiff_t>(place.start + static_cast<ptrdiff_t>(octets.count), first, packetEnd);
+    state.count = static_cast<size_t>(end - first);
     if (state.count > longestMessage) {
         state.count = 0;
     }
-    state.packet = place.segment + (place.start < 0 ? 0 : place.start);
+    state.packet = place.segment + first;
     if (state.count > 0) {
         std::memcpy(state.octets, state.packet, state.count);
     }

@@ -233,7 +233,7 @@ TEST_P(Sample, LeavesNoPrivateAddressInATranslatedField) {
 
 INSTANTIATE_TEST_SUITE_P(All, Sample,
                          testing::Values("h245", "fast-h245", "fast-tun", "gk-direct", "gk-routed",
-                                         "in-h245", "in-fast-tun"),
+                                         "in-h245", "in-fast-tun", "tun", "gk-in"),
                          [](const auto& info) {
                              std::string name = info.param;
                              std::replace(name.begin(), name.end(), '-', '_');
@@ -301,7 +301,7 @@ TEST(Replay, StrictEncodesAnew) {
     EXPECT_EQ(run({sample("gk-direct"), "-o", lossless}).status, 0);
     const Outcome outcome = run({sample("gk-direct"), "-o", strict, "--strict"});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
-    EXPECT_NE(outcome.output.find("grq.rasAddress 10.0.0.5:1719 → 203.0.113.1:1719"),
+    EXPECT_NE(outcome.output.find("gatekeeperRequest.rasAddress 10.0.0.5:1719 → 203.0.113.1:1719"),
               std::string::npos)
         << outcome.output;
     EXPECT_EQ(contents(strict).size(), contents(lossless).size());

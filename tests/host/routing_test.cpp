@@ -227,18 +227,16 @@ TEST_F(RoutingTest, ContradictoryLengthsPass) {
             p.ip()[0] = static_cast<uint8_t>(0x40 | words);
         };
         lie(tcpIn, true, ipHeader);
-        lie(tcpOut, false, ipHeader);
-        lie(udpOut, false, ipHeader);
     }
     for (const int total : {0, 19, 23, 24, 28, 43}) {
         const auto totalLength = [total](HostPacket& p) {
             p.put(p.ip() + 2, static_cast<uint16_t>(total));
         };
         lie(tcpIn, true, totalLength);
-        lie(tcpOut, false, totalLength);
-        if (total < 36) {
-            lie(udpOut, false, totalLength);
-        }
+        // A host that sends may write the IP header's own length later, or in network byte order.
+        HostPacket unfinished = tcpOut();
+        totalLength(unfinished);
+        EXPECT_EQ(run(unfinished, false).size(), 1u) << total;
     }
     for (const int words : {0, 4, 7, 15}) {
         const auto dataOffset = [words](HostPacket& p) {

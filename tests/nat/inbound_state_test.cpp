@@ -61,6 +61,14 @@ TEST_F(InboundStateTest, ActivationKeepsOnlyALiveCallOfTheSameHost) {
         EXPECT_EQ(state.signallingToRemote.heldBytes, tried.kept ? 2u : 0u);
         ResetInboundMapping();
     }
+    // Nor does a state without a call count as busy in years when time is far from 0.
+    clock.set(0x90000000);
+    ActivateInboundMapping(hostA);
+    BeginInboundCall(caller, 4000);
+    EXPECT_EQ(state.remoteAddress, caller);
+    ResetInboundMapping();
+    clock.set(1000);
+    ActivateInboundMapping(hostA);
     // No traffic yet: the same address resets again.
     ActivateInboundMapping(hostA);
     state.publishedControlPort = 5;
@@ -107,7 +115,7 @@ TEST_F(InboundStateTest, AppendReportsARewriteOnceAndRenewsActivity) {
     EXPECT_EQ(state.lastActivity, 1010u);
 }
 
-TEST_F(InboundStateTest, CapacityIs4000AndEarlierSegmentsShortenTheStream) {
+TEST_F(InboundStateTest, CapacityIs4000AndEarlierSegmentsTakeNothingAway) {
     std::vector<uint8_t> beginning(3500, 7);
     beginning[2] = 0x0F;
     beginning[3] = 0xA0; // a message of 4000
@@ -116,11 +124,11 @@ TEST_F(InboundStateTest, CapacityIs4000AndEarlierSegmentsShortenTheStream) {
     EXPECT_EQ(state.signallingToRemote.heldBytes, 3500u);
     beginning.resize(3000);
     EXPECT_EQ(append(beginning, 100), 0u);
-    EXPECT_EQ(state.signallingToRemote.heldBytes, 3000u);
+    EXPECT_EQ(state.signallingToRemote.heldBytes, 3500u);
 
     clock.set(1020);
     EXPECT_EQ(append(std::vector<uint8_t>(1001, 1), 3100), 0u);
-    EXPECT_EQ(state.signallingToRemote.heldBytes, 3000u);
+    EXPECT_EQ(state.signallingToRemote.heldBytes, 3500u);
     EXPECT_EQ(state.lastActivity, 1020u) << "refused, and activity all the same";
     EXPECT_EQ(append(std::vector<uint8_t>(1000, 1), 3100), 1u);
     EXPECT_EQ(processed, 1u);

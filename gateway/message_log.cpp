@@ -1,0 +1,162 @@
+#include "gateway/message_log.h"
+
+#include "locator/locator.h"
+#include "locator/path_names.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+namespace gateway {
+namespace {
+
+Endpoint endpointOf(const H323Endpoint& endpoint) {
+    return {endpoint.address, endpoint.port};
+}
+
+std::string textOf(const H323Octets& octets) {
+    return {octets.data, octets.data + octets.length};
+}
+
+ReportedAddress reportOf(const H323ObservedAddress& address) {
+    return {textOf(address.path), address.offset, endpointOf(address.from), endpointOf(address.to),
+            address.cause};
+}
+
+LocatedType typeOf(uint32_t role) {
+    switch (role) {
+    case H323NAT_ROLE_RAS:
+        return LocatedType::rasMessage;
+    case H323NAT_ROLE_H245:
+        return LocatedType::systemControlMessage;
+    default:
+        return LocatedType::userInformation;
+    }
+}
+
+// The ends of a connection by which its packets are known; port 0 is none.
+std::array<Endpoint, 3> endsOf(const H323ObservedConnection& connection) {
+    return {endpointOf(connection.inside), endpointOf(connection.publicEndpoint),
+            endpointOf(connection.outside)};
+}
+
+} // namespace
+
+std::vector<uint8_t> ReportedMessage::octetsAfter() const {
+    std::vector<uint8_t> after = octets;
+    for (const ReportedAddress& address : rewritten) {
+        const uint64_t endpoint = static_cast<uint64_t>(address.to.address) << 16 | address.to.port;
+        for (size_t i = 0; i < 6 && address.offset + i < after.size(); ++i) {
+            after[address.offset + i] = static_cast<uint8_t>(endpoint >> (40 - 8 * i));
+        }
+    }
+    return after;
+}
+
+std::vector<ReportedAddress> addressesRemaining(const ReportedMessage& message,
+                                                const Network& network) {
+    std::vector<ReportedAddress> remaining;
+    const std::vector<uint8_t> octets = message.octetsAfter();
+    LocatorWalk walk;
+    LocatedPlace place;
+    startLocating(walk, typeOf(message.role), octets.data(), octets.size(),
+                  placeKindBit(PlaceKind::address));
+    while (nextPlace(walk, place)) {
+        if (!network.contains(place.address) || place.port == 0) {
+            continue;
+        }
+        std::string path(placePathCapacity, '\0');
+        path.resize(placePath(walk, path.data(), path.size()));
+        const auto told = std::find_if(
+            message.left.begin(), message.left.end(),
+            [&](const ReportedAddress& address) { return address.offset == place.offset; });
+        remaining.push_back({path,
+                             static_cast<uint32_t>(place.offset),
+                             {place.address, place.port},
+                             {place.address, place.port},
+                             told == message.left.end() ? uint32_t{H323NAT_LEFT_NOT_LISTED} : told->cause});
+    }
+    return remaining;
+}
+
+std::string shortPath(const std::string& path) {
+    static constexpr std::array<std::string_view, 15> common = {"h323-uu-pdu",
+                                                                "h323-message-body",
+                                                                "request",
+                                                                "response",
+                                                                "command",
+                                                                "indication",
+                                                                "multiplexParameters",
+                                                                "forwardMultiplexAckParameters",
+                                                                "h2250LogicalChannelParameters",
+                                                                "h2250LogicalChannelAckParameters",
+                                                                "unicastAddress",
+                                                                "iPAddress",
+                                                                "ipAddress",
+                                                                "iPSourceRouteAddress",
+                                                                "ipSourceRoute"};
+    std::string text;
+    std::string_view rest = path;
+    while (!rest.empty()) {
+        const size_t end = std::min(rest.find('.'), rest.size());
+        const std::string_view component = rest.substr(0, end);
+        if (std::find(common.begin(), common.end(), component) == common.end()) {
+            text += (text.empty() ? "" : ".") + std::string(component);
+        }
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    return text;
+}
+
+std::vector<ReportedMessage> MessageLog::takeMessages() {
+    return std::exchange(messages_, {});
+}
+
+void MessageLog::onMessage(const H323ObservedMessage& message) {
+    ReportedMessage& report = messages_.emplace_back();
+    report.role = message.role;
+    report.direction = message.direction;
+    report.flags = message.flags;
+    report.inside = endpointOf(message.inside);
+    report.outside = endpointOf(message.outside);
+    report.name = textOf(message.name);
+    report.call = message.call;
+    report.octets.assign(message.octets.data, message.octets.data + message.octets.length);
+}
+
+void MessageLog::onRewritten(const H323ObservedAddress& address) {
+    if (!messages_.empty()) {
+        messages_.back().rewritten.push_back(reportOf(address));
+    }
+}
+
+void MessageLog::onLeft(const H323ObservedAddress& address) {
+    if (!messages_.empty()) {
+        messages_.back().left.push_back(reportOf(address));
+    }
+}
+
+void MessageLog::onAnnounced(const H323ObservedConnection& connection) {
+    if (connection.protocol == static_cast<uint32_t>(Protocol::Tcp)) {
+        for (const Endpoint& end : endsOf(connection)) {
+            if (end.port != 0) {
+                ++announced_[{Protocol::Tcp, end}];
+            }
+        }
+    }
+}
+
+void MessageLog::onOver(const H323ObservedConnection& connection) {
+    if (connection.protocol != static_cast<uint32_t>(Protocol::Tcp)) {
+        return;
+    }
+    for (const Endpoint& end : endsOf(connection)) {
+        const auto found = announced_.find({Protocol::Tcp, end});
+        if (end.port != 0 && found != announced_.end() && --found->second == 0) {
+            announced_.erase(found);
+        }
+    }
+}
+
+} // namespace gateway

@@ -1,0 +1,141 @@
+#include "nat/full/connections.h"
+
+#include "nat/full/calls.h"
+#include "nat/wall_clock.h"
+
+namespace full_scope {
+namespace {
+
+constexpr uint32_t quietSeconds = 180;   // of a connection that has carried messages
+constexpr uint32_t unspokenSeconds = 10; // of one that has not
+
+void unlinkInside(Index index) {
+    const Connection& connection = state.connections[index];
+    unlink<Connection, &Connection::next>(
+        state.connections,
+        state.connectionsByInside[hashEnds(connection.inside, connection.outside)], index);
+}
+
+void unlinkPublic(Index index) {
+    const Connection& connection = state.connections[index];
+    if (connection.publicEndpoint.address != 0) {
+        unlink<Connection, &Connection::nextByPublic>(
+            state.connections,
+            state.connectionsByPublic[hashEnds(connection.publicEndpoint, connection.outside)],
+            index);
+    }
+}
+
+bool maySpare(const Connection& connection) {
+    const uint32_t quiet = wallClockSeconds() - connection.lastActivity;
+    const bool spoke = connection.sent.framed && connection.received.framed;
+    const bool closed = connection.sent.finished && connection.received.finished;
+    return closed || quiet > (spoke ? quietSeconds : unspokenSeconds);
+}
+
+} // namespace
+
+Index findByInside(const EndpointKey& inside, const EndpointKey& outside) {
+    Index index = state.connectionsByInside[hashEnds(inside, outside)];
+    while (index != none && !(state.connections[index].inside == inside &&
+                              state.connections[index].outside == outside)) {
+        index = state.connections[index].next;
+    }
+    return index;
+}
+
+Index findByPublic(const EndpointKey& publicEndpoint, const EndpointKey& outside) {
+    Index index = state.connectionsByPublic[hashEnds(publicEndpoint, outside)];
+    while (index != none && !(state.connections[index].publicEndpoint == publicEndpoint &&
+                              state.connections[index].outside == outside)) {
+        index = state.connections[index].nextByPublic;
+    }
+    return index;
+}
+
+Index spareConnection(Index other) {
+    constexpr int looks = 16;
+    Index index = state.connectionAges.oldest;
+    for (int look = 0; look < looks && index != none; ++look) {
+        if (index != other && maySpare(state.connections[index])) {
+            return index;
+        }
+        index = state.connections[index].newer;
+    }
+    return none;
+}
+
+Index follow(uint8_t role, const EndpointKey& inside, const EndpointKey& outside) {
+    const Index before = findByInside(inside, outside);
+    if (before != none) {
+        forget(before, H323NAT_END_CLOSED);
+    }
+    Index index = take(state.connections);
+    if (index == none) {
+        const Index spare = spareConnection(none);
+        if (spare == none) {
+            return none;
+        }
+        forget(spare, H323NAT_END_FORGOTTEN);
+        index = take(state.connections);
+    }
+    Connection& connection = state.connections[index];
+    connection.inside = inside;
+    connection.outside = outside;
+    connection.role = role;
+    connection.lastActivity = wallClockSeconds();
+    Index& head = state.connectionsByInside[hashEnds(inside, outside)];
+    connection.next = head;
+    head = index;
+    join(state.connections, state.connectionAges, index);
+    ++countOf(outside);
+    return index;
+}
+
+void setPublicEndpoint(Index index, const EndpointKey& publicEndpoint) {
+    unlinkPublic(index);
+    Connection& connection = state.connections[index];
+    // The public end of a connection that is over may serve another one.
+    const Index other = findByPublic(publicEndpoint, connection.outside);
+    if (other != none) {
+        unlinkPublic(other);
+        state.connections[other].publicEndpoint = {};
+    }
+    connection.publicEndpoint = publicEndpoint;
+    Index& head = state.connectionsByPublic[hashEnds(publicEndpoint, connection.outside)];
+    connection.nextByPublic = head;
+    head = index;
+}
+
+void touch(Index index) {
+    state.connections[index].lastActivity = wallClockSeconds();
+    renew(state.connections, state.connectionAges, index);
+}
+
+void close(Index index) {
+    connectionOver(index, H323NAT_END_CLOSED);
+    Connection& connection = state.connections[index];
+    connection.sent.finished = true;
+    connection.received.finished = true;
+    // To the end where the next one that is needed is looked for.
+    Ages& ages = state.connectionAges;
+    leave(state.connections, ages, index);
+    connection.older = none;
+    connection.newer = ages.oldest;
+    (ages.oldest == none ? ages.newest : state.connections[ages.oldest].older) = index;
+    ages.oldest = index;
+}
+
+void forget(Index index, uint8_t end) {
+    connectionOver(index, end);
+    Connection& connection = state.connections[index];
+    endStream(connection.sent, state.streams);
+    endStream(connection.received, state.streams);
+    unlinkInside(index);
+    unlinkPublic(index);
+    leave(state.connections, state.connectionAges, index);
+    --countOf(connection.outside);
+    give(state.connections, index);
+}
+
+} // namespace full_scope

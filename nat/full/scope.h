@@ -1,0 +1,33 @@
+// The full scope as a whole: choosing it, and the few instructions that tell for nearly every
+// packet that it is none of ours.
+#pragma once
+
+#include "nat/full/datagrams.h"
+#include "nat/full/state.h"
+
+namespace full_scope {
+
+// Chooses the full scope with room for so many calls; 0: 1,000. Calls that were followed are
+// forgotten. False, and nothing has changed, when there is not enough memory.
+bool enter(uint32_t calls);
+
+// Leaves it: calls that are followed are forgotten, the memory is given back.
+void leave();
+
+inline constexpr uint16_t callSignallingPort = 1720;
+
+// Each may say yes to a packet that is none of ours, never no to one that is.
+
+inline bool maySend(const EndpointKey& outside, bool synAndAck) {
+    return outside.port == callSignallingPort || synAndAck || mayBeFollowed(outside);
+}
+
+inline bool maySendDatagram(uint16_t outsidePort) {
+    return outsidePort == rasPort || outsidePort == discoveryPort;
+}
+
+inline bool mayReceiveDatagram(uint16_t outsidePort, uint16_t publicPort) {
+    return maySendDatagram(outsidePort) || isRasPort(publicPort);
+}
+
+} // namespace full_scope

@@ -1,0 +1,249 @@
+#include "nat/full/segments.h"
+
+#include "nat/full/calls.h"
+#include "nat/full/connections.h"
+#include "nat/full/host_requests.h"
+#include "nat/full/message.h"
+#include "nat/q931.h"
+
+namespace full_scope {
+namespace {
+
+constexpr uint16_t signallingPort = 1720;
+
+EndpointKey sourceOf(const FlowKey& flow) {
+    return {flow.sourceAddress, flow.sourcePort};
+}
+
+EndpointKey destinationOf(const FlowKey& flow) {
+    return {flow.destinationAddress, flow.destinationPort};
+}
+
+// --- Messages
+
+struct Owner {
+    Index connection;
+    bool sent;
+    bool changed;
+};
+
+MessageSource sourceOf(const Owner& owner, const StreamMessage& message, FlowKey& control) {
+    const Connection& connection = state.connections[owner.connection];
+    MessageSource source = {};
+    source.role = connection.role;
+    source.direction = owner.sent ? H323NAT_SENT : H323NAT_RECEIVED;
+    source.inside = owner.sent ? connection.inside : connection.publicEndpoint;
+    source.outside = connection.outside;
+    source.privateAddress = connection.inside.address;
+    source.hostContext = connection.hostContext;
+    source.connection = owner.connection;
+    source.mayAnnounce = true;
+    source.part = &message;
+    if (connection.role == H323NAT_ROLE_H245) {
+        control = {connection.inside.address, connection.outside.address, connection.inside.port,
+                   connection.outside.port};
+        source.control = &control;
+    }
+    return source;
+}
+
+void readControl(const StreamMessage& message, Owner& owner) {
+    FlowKey control;
+    MessageSource source = sourceOf(owner, message, control);
+    source.type = LocatedType::systemControlMessage;
+    source.offset = tpktHeader;
+    // Read where they lie, written through `part` alone.
+    source.octets = const_cast<uint8_t*>(message.octets) + tpktHeader;
+    source.count = message.length - tpktHeader;
+    owner.changed |= translateMessage(source).changed;
+}
+
+void readSignalling(const StreamMessage& message, Owner& owner) {
+    Q931Walk walk = walkQ931(message.octets, message.length);
+    OctetRange range;
+    while (nextUserInformation(walk, range) == Q931Element::UserInformation) {
+        FlowKey control;
+        MessageSource source = sourceOf(owner, message, control);
+        source.type = LocatedType::userInformation;
+        source.offset = range.offset;
+        source.octets = const_cast<uint8_t*>(message.octets) + range.offset;
+        source.count = range.octets;
+        source.causeOfRelease = causeOfRelease(message.octets, message.length);
+        owner.changed |= translateMessage(source).changed;
+    }
+}
+
+void readMessage(const StreamMessage& message, void* given) {
+    Owner& owner = *static_cast<Owner*>(given);
+    const bool signalling = state.connections[owner.connection].role == H323NAT_ROLE_SIGNALLING;
+    (signalling ? readSignalling : readControl)(message, owner);
+}
+
+bool takePayload(Index index, HostContext* hostContext, const TcpSegment& segment, bool sent) {
+    Connection& connection = state.connections[index];
+    connection.hostContext = hostContext;
+    touch(index);
+    Stream& stream = sent ? connection.sent : connection.received;
+    Owner owner = {index, sent, false};
+    const StreamState result =
+        takeSegment(stream, state.streams, {segment.payload, segment.length, segment.sequence},
+                    {readMessage, &owner}, owner.changed);
+    if (result == StreamState::foreign) {
+        forget(index, H323NAT_END_CLOSED);
+        return owner.changed;
+    }
+    if (segment.fin && inWindow(stream, segment.sequence)) {
+        stream.finished = true;
+    }
+    return owner.changed;
+}
+
+// --- Beginnings
+
+// What a private host connects to: none of ours is 0.
+uint8_t roleOfDestination(const EndpointKey& outside, Index& call) {
+    call = none;
+    const Index announced = findAnnounced(outside);
+    if (announced != none) {
+        call = runningCall(state.announced[announced].call);
+        return state.announced[announced].role;
+    }
+    return outside.port == signallingPort ? H323NAT_ROLE_SIGNALLING : 0;
+}
+
+// What a private host accepts connections on, and by which public endpoint.
+uint8_t roleOfListener(const EndpointKey& inside, const HostContext& hostContext,
+                       EndpointKey& publicEndpoint, Index& call) {
+    call = none;
+    if (inside.address == state.publishedAddress && inside.port == signallingPort) {
+        publicEndpoint = {hostContext.publicAddress, inside.port};
+        return H323NAT_ROLE_SIGNALLING;
+    }
+    const Index index = findListening(inside);
+    if (index == none) {
+        return 0;
+    }
+    publicEndpoint = state.mappings[index].publicEndpoint;
+    call = runningCall(state.mappings[index].call);
+    return state.mappings[index].role;
+}
+
+bool isFollowedRole(uint8_t role) {
+    return role == H323NAT_ROLE_SIGNALLING || role == H323NAT_ROLE_H245;
+}
+
+// A SYN or SYN+ACK that is sent again begins nothing anew.
+bool isKnownBeginning(Index index, uint32_t firstSequence) {
+    return index != none && state.connections[index].sent.begun &&
+           !(state.connections[index].sent.finished &&
+             state.connections[index].received.finished) &&
+           inWindow(state.connections[index].sent, firstSequence);
+}
+
+void beginOutbound(HostContext* hostContext, const TcpSegment& segment) {
+    const EndpointKey inside = sourceOf(segment.flow);
+    const EndpointKey outside = destinationOf(segment.flow);
+    Index call = none;
+    const uint8_t role = roleOfDestination(outside, call);
+    const uint32_t first = segment.sequence + 1;
+    if (!isFollowedRole(role) || isKnownBeginning(findByInside(inside, outside), first)) {
+        return;
+    }
+    const Index index = follow(role, inside, outside);
+    if (index == none) {
+        return;
+    }
+    state.connections[index].opened = true;
+    state.connections[index].hostContext = hostContext;
+    beginStream(state.connections[index].sent, first);
+    if (role == H323NAT_ROLE_H245) {
+        joinCall(index, runningCall(call));
+    }
+}
+
+void beginInbound(HostContext* hostContext, const TcpSegment& segment) {
+    const EndpointKey inside = sourceOf(segment.flow);
+    const EndpointKey outside = destinationOf(segment.flow);
+    EndpointKey publicEndpoint = {};
+    Index call = none;
+    const uint8_t role = roleOfListener(inside, *hostContext, publicEndpoint, call);
+    const uint32_t first = segment.sequence + 1;
+    if (!isFollowedRole(role) || isKnownBeginning(findByInside(inside, outside), first)) {
+        return;
+    }
+    const Index index = follow(role, inside, outside);
+    if (index == none) {
+        return;
+    }
+    state.connections[index].hostContext = hostContext;
+    setPublicEndpoint(index, publicEndpoint);
+    beginStream(state.connections[index].sent, first);
+    beginStream(state.connections[index].received, segment.acknowledgement);
+    if (role == H323NAT_ROLE_H245) {
+        joinCall(index, runningCall(call));
+    }
+}
+
+// The answer to a private host's SYN: only the host knows whose it is.
+void completeOutbound(const TcpSegment& segment) {
+    const EndpointKey publicEndpoint = destinationOf(segment.flow);
+    const EndpointKey outside = sourceOf(segment.flow);
+    EndpointKey inside;
+    if (!mayBeFollowed(outside) || !askWhose(publicEndpoint, outside, inside)) {
+        return;
+    }
+    const Index index = findByInside(inside, outside);
+    if (index == none || state.connections[index].received.begun ||
+        segment.acknowledgement != state.connections[index].sent.message) {
+        return;
+    }
+    setPublicEndpoint(index, publicEndpoint);
+    beginStream(state.connections[index].received, segment.sequence + 1);
+}
+
+// --- Ends
+
+void closeIfOver(Index index, const TcpSegment& segment, bool sent) {
+    const Connection& connection = state.connections[index];
+    const Stream& stream = sent ? connection.sent : connection.received;
+    const bool reset = segment.rst && inWindow(stream, segment.sequence);
+    if (reset || (connection.sent.finished && connection.received.finished)) {
+        close(index);
+    }
+}
+
+bool take(Index index, HostContext* hostContext, const TcpSegment& segment, bool sent) {
+    const bool changed = takePayload(index, hostContext, segment, sent);
+    // A connection that proved to be none of ours is forgotten by now.
+    const FlowKey& flow = segment.flow;
+    const bool stays = (sent ? findByInside(sourceOf(flow), destinationOf(flow))
+                             : findByPublic(destinationOf(flow), sourceOf(flow))) == index;
+    if (stays) {
+        closeIfOver(index, segment, sent);
+    }
+    return changed;
+}
+
+} // namespace
+
+bool sendSegment(HostContext* hostContext, const TcpSegment& segment) {
+    if (segment.syn) {
+        (segment.ack ? beginInbound : beginOutbound)(hostContext, segment);
+        return false;
+    }
+    const Index index = findByInside(sourceOf(segment.flow), destinationOf(segment.flow));
+    return index != none && take(index, hostContext, segment, true);
+}
+
+bool receiveSegment(HostContext* hostContext, const TcpSegment& segment) {
+    if (segment.syn) {
+        if (segment.ack) {
+            completeOutbound(segment);
+        }
+        return false;
+    }
+    const Index index = findByPublic(destinationOf(segment.flow), sourceOf(segment.flow));
+    return index != none && take(index, hostContext, segment, false);
+}
+
+} // namespace full_scope

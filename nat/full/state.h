@@ -1,0 +1,203 @@
+// All that the full scope remembers: one piece of memory, cut into pools and tables when the scope
+// is chosen. Nothing is allocated afterwards.
+//
+//   Connection     a TCP connection of call signalling or H.245
+//   Call           from its Setup to its release
+//   Mapping        a private endpoint and the public one that the host gave for it
+//   Claim          that a call or a registration needs a mapping
+//   Announced      an outside endpoint that a private host will connect to
+//   Registration   a private host's business with one gatekeeper
+//
+// Records are made by what private hosts send, or by what the other end of a connection that a
+// private host opened or accepted tells; never by other packets from outside.
+#pragma once
+
+#include "include/h323nat.h"
+#include "nat/flow_key.h"
+#include "nat/full/stream.h"
+
+namespace full_scope {
+
+struct Connection {
+    Index next; // in the chain by its private end
+    Index nextByPublic;
+    Index older; // in the list of all, longest quiet first
+    Index newer;
+    EndpointKey inside;
+    EndpointKey publicEndpoint; // address 0: not known yet
+    EndpointKey outside;
+    Index call;
+    uint32_t lastActivity;    // seconds of the wall clock
+    uint8_t role;             // H323NAT_ROLE_SIGNALLING or _H245
+    bool opened;              // by the private host
+    HostContext* hostContext; // of the newest segment
+    Stream sent;
+    Stream received;
+};
+
+inline constexpr size_t identifierOctets = 16;
+inline constexpr size_t aliasOctets = 32; // kept of an alias
+inline constexpr size_t dataChannels = 4; // T.120 channels that the outside party has opened
+
+struct Alias {
+    uint8_t length;
+    uint8_t octets[aliasOctets];
+};
+
+struct Call {
+    Index next; // on its signalling connection
+    Index signalling;
+    Index firstClaim;
+    Index firstAnnounced;
+    uint64_t number;
+    uint32_t mappings;  // claims
+    uint32_t announced; // endpoints
+    uint16_t controls;  // H.245 connections
+    uint8_t cause;      // of its release
+    uint8_t ended;      // H323NAT_END_..., as soon as it is over
+    bool outbound;
+    bool identified;
+    uint8_t identifier[identifierOctets];
+    Alias calling;
+    Alias called;
+    EndpointKey inside;
+    EndpointKey outside;
+    uint16_t data[dataChannels]; // channel numbers; 0: none
+};
+
+// The private endpoint of a pair is the RTP port; the RTCP port is one above it, on both sides.
+struct Mapping {
+    Index next; // in the chain by private endpoint
+    Index nextByPublic;
+    EndpointKey inside;
+    EndpointKey publicEndpoint;
+    uint32_t claims;
+    uint8_t role;
+    Index call;        // the one that asked last, or none
+    uint64_t askedFor; // number of the message for which the host was asked last
+};
+
+struct Claim {
+    Index next; // of the same owner
+    Index mapping;
+    bool lasting; // a registration's RAS or signalling address, not what one request named
+};
+
+struct Announced {
+    Index next; // in the chain by endpoint
+    Index nextOfOwner;
+    Index older; // in the list of those without a call, longest unused first
+    Index newer;
+    EndpointKey outside;
+    EndpointKey inside; // port 0
+    Index call;         // none: told by a gatekeeper
+    uint8_t role;
+};
+
+struct Registration {
+    Index next; // in the chain by its two ends
+    Index older;
+    Index newer;
+    uint32_t inside; // address of the private host
+    uint32_t gatekeeper;
+    Index firstClaim;
+    uint32_t mappings;
+    uint32_t lastActivity; // of the private host
+    uint8_t unanswered;    // requests, at most 255
+    bool confirmed;        // by GCF or RCF
+};
+
+// Records in a list, longest unused first.
+struct Ages {
+    Index oldest;
+    Index newest;
+};
+
+// Tells in few instructions that no connection and no announced endpoint has a given outside end.
+struct OutsideFilter {
+    uint16_t* counts;
+    uint32_t mask;
+};
+
+struct State {
+    bool active; // the full scope is chosen
+    Pool<Connection> connections;
+    Pool<Call> calls;
+    Pool<Mapping> mappings;
+    Pool<Claim> claims;
+    Pool<Announced> announced;
+    Pool<Registration> registrations;
+    StreamPools streams;
+    Buckets connectionsByInside;
+    Buckets connectionsByPublic;
+    Buckets mappingsByInside;
+    Buckets mappingsByPublic;
+    Buckets announcedByOutside;
+    Buckets registrationsByEnds;
+    Ages connectionAges;
+    Ages announcedAges; // those that gatekeepers told
+    Ages registrationAges;
+    OutsideFilter filter;
+    uint8_t rasPorts[65536 / 8]; // public UDP ports of RAS mappings, a bit each
+    uint64_t messagesSoFar;
+    uint32_t publishedAddress; // the published private host; 0: none
+    void* memory;
+};
+
+extern State state;
+
+// A state without records, with the memory for `calls` calls. False when there is not enough.
+bool buildState(State& built, uint32_t calls);
+
+// Gives the memory back and leaves the full scope.
+void dropState();
+
+inline uint32_t hashEndpoint(const EndpointKey& endpoint) {
+    return spread(uint64_t{endpoint.address} << 16 | endpoint.port);
+}
+
+inline uint32_t hashEnds(const EndpointKey& one, const EndpointKey& other) {
+    return spread(uint64_t{one.address} << 32 | other.address) ^
+           spread(uint64_t{one.port} << 16 | other.port);
+}
+
+inline H323Endpoint observed(const EndpointKey& endpoint) {
+    return {endpoint.address, endpoint.port, 0};
+}
+
+// Puts a record to the end of a list, that of the newest; it is in no list before.
+template <typename Record> void join(Pool<Record>& pool, Ages& ages, Index index) {
+    pool[index].older = ages.newest;
+    pool[index].newer = none;
+    (ages.newest == none ? ages.oldest : pool[ages.newest].newer) = index;
+    ages.newest = index;
+}
+
+template <typename Record> void leave(Pool<Record>& pool, Ages& ages, Index index) {
+    const Record& record = pool[index];
+    (record.older == none ? ages.oldest : pool[record.older].newer) = record.newer;
+    (record.newer == none ? ages.newest : pool[record.newer].older) = record.older;
+}
+
+template <typename Record> void renew(Pool<Record>& pool, Ages& ages, Index index) {
+    if (ages.newest != index) {
+        leave(pool, ages, index);
+        join(pool, ages, index);
+    }
+}
+
+// The filter counts connections and announced endpoints by their outside end.
+inline uint16_t& countOf(const EndpointKey& outside) {
+    const uint32_t mixed = outside.address * 0x9E3779B1u + outside.port * 0x85EBCA6Bu;
+    return state.filter.counts[(mixed ^ mixed >> 16) & state.filter.mask];
+}
+
+inline bool mayBeFollowed(const EndpointKey& outside) {
+    return countOf(outside) != 0;
+}
+
+inline bool isRasPort(uint16_t port) {
+    return (state.rasPorts[port >> 3] >> (port & 7) & 1) != 0;
+}
+
+} // namespace full_scope

@@ -1,0 +1,109 @@
+// One direction of a followed TCP connection: octets in the order of their sequence numbers, cut
+// into TPKT packets (RFC 1006).
+//
+// What comes whole in a packet is looked at where it lies. Only octets of a message that is not
+// whole yet are copied, into blocks that all streams share, and a message that came in pieces is
+// put together in a scratch area when its last octet is there.
+//
+// A change of octets is remembered as long as there is room: a segment that is sent again must
+// carry the same octets as the first time.
+#pragma once
+
+#include "nat/full/pool.h"
+
+namespace full_scope {
+
+inline constexpr size_t blockOctets = 1000;
+inline constexpr size_t tpktHeader = 4;
+inline constexpr size_t longestMessage = 65535; // of a TPKT packet, its header included
+inline constexpr uint32_t editsOfStream = 128;  // remembered; 40 fast-start channels
+inline constexpr size_t endpointSize = 6;       // octets of an address and its port
+
+// Octets that wait for the rest of their message. Blocks of a stream are in order, and no octet is
+// in two of them.
+struct HeldBlock {
+    Index next;
+    uint32_t sequence; // of data[0]
+    uint32_t length;
+    uint8_t data[blockOctets];
+};
+
+// An endpoint that was written over another one.
+struct Edit {
+    Index next;
+    uint32_t sequence; // of its first octet
+    uint8_t before[endpointSize];
+    uint8_t after[endpointSize];
+};
+
+struct Stream {
+    uint32_t message; // sequence number of the first octet of the next message
+    uint32_t end;     // behind the last octet that was seen
+    Index firstBlock; // of what is held
+    Index newestEdit;
+    uint16_t blocks;
+    uint16_t edits;
+    bool begun;    // message and end are known
+    bool framed;   // a TPKT packet began at its first octet
+    bool finished; // its FIN was seen
+    bool lost;     // no message is looked for any more
+};
+
+struct StreamPools {
+    Pool<HeldBlock> blocks;
+    Pool<Edit> edits;
+    uint8_t* scratch; // longestMessage octets
+};
+
+// The payload of a segment, and the sequence number of its first octet.
+struct Segment {
+    uint8_t* payload;
+    size_t length;
+    uint32_t sequence;
+};
+
+// A whole message with its TPKT header. Octet i of it is payload[start + i] of the packet; it left
+// in an earlier packet, and cannot be changed any more, when start + i is negative. The packet
+// holds the message up to its last octet.
+struct StreamMessage {
+    const uint8_t* octets;
+    size_t length;
+    uint8_t* payload;
+    ptrdiff_t start;
+    uint32_t sequence; // of octets[0]
+};
+
+// Looks at one message. May write endpoints with writeEndpoint and nothing else.
+struct MessageReader {
+    void (*read)(const StreamMessage& message, void* owner);
+    void* owner;
+};
+
+enum class StreamState {
+    followed,
+    foreign, // what came is no TPKT: none of ours
+    lost     // more is missing, or to be held, than there is room for: what was written before is
+             // still repeated, nothing further is read
+};
+
+// Starts a stream whose first octet has this sequence number.
+void beginStream(Stream& stream, uint32_t firstSequence);
+
+// Takes a segment: writes again what was written into its octets before, and runs the reader on
+// every message that is whole now, in order. `rewritten` is set when octets of the packet changed.
+StreamState takeSegment(Stream& stream, StreamPools& pools, const Segment& segment,
+                        const MessageReader& reader, bool& rewritten);
+
+// Writes six octets of an address and port over octet `offset` of a message and remembers it.
+// All six must lie in the packet.
+void writeEndpoint(Stream& stream, StreamPools& pools, const StreamMessage& message, size_t offset,
+                   const uint8_t* octets);
+
+// Gives everything back that the stream holds.
+void endStream(Stream& stream, StreamPools& pools);
+
+// Whether the sequence number of a RST or FIN can be the stream's own: from what it sent last up to
+// a window behind it (RFC 5961 3.2 wants it exact; losses may have kept a part from us).
+bool inWindow(const Stream& stream, uint32_t sequence);
+
+} // namespace full_scope
