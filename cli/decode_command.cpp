@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <span>
@@ -10,9 +9,11 @@
 #include <vector>
 
 #include "asn1per/status.h"
+#include "cli/capture_messages.h"
 #include "cli/commands.h"
 #include "cli/framing.h"
 #include "cli/hex.h"
+#include "cli/message_input.h"
 #include "cli/status_text.h"
 #include "tree/message_tree.h"
 
@@ -30,14 +31,6 @@ struct DecodeOptions {
     bool ras = false;
     bool json = false;
 };
-
-std::vector<uint8_t> readOctets(const DecodeOptions& options) {
-    std::string text;
-    for (const std::string& word : options.words) {
-        text += word == "-" ? std::string(std::istreambuf_iterator<char>(std::cin), {}) : word;
-    }
-    return fromHex(text);
-}
 
 const tree::MessageType& typeNamed(const std::string& name) {
     const tree::MessageType* type = tree::findMessageType(name);
@@ -141,45 +134,88 @@ void printText(const Reading& reading) {
     }
 }
 
-/// An array with one object for each message; "offset" counts octets of the input.
-void printJson(const std::vector<Reading>& readings, std::span<const uint8_t> input) {
-    std::cout << '[';
-    const char* separator = "";
-    for (const Reading& reading : readings) {
-        const tree::DecodedMessage& message = reading.message;
-        nlohmann::ordered_json head = {
-            {"type", reading.type},
-            {"offset", reading.octets.data() - input.data()},
-            {"octets", reading.octets.size()},
-            {"octetsRead", message.octetsRead},
-            {"status", message.status},
-        };
-        if (message.status != PER_OK) {
-            head["failedAt"] = message.failedAt;
-            head["failedPath"] = message.failedPath;
-        }
-        if (!message.warnings.empty()) {
-            head["warnings"] = message.warnings;
-        }
-        std::string text = head.dump();
-        text.pop_back();
-        std::cout << separator << '\n'
-                  << text << ",\"tree\":" << tree::treeJson(message.root) << '}';
-        separator = ",";
+/// The object of one message; `place` stands first in it.
+std::string jsonOf(const Reading& reading, nlohmann::ordered_json place) {
+    const tree::DecodedMessage& message = reading.message;
+    place["type"] = reading.type;
+    place["octets"] = reading.octets.size();
+    place["octetsRead"] = message.octetsRead;
+    place["status"] = message.status;
+    if (message.status != PER_OK) {
+        place["failedAt"] = message.failedAt;
+        place["failedPath"] = message.failedPath;
     }
-    std::cout << "\n]\n";
+    if (!message.warnings.empty()) {
+        place["warnings"] = message.warnings;
+    }
+    std::string text = place.dump();
+    text.pop_back();
+    return text + ",\"tree\":" + tree::treeJson(message.root) + "}";
+}
+
+/// Prints messages one by one: trees, or an array with an object for each.
+class Output {
+public:
+    explicit Output(bool json) : json(json) {}
+
+    void add(const Reading& reading, const nlohmann::ordered_json& place) {
+        if (json) {
+            std::cout << (count == 0 ? "[\n" : ",\n") << jsonOf(reading, place);
+        } else {
+            printText(reading);
+        }
+        ++count;
+        good = good && reading.message.status == PER_OK;
+    }
+
+    bool finish() {
+        if (json) {
+            std::cout << (count == 0 ? "[]\n" : "\n]\n");
+        }
+        return good && count > 0;
+    }
+
+private:
+    bool json;
+    bool good = true;
+    size_t count = 0;
+};
+
+bool decodeCapture(const DecodeOptions& options, const std::string& path) {
+    Output output(options.json);
+    CaptureMessages messages(path);
+    CapturedMessage message;
+    bool some = false;
+    while (messages.next(message)) {
+        some = true;
+        if (!options.json) {
+            std::cout << placeText(message) << '\n' << std::flush;
+        }
+        output.add(readAs(message.type, message.encoding),
+                   {{"frame", message.frame},
+                    {"source", gateway::toText(message.source)},
+                    {"destination", gateway::toText(message.destination)}});
+    }
+    if (!some) {
+        std::cerr << "h323nat: " << path << " holds no H.323 message\n";
+    }
+    return output.finish();
 }
 
 bool run(const DecodeOptions& options) {
-    const std::vector<uint8_t> octets = readOctets(options);
-    const std::vector<Reading> readings = readAll(options, octets);
-    if (options.json) {
-        printJson(readings, octets);
-    } else {
-        std::for_each(readings.begin(), readings.end(), printText);
+    const MessageInput input = readMessageInput(options.words);
+    if (!input.capture.empty()) {
+        if (options.tpkt || options.ras || !options.type.empty()) {
+            throw std::runtime_error("--tpkt, --ras and --type are for single messages; " +
+                                     input.capture + " is a capture");
+        }
+        return decodeCapture(options, input.capture);
     }
-    return std::all_of(readings.begin(), readings.end(),
-                       [](const Reading& reading) { return reading.message.status == PER_OK; });
+    Output output(options.json);
+    for (const Reading& reading : readAll(options, input.octets)) {
+        output.add(reading, {{"offset", reading.octets.data() - input.octets.data()}});
+    }
+    return output.finish();
 }
 
 } // namespace
@@ -187,7 +223,10 @@ bool run(const DecodeOptions& options) {
 void addDecodeCommand(CLI::App& app, int& exitStatus) {
     auto* command = app.add_subcommand("decode", "Print a message as a tree of its fields");
     const auto options = std::make_shared<DecodeOptions>();
-    command->add_option("hex", options->words, "The message in hexadecimal; - reads standard input")
+    command
+        ->add_option("message", options->words,
+                     "The message in hexadecimal, or a file: a capture, hexadecimal text or the "
+                     "octets themselves; - reads standard input")
         ->required();
     auto* type = command->add_option(
         "--type", options->type,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "asn1per/status.h"
@@ -75,6 +76,58 @@ TEST_P(Places, AreThoseOfIndependentDecoders) {
 
 INSTANTIATE_TEST_SUITE_P(Files, Places, testing::Values("addresses.txt", "addresses-captured.txt"),
                          [](const auto& info) { return "File" + std::to_string(info.index); });
+
+// ---- messages that are wrong ---------------------------------------------------------------
+
+void checkPlaces(const Node& node, size_t octets, size_t& nodes) {
+    ++nodes;
+    if (node.bitOffset != tree::unknownOffset) {
+        ASSERT_LE(node.bitOffset + node.bitLength, octets * 8) << node.name;
+    }
+    for (const Node& child : node.children) {
+        checkPlaces(child, octets, nodes);
+    }
+}
+
+// Nothing is read or told outside the octets, and no message costs more nodes than it has bits.
+void checkAnswer(const std::string& type, const std::vector<uint8_t>& octets) {
+    const std::unique_ptr<uint8_t[]> exact(new uint8_t[octets.size()]);
+    std::copy(octets.begin(), octets.end(), exact.get());
+    const DecodedMessage message =
+        tree::decodeMessage(*tree::findMessageType(type), {exact.get(), octets.size()});
+    size_t nodes = 0;
+    checkPlaces(message.root, octets.size(), nodes);
+    EXPECT_LE(nodes, octets.size() * 8 + 16);
+    EXPECT_LE(message.failedAt, octets.size());
+    EXPECT_FALSE(tree::treeText(message.root).empty());
+}
+
+TEST(WrongMessages, AreReadAsFarAsTheyGo) {
+    for (const cli::VectorLine& line : readVectors("addresses-captured.txt")) {
+        for (size_t cut = 0; cut < line.encoding.size(); ++cut) {
+            checkAnswer(line.type, {line.encoding.begin(),
+                                    line.encoding.begin() + static_cast<std::ptrdiff_t>(cut)});
+        }
+        for (size_t bit = 0; bit < line.encoding.size() * 8; bit += 7) {
+            std::vector<uint8_t> flipped = line.encoding;
+            flipped[bit / 8] = static_cast<uint8_t>(flipped[bit / 8] ^ (1U << bit % 8));
+            checkAnswer(line.type, flipped);
+        }
+    }
+}
+
+// Nested generic data and lists of elements that cost a bit: depth, nodes and time stay bounded.
+TEST(WrongMessages, OfOnesAndZeroesAreBounded) {
+    for (const int octet : {0x00, 0x01, 0x40, 0x7F, 0x80, 0xAA, 0xFF}) {
+        const std::vector<uint8_t> octets(20000, static_cast<uint8_t>(octet));
+        for (size_t i = 0; i < tree::messageTypeCount; i += 7) {
+            const DecodedMessage message = tree::decodeMessage(*tree::messageTypes[i], octets);
+            size_t nodes = 0;
+            checkPlaces(message.root, octets.size(), nodes);
+            EXPECT_LE(nodes, tree::mostNodes + 1) << tree::messageTypes[i]->name;
+        }
+    }
+}
 
 // ---- values --------------------------------------------------------------------------------
 
@@ -171,6 +224,7 @@ TEST(Values, AreThoseThatTheEncoderWasGiven) {
         }
         const DecodedMessage message = decode(line.type, line.encoding);
         ASSERT_EQ(message.status, PER_OK) << line.number << " " << line.type;
+        EXPECT_TRUE(nlohmann::json::accept(tree::treeJson(message.root))) << line.number;
         Matcher matcher(line.third);
         EXPECT_TRUE(matcher.matches(message.root))
             << "line " << line.number << " at " << matcher.rest() << "\n"
