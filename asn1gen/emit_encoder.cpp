@@ -380,6 +380,10 @@ void encodeChoice(CodeWriter& writer, const Type& type) {
         writer.close(" else {");
         writer.indent();
         emitCall(writer, "pe_choiceHead", {"value->alternative", std::to_string(roots - 1)});
+    } else if (roots == 1) { // an index of no bits, which no primitive checks
+        writer.open("if (value->alternative != 1) [[unlikely]]");
+        writer.line("FAIL(PER_RANGE);");
+        writer.close();
     } else {
         emitCall(writer, "pe_ConsUnsigned",
                  {"value->alternative - 1", "0", std::to_string(roots - 1)});
@@ -397,7 +401,9 @@ void encodeList(CodeWriter& writer, const Type& type) {
     std::vector<std::string> arguments = {"ctx", "value->count"};
     addSize(function, arguments, type);
     writer.list("const int32_t written = " + function, arguments, ");");
-    writer.line("CHECK(countWritten(written, value->count));");
+    // A bounded count stands in one piece, as X.691 10.9 has it; any other needs fragments.
+    const bool inOnePiece = type.size && type.size->upper < 65536;
+    writer.line(fmt::format("CHECK(countWritten(written, {}));", inOnePiece ? 65535 : 16383));
     writer.open("for (uint32_t i = 0; i < value->count; ++i)");
     encodeValue(writer, *type.element, ValueRef::object("value->elements[i]"));
     writer.close();

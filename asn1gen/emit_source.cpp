@@ -31,12 +31,10 @@ template <typename Element>
     return *elements == nullptr ? PER_NO_MEMORY : PER_OK;
 }
 
-// The number of a list's elements was written; a count that needs fragments cannot be.
-[[maybe_unused]] int32_t countWritten(int32_t written, uint32_t count) {
-    if (written < 0) [[unlikely]] {
-        return written;
-    }
-    return static_cast<uint32_t>(written) == count ? PER_OK : PER_FRAGMENT;
+// The number of a list's elements was written; a number above `most` begins a list in fragments,
+// which is refused.
+[[maybe_unused]] int32_t countWritten(int32_t written, int32_t most) {
+    return written < 0 ? written : written > most ? int32_t{PER_FRAGMENT} : int32_t{PER_OK};
 }
 
 } // namespace

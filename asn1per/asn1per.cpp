@@ -925,6 +925,9 @@ int32_t pe_ConsUnsignedSlow(PerContext* ctx, uint32_t value, uint32_t lower, uin
 
 int32_t pe_choiceHeadSlow(PerContext* ctx, uint32_t alternative, uint32_t last) {
     PER_TRY(pe_bit(ctx, 0));
+    if (alternative - 1U > last) { // an index of no bits would hide it
+        return fail(ctx, PER_RANGE);
+    }
     return pe_ConsUnsigned(ctx, alternative - 1U, 0, last);
 }
 
@@ -1863,6 +1866,16 @@ PER_INLINE uint32_t indexOf(const PermittedAlphabet* alphabet, uint32_t code, ui
     return index;
 }
 
+bool permitsAll(const PermittedAlphabet* alphabet, const char* text, size_t length) {
+    uint32_t distance = 0;
+    for (size_t i = 0; i < length; ++i) {
+        if (indexOf(alphabet, static_cast<uint8_t>(text[i]), &distance) == alphabet->count) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // Characters that lie two in an octet, up to one outside the alphabet or a last half octet. Returns
 // their number.
 uint32_t getPairs(PerContext* ctx, char* text, uint32_t count, const PermittedAlphabet* alphabet) {
@@ -1924,8 +1937,11 @@ int32_t getCharacters(PerContext* ctx, char* text, uint32_t count,
     return PER_OK;
 }
 
+// Whether every character must be in the alphabet even if it is written by its code.
+enum class Checked : uint8_t { IfByIndex, Always };
+
 int32_t putText(PerContext* ctx, const char* value, const PermittedAlphabet* alphabet,
-                const SizeBounds* bounds) {
+                Checked checked, const SizeBounds* bounds) {
     const size_t length = std::strlen(value);
     if (length > INT32_MAX) {
         return fail(ctx, PER_OVERFLOW);
@@ -1935,6 +1951,9 @@ int32_t putText(PerContext* ctx, const char* value, const PermittedAlphabet* alp
     PER_TRY(alignIfAligned(ctx));
     (void)pu_newField(ctx, "data");
     const bool byIndex = isWrittenByIndex(alphabet, bits);
+    if (!byIndex && checked == Checked::Always && !permitsAll(alphabet, value, length)) {
+        return fail(ctx, PER_DOES_NOT_FIT);
+    }
     if (!byIndex && bits == 8 && length < INT32_MAX / 8) {
         PER_TRY(pe_bitData(ctx, reinterpret_cast<const uint8_t*>(value),
                            static_cast<uint32_t>(length) * 8));
@@ -1984,7 +2003,14 @@ int32_t getText(PerContext* ctx, const char** value, const PermittedAlphabet* al
 int32_t putType(PerContext* ctx, const char* value, const char* from,
                 const PermittedAlphabet& whole, const SizeBounds* bounds) {
     PermittedAlphabet room;
-    return putText(ctx, value, effectiveAlphabet(whole, from, &room), bounds);
+    const Checked checked = from != nullptr ? Checked::Always : Checked::IfByIndex;
+    return putText(ctx, value, effectiveAlphabet(whole, from, &room), checked, bounds);
+}
+
+// An alphabet without characters is that of a type written by code.
+Checked checkedBy(const PermittedAlphabet* alphabet) {
+    const bool narrowed = alphabet->count != 0 && alphabet->count < alphabet->canonicalSize;
+    return narrowed ? Checked::Always : Checked::IfByIndex;
 }
 
 int32_t getType(PerContext* ctx, const char** value, const char* from,
@@ -1997,7 +2023,7 @@ int32_t getType(PerContext* ctx, const char** value, const char* from,
 
 int32_t pe_ConstrainedString(PerContext* ctx, const char* value,
                              const PermittedAlphabet* alphabet) {
-    return putText(ctx, value, alphabet, nullptr);
+    return putText(ctx, value, alphabet, checkedBy(alphabet), nullptr);
 }
 
 int32_t pd_ConstrainedString(PerContext* ctx, const char** value,
@@ -2009,7 +2035,7 @@ int32_t pe_ConstrainedStringSized(PerContext* ctx, const char* value,
                                   const PermittedAlphabet* alphabet, uint32_t lower,
                                   uint32_t upper) {
     const SizeBounds bounds = {lower, upper};
-    return putText(ctx, value, alphabet, &bounds);
+    return putText(ctx, value, alphabet, checkedBy(alphabet), &bounds);
 }
 
 int32_t pd_ConstrainedStringSized(PerContext* ctx, const char** value,
@@ -2115,6 +2141,9 @@ int32_t putText16(PerContext* ctx, uint32_t nchars, const uint16_t* data,
     for (uint32_t i = 0; i < nchars; ++i) {
         uint32_t code = data[i];
         if (alphabet->chars == nullptr) {
+            if (code < alphabet->first || code > alphabet->last) {
+                return fail(ctx, PER_DOES_NOT_FIT);
+            }
             code -= alphabet->first;
         } else {
             uint32_t index = 0;
@@ -2616,6 +2645,8 @@ int32_t pe_beginOpenType(PerContext* ctx, PerOpenType* open) {
         }
     }
     parkState(ctx, &open->parked);
+    // Positions in the scratch buffer would mean nothing among those of the outer one.
+    ctx->flags = static_cast<uint16_t>(ctx->flags & ~PER_FLAG_TRACKING);
     useOwned(ctx, scratch);
     putCursorAtStart(ctx);
     return PER_OK;

@@ -56,6 +56,20 @@ TEST(Tracking, RecordsFieldsWithoutTheirAlignment) {
     EXPECT_EQ(pd_OpenType(&in, &open, &large), PER_END_OF_DATA); // 90, of which nothing follows
 }
 
+// What an open type collects has positions of its own, which are not recorded.
+TEST(Tracking, IsOffInsideAnOpenTypeThatIsEncoded) {
+    Writer out;
+    PerOpenType open;
+    pu_setFieldTracking(&out, 1);
+    ASSERT_EQ(pe_beginOpenType(&out, &open), 0);
+    ASSERT_EQ(pe_ConsInteger(&out, 9, 0, 15), 0);
+    ASSERT_EQ(pe_endOpenType(&out, &open, 0), 0);
+    ASSERT_EQ(pe_ConsInteger(&out, 9, 0, 15), 0);
+    const std::vector<Field> expected = {
+        {" length", 0, 8}, {" OpenType", 8, 8}, {" ConsInteger", 16, 4}};
+    EXPECT_EQ(fieldsOf(out), expected);
+}
+
 TEST(Trace, PrintsOnlyWhenSwitchedOn) {
     Reader in("a5");
     uint32_t value = 0;

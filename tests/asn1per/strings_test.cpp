@@ -66,11 +66,36 @@ TEST(Text, AnAlphabetBuiltWhenCompiledIsTheSame) {
               0);
 }
 
+// A FROM constraint holds whatever the width of the codes; decoding reads by code what it finds.
 TEST(Text, CharactersOutsideTheAlphabet) {
-    Writer out;
+    struct Outside {
+        PutString write;
+        const char* from;
+        const char* text;
+        int32_t status;
+    };
+    const Outside cases[] = {
+        {pe_NumericString, nullptr, "1x", PER_DOES_NOT_FIT},
+        {pe_NumericString, "123", "14", PER_DOES_NOT_FIT},
+        {pe_IA5String, DIGITS, "a", PER_DOES_NOT_FIT},
+        {pe_IA5String, DIGITS, "12345a", PER_DOES_NOT_FIT},
+        {pe_IA5String, SIGNALS, "Z", PER_DOES_NOT_FIT}, // codes of 8 bits, indexes of 5
+        {pe_IA5String, SIGNALS, "1!Z1", PER_DOES_NOT_FIT},
+        {pe_IA5String, "xyz", "x", PER_DOES_NOT_FIT}, // IA5String has no character of these
+        {pe_PrintableString, "ABCDEFGHIJKLMNOPQRSTUVWXYZ", "a", PER_DOES_NOT_FIT},
+        {pe_GeneralString, "\xE4\xF6\xFC", "a", PER_DOES_NOT_FIT},
+        {pe_PrintableString, nullptr, "@", PER_OK},
+        {pe_IA5String, nullptr, "\x7F", PER_OK},
+    };
+    for (const uint8_t aligned : VARIANTS) {
+        for (const Outside& c : cases) {
+            EXPECT_EQ(c.write(Writer(aligned).self(), c.text, c.from), c.status) << c.text;
+        }
+    }
+    static constexpr PermittedAlphabet SIGNAL_ALPHABET = pu_ia5Alphabet("0123456789#*ABCD!");
+    EXPECT_EQ(pe_ConstrainedString(Writer().self(), "Z", &SIGNAL_ALPHABET), PER_DOES_NOT_FIT);
     const char* text = nullptr;
-    EXPECT_EQ(pe_NumericString(&out, "1x", nullptr), PER_DOES_NOT_FIT);
-    EXPECT_EQ(pe_IA5String(&out, "a", DIGITS), PER_DOES_NOT_FIT);
+    ASSERT_EQ(pd_IA5String(Reader("015a").self(), &text, SIGNALS), PER_OK);
     EXPECT_EQ(pd_NumericString(Reader("01b0").self(), &text, nullptr), PER_CONSTRAINT); // 11 of 11
     EXPECT_EQ(pd_IA5String(Reader("01d0").self(), &text, DIGITS), PER_CONSTRAINT);      // 13 of 13
 }
@@ -93,9 +118,10 @@ TEST(Text, SixteenBitAlphabets) {
         EXPECT_EQ(std::vector<uint16_t>(read.data, read.data + 3),
                   std::vector<uint16_t>(text, text + 3));
     }
-    const uint16_t other = 0x41;
-    Writer out;
-    EXPECT_EQ(pe_BMPString(&out, 1, &other, &listed), PER_DOES_NOT_FIT);
+    for (const uint16_t other : {uint16_t{0x41}, uint16_t{0x39F}, uint16_t{0x3C0}}) {
+        EXPECT_EQ(pe_BMPString(Writer().self(), 1, &other, &listed), PER_DOES_NOT_FIT);
+        EXPECT_EQ(pe_BMPString(Writer().self(), 1, &other, &ranged), PER_DOES_NOT_FIT);
+    }
     BMPStringValue read = {};
     EXPECT_EQ(pd_BMPString(Reader("01c0").self(), &read, &listed), PER_CONSTRAINT);
 }

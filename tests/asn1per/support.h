@@ -46,6 +46,8 @@ struct Writer : PerContext {
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
     ~Writer() { pu_freeContext(this); }
+    // For a call whose encoder ends with the statement.
+    PerContext* self() { return this; }
 
     Octets octets() const {
         uint32_t length = 0;

@@ -5,7 +5,9 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -83,26 +85,39 @@ TEST(Encoders, RefuseWhatTheTypeCannotHold) {
     pu_freeContext(&ctx);
 }
 
-// Status by alternative number: none, one past the roots, one past all, far beyond.
+// Every CHOICE of the codecs, with numbers of no alternative: an index of no bits does not hide
+// them.
 TEST(Encoders, RefuseAlternativesThatDoNotExist) {
-    const auto withoutMarker = [](uint32_t alternative) {
-        H245H261VideoMode_resolution value{};
-        value.alternative = alternative;
-        return encoded(asn1PE_H245H261VideoMode_resolution, value).status;
-    };
-    EXPECT_EQ(withoutMarker(0), PER_RANGE);
-    EXPECT_EQ(withoutMarker(2), PER_OK);
-    EXPECT_EQ(withoutMarker(3), PER_RANGE);
-
-    const auto withExtensions = [](uint32_t alternative) {
-        H225ReleaseCompleteReason value{};
-        value.alternative = alternative;
-        return encoded(asn1PE_H225ReleaseCompleteReason, value).status;
-    };
-    EXPECT_EQ(withExtensions(0), PER_RANGE);
-    EXPECT_EQ(withExtensions(H225ReleaseCompleteReason_callerNotRegisteredChosen), PER_OK);
-    EXPECT_EQ(withExtensions(H225ReleaseCompleteReason_UnknownChosen), PER_BAD_CHOICE);
-    EXPECT_EQ(withExtensions(UINT32_MAX), PER_BAD_CHOICE);
+    size_t choices = 0;
+    for (size_t i = 0; i < registeredTypeCount(); ++i) {
+        const TypeDescription& type = registeredType(i);
+        if (type.kind != TypeKind::Choice) {
+            continue;
+        }
+        ++choices;
+        const MemberDescription& last = type.members[type.memberCount - 1];
+        const bool keeps = last.type->kind == TypeKind::KeptExtension;
+        uint32_t known = 0;
+        bool additions = false;
+        for (uint32_t member = 0; member < type.memberCount; ++member) {
+            known = std::max(known, type.members[member].alternative);
+            additions = additions || type.members[member].addition;
+        }
+        for (const uint32_t alternative : {0U, known + 1, UINT32_MAX}) {
+            if (keeps && alternative != 0) {
+                continue; // stands for what the record keeps
+            }
+            std::vector<std::max_align_t> record(type.size / sizeof(std::max_align_t) + 1);
+            std::memcpy(record.data(), &alternative, sizeof alternative);
+            PerContext ctx{};
+            ASSERT_EQ(pu_initContext(&ctx, nullptr, 0, 1), PER_OK);
+            EXPECT_EQ(type.encode(&ctx, record.data()),
+                      alternative != 0 && type.extensible ? PER_BAD_CHOICE : PER_RANGE)
+                << type.name << " " << alternative;
+            pu_freeContext(&ctx);
+        }
+    }
+    EXPECT_GT(choices, 100U);
 }
 
 TEST(Decoders, RefuseAnIndexWithoutAnAlternative) {

@@ -141,6 +141,31 @@ TEST(ForeignModule, RefusesWhatTheModuleDoes) {
     EXPECT_EQ(decodedAndEncoded("ForeignColour", "83"), "83");
     EXPECT_EQ(encodedBy(with(asn1PE_ForeignTrend, uint32_t{3})), "status -23");
     EXPECT_EQ(encodedBy(with(asn1PE_ForeignLevel, 101)), "status -23");
+    // The index of a single alternative takes no bits, and is checked all the same.
+    for (const uint32_t alternative : {0U, 1U, 2U, UINT32_MAX}) {
+        ForeignOnly only = {alternative, {1}};
+        EXPECT_EQ(encodedBy(with<const ForeignOnly*>(asn1PE_ForeignOnly, &only)),
+                  alternative == 1 ? "80" : "status -24");
+    }
+    ForeignOnlyYet none = {};
+    EXPECT_EQ(encodedBy(with<const ForeignOnlyYet*>(asn1PE_ForeignOnlyYet, &none)), "status -24");
+    EXPECT_EQ(encodedBy(with(asn1PE_ForeignCode, "D")), "status -17");
+}
+
+// Lists have no fragments: a count that needs them is refused, also when nothing would remain for
+// a second one.
+TEST(ForeignModule, RefusesListsThatNeedFragments) {
+    std::vector<uint8_t> on(65536, 1);
+    for (const uint32_t count : {16383U, 16384U, 16385U, 32768U, 49152U, 65535U, 65536U}) {
+        const ForeignSwitches switches = {count, on.data()};
+        const std::string any =
+            encodedBy(with<const ForeignSwitches*>(asn1PE_ForeignSwitches, &switches));
+        EXPECT_EQ(any == "status 2", count >= 16384) << count;
+        const ForeignCountedSwitches bounded = {count, on.data()};
+        const std::string counted =
+            encodedBy(with<const ForeignCountedSwitches*>(asn1PE_ForeignCountedSwitches, &bounded));
+        EXPECT_EQ(counted.size(), count > 65535 ? 10U : 4 + (count + 7) / 8 * 2) << count;
+    }
 }
 
 } // namespace
