@@ -8,6 +8,7 @@
 namespace cli {
 
 void addDecodeCommand(CLI::App& app, int& exitStatus);
+void addLocateCommand(CLI::App& app, int& exitStatus);
 void addVerifyCommand(CLI::App& app, int& exitStatus);
 void addReplayCommand(CLI::App& app, int& exitStatus);
 

@@ -13,6 +13,7 @@ int run(int argc, char** argv) {
     app.allow_windows_style_options(false);
     int exitStatus = 0;
     cli::addDecodeCommand(app, exitStatus);
+    cli::addLocateCommand(app, exitStatus);
     cli::addVerifyCommand(app, exitStatus);
     cli::addReplayCommand(app, exitStatus);
 #ifdef H323NAT_LIVE_GATEWAY

@@ -56,36 +56,47 @@ MessageInput readFile(const std::string& path) {
     file.read(content.data(), longestBeginning);
     content.resize(static_cast<size_t>(file.gcount()));
     if (isCapture(content)) {
-        return {{}, path};
+        return {path, true, {}};
     }
     content.append(std::istreambuf_iterator<char>(file), {});
-    return {octetsOf(content), {}};
+    return {path, false, octetsOf(content)};
+}
+
+bool isFile(const std::string& word) {
+    std::error_code ignored;
+    return !isHex(word) && std::filesystem::exists(word, ignored);
 }
 
 } // namespace
 
-MessageInput readMessageInput(const std::vector<std::string>& words) {
-    std::error_code ignored;
-    if (words.size() == 1 && !isHex(words[0]) && std::filesystem::exists(words[0], ignored)) {
-        return readFile(words[0]);
+std::vector<MessageInput> readMessageInputs(const std::vector<std::string>& words) {
+    if (std::all_of(words.begin(), words.end(), isFile)) {
+        std::vector<MessageInput> files;
+        std::transform(words.begin(), words.end(), std::back_inserter(files), readFile);
+        return files;
     }
     if (words.size() == 1 && words[0] == "-") {
         const std::string content(std::istreambuf_iterator<char>(std::cin), {});
         if (isCapture(content)) {
             throw std::runtime_error("a capture is read from a file, not from standard input");
         }
-        return {octetsOf(content), {}};
+        return {{"", false, octetsOf(content)}};
     }
     std::string text;
     for (const std::string& word : words) {
         text += word == "-" ? std::string(std::istreambuf_iterator<char>(std::cin), {}) : word;
     }
     try {
-        return {fromHex(text), {}};
+        return {{"", false, fromHex(text)}};
     } catch (const std::exception& error) {
-        throw std::runtime_error(words.size() > 1
-                                     ? std::string(error.what())
-                                     : std::string(error.what()) + ", and no file has this name");
+        if (words.size() == 1) {
+            throw std::runtime_error(std::string(error.what()) + ", and no file has this name");
+        }
+        if (std::any_of(words.begin(), words.end(), isFile)) {
+            const auto other = std::find_if_not(words.begin(), words.end(), isFile);
+            throw std::runtime_error(*other + " cannot be read");
+        }
+        throw;
     }
 }
 

@@ -13,6 +13,7 @@
 #include "cli/commands.h"
 #include "cli/hex.h"
 #include "cli/lossless_check.h"
+#include "cli/places_check.h"
 #include "cli/status_text.h"
 #include "cli/vector_file.h"
 
@@ -23,6 +24,7 @@ struct VerifyOptions {
     std::vector<std::string> files;
     std::optional<int32_t> expectedStatus;
     bool lossless = false;
+    bool places = false;
 };
 
 struct Tally {
@@ -48,6 +50,9 @@ std::string difference(const std::vector<uint8_t>& expected, const std::vector<u
 std::string faultOf(const VectorLine& line, const VerifyOptions& options) {
     if (options.lossless) {
         return losslessFaultOf(line);
+    }
+    if (options.places) {
+        return placesFaultOf(line);
     }
     const TypeDescription* type = findType(line.type);
     if (type == nullptr) {
@@ -135,6 +140,12 @@ void addVerifyCommand(CLI::App& app, int& exitStatus) {
                    "places, FIELD=OFFSET:LENGTH,...; without it all are set that the module's "
                    "rules may set")
         ->excludes("--expect-status");
+    command
+        ->add_flag("--places", options->places,
+                   "Instead look up the IPv4 addresses of every line and compare them with the "
+                   "third field, PATH=OFFSET,... or - for none")
+        ->excludes("--expect-status")
+        ->excludes("--lossless");
     command->callback([options, &exitStatus] { exitStatus = run(*options); });
 }
 

@@ -21,6 +21,7 @@ inline Outcome run(std::vector<std::string> arguments) {
     CLI::App app("", "h323nat");
     Outcome outcome;
     addDecodeCommand(app, outcome.status);
+    addLocateCommand(app, outcome.status);
     addVerifyCommand(app, outcome.status);
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();

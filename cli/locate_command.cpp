@@ -1,0 +1,143 @@
+#include <algorithm>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+#include "cli/given_messages.h"
+#include "cli/json_array.h"
+#include "cli/located_addresses.h"
+#include "tree/message_tree.h"
+
+namespace cli {
+namespace {
+
+struct LocateOptions {
+    GivenOptions given;
+    bool json = false;
+};
+
+std::string statusName(LocateStatus status) {
+    switch (status) {
+    case LocateStatus::complete:
+        return "complete";
+    case LocateStatus::malformed:
+        return "malformed";
+    default:
+        return "tooDeep";
+    }
+}
+
+std::string counted(uint32_t count, const char* one, const char* several) {
+    return count == 1 ? std::string("1 ") + one : std::to_string(count) + " " + several;
+}
+
+/// What the places do not say of the message, in whole lines.
+void printRemarks(const LocatedAddresses& found, const std::string& prefix) {
+    if (found.status == LocateStatus::malformed) {
+        std::cerr << prefix
+                  << "makes no sense from some point on; \"h323nat decode\" tells where\n";
+    } else if (found.status == LocateStatus::tooDeep) {
+        std::cerr << prefix << "is nested deeper than " << locatorDepth
+                  << " levels or in more than " << locatorSeams
+                  << " fragments; places behind that are not looked up\n";
+    }
+    if (found.splitAddresses != 0) {
+        std::cerr << prefix
+                  << "warning: " << counted(found.splitAddresses, "address is", "addresses are")
+                  << " left out whose octets do not stand together\n";
+    }
+    if (found.refusedElements != 0) {
+        std::cerr << prefix << "warning: " << counted(found.refusedElements, "message", "messages")
+                  << " in octet strings made no sense and what is behind that in them was not "
+                     "looked up\n";
+    }
+}
+
+void printText(const GivenMessage& message, const LocatedAddresses& found) {
+    if (!message.heading.empty() && !found.places.empty()) {
+        std::cout << message.heading << '\n';
+    }
+    size_t offsetWidth = 0;
+    size_t endpointWidth = 0;
+    for (const LocatedAddress& place : found.places) {
+        offsetWidth = std::max(offsetWidth, std::to_string(place.offset).size());
+        endpointWidth = std::max(endpointWidth, gateway::toText(place.endpoint).size());
+    }
+    for (const LocatedAddress& place : found.places) {
+        std::cout << "  " << std::setw(static_cast<int>(offsetWidth)) << std::right << place.offset
+                  << "  " << std::setw(static_cast<int>(endpointWidth)) << std::left
+                  << gateway::toText(place.endpoint) << "  " << place.path << '\n';
+    }
+    std::cout << std::flush; // remarks go elsewhere and come behind
+    printRemarks(found,
+                 "h323nat: " +
+                     (message.heading.empty() ? "the message" : message.heading + ": the message") +
+                     " ");
+}
+
+std::string jsonOf(const GivenMessage& message, const LocatedAddresses& found) {
+    nlohmann::ordered_json object = message.origin;
+    object["type"] = message.readings.front().type;
+    object["octets"] = message.readings.front().encoding.size();
+    object["status"] = statusName(found.status);
+    object["splitAddresses"] = found.splitAddresses;
+    object["refusedElements"] = found.refusedElements;
+    auto& places = object["places"] = nlohmann::ordered_json::array();
+    for (const LocatedAddress& place : found.places) {
+        places.push_back({{"path", place.path},
+                          {"offset", place.offset},
+                          {"address", gateway::toText(place.endpoint.address)},
+                          {"port", place.endpoint.port}});
+    }
+    return object.dump();
+}
+
+/// A name of the module, OpenLogicalChannel, will do as well.
+LocatedType typeOf(const std::string& name) {
+    const tree::MessageType* type = tree::findMessageType(name);
+    return requireLocatedType(type == nullptr ? name : std::string(type->name));
+}
+
+bool run(const LocateOptions& options) {
+    JsonArray array;
+    bool good = true;
+    size_t count = 0;
+    forEachMessage(options.given, [&](const GivenMessage& message) {
+        if (message.readings.size() != 1) {
+            throw std::runtime_error("the message reads to its end as none of the top-level types; "
+                                     "say with --type what it is");
+        }
+        const FramedMessage& framed = message.readings.front();
+        const LocatedAddresses found = locateAddresses(typeOf(framed.type), framed.encoding);
+        if (options.json) {
+            array.add(jsonOf(message, found));
+        } else {
+            printText(message, found);
+        }
+        good = good && found.status == LocateStatus::complete;
+        ++count;
+    });
+    if (options.json) {
+        array.finish();
+    }
+    return good && count > 0;
+}
+
+} // namespace
+
+void addLocateCommand(CLI::App& app, int& exitStatus) {
+    auto* command = app.add_subcommand("locate", "Print where a message's IPv4 addresses lie");
+    const auto options = std::make_shared<LocateOptions>();
+    addGivenOptions(*command, options->given);
+    command->add_flag("--json", options->json,
+                      "Print an array with an object for each message; offsets of places count "
+                      "octets of the message");
+    command->callback([options, &exitStatus] { exitStatus = run(*options) ? 0 : exitFaults; });
+}
+
+} // namespace cli
