@@ -169,6 +169,15 @@ bool isConfirmed(const MessageSource& source, uint8_t role) {
            state.registrations[source.registration].confirmed;
 }
 
+// Who may send to the mapping. Calls and media come from other parties than the gatekeeper that is
+// told of them; a discovery that goes to a group is answered by some member of it.
+uint32_t remoteOf(const MessageSource& source, uint8_t role) {
+    constexpr uint32_t firstGroup = 0xE0000000; // 224.0.0.0
+    const bool known = role == H323NAT_ROLE_RAS && source.role == H323NAT_ROLE_RAS &&
+                       source.outside.address < firstGroup;
+    return known ? source.outside.address : UNKNOWN_REMOTE_ADDRESS;
+}
+
 Translation translateSent(const MessageSource& source, const FoundAddress& found,
                           const Asking& asking) {
     const LocatedPlace& place = found.place;
@@ -181,7 +190,9 @@ Translation translateSent(const MessageSource& source, const FoundAddress& found
     if (!isConfirmed(source, found.role.role)) {
         return {{}, H323NAT_LEFT_NOT_CONFIRMED};
     }
-    return translateOut(found.role.role, found.role.rtcp, {place.address, place.port}, asking);
+    Asking request = asking;
+    request.remoteAddress = remoteOf(source, found.role.role);
+    return translateOut(found.role.role, found.role.rtcp, {place.address, place.port}, request);
 }
 
 // Address 0: nothing of ours stands there.
@@ -244,7 +255,7 @@ bool translateAddresses(const MessageSource& source, const MessageFacts& facts, 
     const Asking asking = {
         source.hostContext,
         {call, call == none ? source.registration : none},
-        ras ? source.outside.address : UNKNOWN_REMOTE_ADDRESS,
+        UNKNOWN_REMOTE_ADDRESS,
         source.control,
         ++state.messagesSoFar,
         ras && (facts.alternative == locatorAlternative::H225RasMessage_gatekeeperRequest ||

@@ -25,6 +25,7 @@ PlaceRole roleOf(const LocatedPlace& place, bool data) {
         return rtcp;
 
     case H245NetworkAccessParameters_networkAddress_localAreaAddress: // separateStack
+    case H225InfoRequestResponse_perCallInfo_element_data:
         return {H323NAT_ROLE_T120, false, false};
 
     case H225Setup_UUIE_h245Address:

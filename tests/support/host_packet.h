@@ -17,12 +17,14 @@ struct TcpFields {
     uint32_t sequence = 1;
     uint8_t flags = 0x10; // ACK
     std::vector<uint8_t> payload = {};
+    uint32_t acknowledgement = 0;
 };
 
 class HostPacket {
 public:
     explicit HostPacket(const TcpFields& fields) : HostPacket(6, 20, fields) {
         put<uint32_t>(transport() + 4, fields.sequence);
+        put<uint32_t>(transport() + 8, fields.acknowledgement);
         transport()[12] = 0x50;
         transport()[13] = fields.flags;
     }

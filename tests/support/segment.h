@@ -7,7 +7,7 @@
 
 namespace test_support {
 
-enum TcpFlag : uint8_t { tcpSyn = 0x02, tcpAck = 0x10 };
+enum TcpFlag : uint8_t { tcpFin = 0x01, tcpSyn = 0x02, tcpRst = 0x04, tcpAck = 0x10 };
 
 /// One IPv4 packet with a TCP or UDP payload.
 struct Segment {
@@ -16,6 +16,7 @@ struct Segment {
     uint32_t sequence = 0;
     uint8_t flags = tcpAck;
     Octets payload;
+    uint32_t acknowledgement = 0;
 };
 
 /// What a hook left of a packet.

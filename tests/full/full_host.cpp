@@ -1,0 +1,348 @@
+#include "tests/full/full_host.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+
+#include "nat/full/scope.h"
+#include "nat/host_callbacks.h"
+#include "tests/support/messages.h"
+#include "tests/vectors/vector_set.h"
+
+namespace test_support {
+namespace {
+
+FullHost* host = nullptr;
+
+std::string octetsText(const H323Octets& octets) {
+    return {reinterpret_cast<const char*>(octets.data), octets.length};
+}
+
+EndpointKey key(const H323Endpoint& endpoint) {
+    return {endpoint.address, endpoint.port};
+}
+
+std::string shortPath(const H323Octets& octets) {
+    std::string path = octetsText(octets);
+    for (const std::string common : {"h323-uu-pdu.", "h323-message-body."}) {
+        if (path.starts_with(common)) {
+            path.erase(0, common.size());
+        }
+    }
+    return path;
+}
+
+const char* roleText(uint32_t role) {
+    constexpr const char* roles[] = {"none", "signalling", "h245", "ras", "media", "t120"};
+    return roles[role];
+}
+
+std::string directionText(uint32_t direction) {
+    return direction == H323NAT_SENT ? "sent" : "received";
+}
+
+std::string callText(const H323ObservedCall& call) {
+    return std::to_string(call.call) + " " + directionText(call.direction) + " " +
+           text(key(call.inside)) + " " + text(key(call.outside));
+}
+
+std::string connectionText(const H323ObservedConnection& connection) {
+    return std::string(roleText(connection.role)) + (connection.protocol == 6 ? " tcp " : " udp ") +
+           text(key(connection.inside)) + " " + text(key(connection.publicEndpoint)) + " " +
+           text(key(connection.outside));
+}
+
+std::string addressTextOf(const H323ObservedAddress& address) {
+    return shortPath(address.path) + " " + roleText(address.role) + " " + text(key(address.from));
+}
+
+template <typename Event>
+void note(const std::string& word, const std::string& line, const Event& /*event*/) {
+    host->told.push_back(word + " " + line);
+}
+
+H323Observer recordingObserver() {
+    H323Observer observer = {};
+    observer.size = sizeof observer;
+    observer.messageRead = [](void*, const H323ObservedMessage* message) {
+        std::string flags;
+        flags += (message->flags & H323NAT_MESSAGE_SIGNED) != 0 ? " signed" : "";
+        flags += (message->flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) != 0 ? " not-understood" : "";
+        note("message", directionText(message->direction) + " " + octetsText(message->name) + flags,
+             *message);
+    };
+    observer.addressRewritten = [](void*, const H323ObservedAddress* address) {
+        note("rewritten", addressTextOf(*address) + " " + text(key(address->to)), *address);
+    };
+    observer.addressLeft = [](void*, const H323ObservedAddress* address) {
+        note("left", addressTextOf(*address) + " " + std::to_string(address->cause), *address);
+    };
+    observer.callBegan = [](void*, const H323ObservedCall* call) {
+        note("began", callText(*call), *call);
+    };
+    observer.callEnded = [](void*, const H323ObservedCall* call) {
+        note("ended",
+             std::to_string(call->call) + " " + std::to_string(call->end) + " " +
+                 std::to_string(call->cause),
+             *call);
+    };
+    observer.connectionAnnounced = [](void*, const H323ObservedConnection* connection) {
+        note("announced", connectionText(*connection), *connection);
+    };
+    observer.connectionOver = [](void*, const H323ObservedConnection* connection) {
+        note("over", connectionText(*connection), *connection);
+    };
+    return observer;
+}
+
+} // namespace
+
+struct FullHostCallbacks {
+    static bool answer(const char* kind, uint32_t privateAddress, uint32_t remoteAddress,
+                       uint16_t privatePort, uint32_t* publicPort, uint32_t* publicAddress) {
+        const std::string remote = endpointText(remoteAddress, 0);
+        host->asked.push_back(std::string(kind) + " " + endpointText(privateAddress, privatePort) +
+                              " > " + remote.substr(0, remote.find(':')));
+        if (host->refusedPorts.count(privatePort) != 0) {
+            return false;
+        }
+        const EndpointKey given = FullHost::publicOf({privateAddress, privatePort});
+        *publicPort = 0xabcd0000U | given.port;
+        *publicAddress = given.address;
+        return true;
+    }
+
+    static uint32_t openMedia(HostContext*, uint32_t privateAddress, uint32_t remoteAddress,
+                              uint16_t privatePort, uint32_t* publicPort, uint32_t* publicAddress,
+                              HostMappingRecord**, HostMappingRecord**, uint8_t* skipLinking) {
+        *skipLinking = 1;
+        return answer("media", privateAddress, remoteAddress, privatePort, publicPort,
+                      publicAddress)
+                   ? 0
+                   : 1;
+    }
+
+    static uint8_t openControl(HostContext*, uint32_t privateAddress, uint32_t remoteAddress,
+                               uint16_t privatePort, uint32_t* publicPort, uint32_t* publicAddress,
+                               uint32_t*) {
+        return answer("control", privateAddress, remoteAddress, privatePort, publicPort,
+                      publicAddress)
+                   ? 0
+                   : 1;
+    }
+
+    static HostMappingRecord* findInside(uint32_t, uint16_t, uint32_t, uint16_t) { return nullptr; }
+
+    static HostMappingRecord* findOutside(uint32_t publicAddress, uint16_t publicPort,
+                                          uint32_t remoteAddress, uint16_t remotePort) {
+        for (const FullHost::Flow& flow : host->flows_) {
+            if (flow.publicEndpoint == EndpointKey{publicAddress, publicPort} &&
+                flow.outside == EndpointKey{remoteAddress, remotePort}) {
+                host->record_.insideAddress = flow.inside.address;
+                host->record_.insidePort = flow.inside.port;
+                return &host->record_;
+            }
+        }
+        return nullptr;
+    }
+};
+
+std::string text(const EndpointKey& endpoint) {
+    return endpointText(endpoint.address, endpoint.port);
+}
+
+FullHost::FullHost(uint32_t calls) {
+    host = this;
+    context.publicAddress = publicAddress;
+    hostCallbacks = {nullptr,
+                     nullptr,
+                     nullptr,
+                     FullHostCallbacks::openMedia,
+                     FullHostCallbacks::openControl,
+                     FullHostCallbacks::findInside,
+                     FullHostCallbacks::findOutside};
+    EXPECT_TRUE(full_scope::enter(calls));
+    full_scope::state.publishedAddress = 0;
+    const H323Observer observer = recordingObserver();
+    H323SetObserver(&observer);
+}
+
+FullHost::~FullHost() {
+    full_scope::leave();
+    H323SetObserver(nullptr);
+    hostCallbacks = {};
+    host = nullptr;
+}
+
+EndpointKey FullHost::publicOf(const EndpointKey& inside) {
+    const uint32_t number = (inside.address & 0xff) - 4;
+    return {publicAddress, static_cast<uint16_t>(inside.port + 10000 * number)};
+}
+
+Octets FullHost::sendDatagram(const EndpointKey& inside, const EndpointKey& outside,
+                              const Octets& message) {
+    Segment segment;
+    segment.flow = {inside.address, outside.address, inside.port, outside.port};
+    segment.udp = true;
+    segment.payload = message;
+    return send(segment);
+}
+
+Octets FullHost::receiveDatagram(const EndpointKey& outside, const EndpointKey& publicEndpoint,
+                                 const Octets& message) {
+    Segment segment;
+    segment.flow = {outside.address, publicEndpoint.address, outside.port, publicEndpoint.port};
+    segment.udp = true;
+    segment.payload = message;
+    return receive(segment);
+}
+
+void FullHost::discover(const EndpointKey& ras, uint32_t keeper) {
+    sendDatagram(ras, {keeper, 1719}, messageWith("gatekeeperRequest.rasAddress.ipAddress", ras));
+    receiveDatagram({keeper, 1719}, publicOf(ras),
+                    messageWith("gatekeeperConfirm.rasAddress.ipAddress", {keeper, 1719}));
+}
+
+std::vector<std::string> FullHost::takeAsked() {
+    return std::exchange(asked, {});
+}
+
+std::vector<std::string> FullHost::takeTold(const std::string& word) {
+    std::vector<std::string> lines;
+    for (const std::string& line : std::exchange(told, {})) {
+        if (line.starts_with(word)) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+TcpCall::TcpCall(FullHost& fullHost, const EndpointKey& insideEnd, const EndpointKey& outsideEnd,
+                 Opened opened, uint32_t sentFirst, uint32_t receivedFirst)
+    : inside(insideEnd),
+      publicEndpoint(opened == Opened::byPrivate ? EndpointKey{publicAddress, insideEnd.port}
+                     : insideEnd.port == 1720 &&
+                             insideEnd.address == full_scope::state.publishedAddress
+                         ? EndpointKey{publicAddress, 1720}
+                         : FullHost::publicOf(insideEnd)),
+      outside(outsideEnd), host_(fullHost), sentFirst_(sentFirst), receivedFirst_(receivedFirst) {
+    host_.flows_.push_back({inside, publicEndpoint, outside});
+    Segment sent;
+    sent.flow = {inside.address, outside.address, inside.port, outside.port};
+    sent.sequence = sentFirst - 1;
+    Segment received;
+    received.flow = {outside.address, publicEndpoint.address, outside.port, publicEndpoint.port};
+    received.sequence = receivedFirst - 1;
+    if (opened == Opened::byPrivate) {
+        sent.flags = tcpSyn;
+        received.flags = tcpSyn | tcpAck;
+        received.acknowledgement = sentFirst;
+        host_.send(sent);
+        host_.receive(received);
+    } else {
+        received.flags = tcpSyn;
+        sent.flags = tcpSyn | tcpAck;
+        sent.acknowledgement = receivedFirst;
+        host_.receive(received);
+        host_.send(sent);
+    }
+}
+
+Octets TcpCall::sentAt(size_t offset, const Octets& payload, uint8_t flags) {
+    Segment segment;
+    segment.flow = {inside.address, outside.address, inside.port, outside.port};
+    segment.sequence = sentFirst_ + static_cast<uint32_t>(offset);
+    segment.acknowledgement = receivedFirst_ + static_cast<uint32_t>(receivedSoFar);
+    segment.payload = payload;
+    segment.flags = flags;
+    return host_.send(segment);
+}
+
+Octets TcpCall::receivedAt(size_t offset, const Octets& payload, uint8_t flags) {
+    Segment segment;
+    segment.flow = {outside.address, publicEndpoint.address, outside.port, publicEndpoint.port};
+    segment.sequence = receivedFirst_ + static_cast<uint32_t>(offset);
+    segment.acknowledgement = sentFirst_ + static_cast<uint32_t>(sentSoFar);
+    segment.payload = payload;
+    segment.flags = flags;
+    return host_.receive(segment);
+}
+
+Octets TcpCall::sent(const Octets& payload) {
+    const size_t offset = std::exchange(sentSoFar, sentSoFar + payload.size());
+    return sentAt(offset, payload);
+}
+
+Octets TcpCall::received(const Octets& payload) {
+    const size_t offset = std::exchange(receivedSoFar, receivedSoFar + payload.size());
+    return receivedAt(offset, payload);
+}
+
+void TcpCall::close() {
+    sentAt(sentSoFar, {}, tcpFin | tcpAck);
+    receivedAt(receivedSoFar, {}, tcpFin | tcpAck);
+}
+
+const std::vector<PlacedMessage>& placedMessages() {
+    static const std::vector<PlacedMessage> messages = [] {
+        std::vector<PlacedMessage> read;
+        for (const cli::VectorLine& line : readVectors("addresses.txt")) {
+            if (line.third == "-" || !line.remark.empty()) {
+                continue;
+            }
+            PlacedMessage message = {line.type, line.encoding, {}};
+            std::istringstream places(line.third);
+            for (std::string place; std::getline(places, place, ',');) {
+                const size_t equals = place.find('=');
+                message.places.push_back(
+                    {place.substr(0, equals), std::stoul(place.substr(equals + 1))});
+            }
+            read.push_back(std::move(message));
+        }
+        return read;
+    }();
+    return messages;
+}
+
+static PlacedMessage chooseMessage(const std::string& pathEnd) {
+    PlacedMessage best;
+    for (const PlacedMessage& message : placedMessages()) {
+        for (const PlacedMessage::Place& place : message.places) {
+            if (place.path.ends_with(pathEnd) && message.type != "H245OpenLogicalChannel" &&
+                (best.places.empty() || message.octets.size() < best.octets.size())) {
+                best = {message.type, message.octets, {place}};
+            }
+        }
+    }
+    EXPECT_FALSE(best.places.empty()) << "no message with " << pathEnd;
+    return best;
+}
+
+Octets messageWith(const std::string& pathEnd, const EndpointKey& endpoint) {
+    static std::map<std::string, PlacedMessage> chosen;
+    const auto found = chosen.find(pathEnd);
+    const PlacedMessage& message =
+        found != chosen.end() ? found->second
+                              : chosen.insert({pathEnd, chooseMessage(pathEnd)}).first->second;
+    Octets octets = message.octets;
+    setEndpoint(octets, message.places.at(0).offset, endpoint);
+    return octets;
+}
+
+(octets.at(offset + 4) << 8 | octets.at(offset + 5));
+return endpoint;
+}
+
+void setEndpoint(Octets& octets, size_t offset, const EndpointKey& endpoint) {
+    overwrite(octets, offset, octetsOfEndpoint(endpoint.address, endpoint.port));
+}
+
+size_t recordsInUse() {
+    const full_scope::State& state = full_scope::state;
+    return state.calls.used + state.connections.used + state.mappings.used + state.claims.used +
+           state.announced.used + state.registrations.used + state.streams.blocks.used +
+           state.streams.edits.used;
+}
+
+} // namespace test_support
