@@ -2171,7 +2171,8 @@ bool getPlainBmp(PerContext* ctx, BMPStringValue* value, uint32_t lower, uint32_
     }
     const uint32_t count = lower + ctx->buffer[index];
     const uint64_t end = index + 1 + uint64_t{count} * 2;
-    if (end > ctx->fastSize) {
+    // No characters are aligned all the same, which the end of the data does not allow.
+    if (end > ctx->fastSize || (count == 0 && index + 1 >= ctx->fastSize)) {
         return false;
     }
     auto* chars = static_cast<uint16_t*>(rtHeapAllocArray(&ctx->heap, count, sizeof(uint16_t)));

@@ -29,6 +29,28 @@ TEST(Context, OwnsABufferOnlyWithoutACallers) {
     EXPECT_EQ(message[2], 3);
 }
 
+// Without the marker nothing that stands in the memory counts.
+TEST(Context, InitialisingOverDirtyMemoryClearsEverything) {
+    PerContext dirty;
+    std::memset(static_cast<void*>(&dirty), 0xA5, sizeof dirty);
+    uint8_t message[2] = {0x80, 0};
+    ASSERT_EQ(pu_initContext(&dirty, message, 2, 1), 0);
+    PerContext fresh = {};
+    ASSERT_EQ(pu_initContext(&fresh, message, 2, 1), 0);
+    EXPECT_EQ(dirty.flags, 0);
+    EXPECT_EQ(dirty.sizeConstraint, nullptr);
+    EXPECT_EQ(dirty.fieldList.first, nullptr);
+    EXPECT_EQ(dirty.errorInfo.status, 0);
+    EXPECT_EQ(dirty.lenient, 0);
+    EXPECT_EQ(dirty.recordSpans, 0);
+    EXPECT_EQ(dirty.traced, 0);
+    EXPECT_EQ(dirty.fastSize, fresh.fastSize);
+    EXPECT_NE(rtHeapAlloc(&dirty.heap, 8), nullptr);
+    EXPECT_EQ(pd_bit(&dirty, nullptr), 0);
+    pu_freeContext(&dirty);
+    pu_freeContext(&fresh);
+}
+
 TEST(Context, InitialisingAgainKeepsTheHeap) {
     PerContext ctx = {};
     uint8_t message[1] = {0};

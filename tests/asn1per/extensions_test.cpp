@@ -78,6 +78,23 @@ TEST(Additions, WideBitmapsAndTheirTruncations) {
     EXPECT_EQ(pd_beginAdditions(Reader("8004fffffffe").self(), &additions), PER_OVERFLOW);
 }
 
+// Number and presence bits that end with the data, or a bit later.
+TEST(Additions, ANumberCutByTheEndOfTheData) {
+    const Octets octets(12, 0); // one addition, not present
+    for (const uint8_t tracking : {uint8_t{0}, uint8_t{1}}) {
+        for (uint32_t left = 0; left <= 9; ++left) {
+            Reader in(octets);
+            PerAdditions additions;
+            pu_setFieldTracking(&in, tracking);
+            pu_setBitPosition(&in, 96 - left);
+            const int32_t expected = left >= 8                ? int32_t{PER_OK}
+                                     : left == 0 || left == 7 ? int32_t{PER_OVERFLOW}
+                                                              : int32_t{PER_END_OF_DATA};
+            EXPECT_EQ(pd_beginAdditions(&in, &additions), expected) << left << " bits left";
+        }
+    }
+}
+
 TEST(Additions, AnEmptyOpenTypeIsAnEmptyBuffer) {
     Reader in(
         "01 0001 aa"); // one addition, present, of 0 octets; behind it octets that are not its
@@ -123,6 +140,28 @@ TEST(Alternative, EncodedAndDecoded) {
         EXPECT_EQ(data[0], 0x33);
         pd_endOpenType(&in, &open);
         EXPECT_EQ(pu_bitPosition(&in), pu_bitPosition(&out));
+    }
+}
+
+// An index that ends with the data, in one octet and in two: nothing behind is read.
+TEST(Alternative, AnIndexAtTheEndOfTheData) {
+    for (const char* hex : {"00", "0000"}) {
+        for (uint32_t position = 0; position < 17; ++position) {
+            Reader in(hex);
+            const uint64_t bits = in.size * 8;
+            if (position > bits) {
+                continue;
+            }
+            PerOpenType open;
+            uint32_t index = 0;
+            pu_setBitPosition(&in, position);
+            // A cut index, or no octet behind it to align to, or a length of 0 in the second octet.
+            const int32_t status = pd_beginAlternative(&in, &open, &index);
+            EXPECT_EQ(status, position == bits || bits - position >= 7
+                                  ? (bits - position >= 15 ? PER_OK : PER_OVERFLOW)
+                                  : PER_END_OF_DATA)
+                << hex << " at " << position;
+        }
     }
 }
 

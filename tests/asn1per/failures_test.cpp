@@ -150,6 +150,24 @@ TEST(Room, OwnedBufferGrowsToItsLimit) {
     EXPECT_EQ(out.octets(), chunk);
 }
 
+// What is written just where an owned buffer grows.
+TEST(Room, BitsBehindAGrownBufferAreThere) {
+    const Octets chunk(16384, 0x5A);
+    for (const uint32_t bits : {1U, 5U, 32U}) {
+        Writer byBit;
+        Writer byNumber;
+        ASSERT_EQ(pe_bitData(&byBit, chunk.data(), 16384 * 8), 0);
+        ASSERT_EQ(pe_bitData(&byNumber, chunk.data(), 16384 * 8), 0);
+        for (uint32_t i = 0; i < bits; ++i) {
+            ASSERT_EQ(pe_bit(&byBit, 1), 0);
+        }
+        ASSERT_EQ(pe_bits(&byNumber, UINT32_MAX, bits), 0);
+        const Octets octets = byBit.octets();
+        EXPECT_EQ(toHex(&octets[16384], 1), bits == 1 ? "80" : bits == 5 ? "f8" : "ff");
+        EXPECT_EQ(octets, byNumber.octets());
+    }
+}
+
 TEST(Room, CheckAsksForOneOctetBeyondTheAdvance) {
     Octets room(4);
     Writer out(&room, 1);

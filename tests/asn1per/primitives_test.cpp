@@ -232,8 +232,127 @@ TEST(BitString, PackedUpToSixteenBits) {
     }
 }
 
+// Ranges, count of items, and whether their contents are aligned, or a status.
+struct AlignmentCase {
+    std::vector<SizeConstraint> ranges;
+    uint32_t count;
+    uint8_t isBitString;
+    int32_t expected;
+};
+
+TEST(Alignment, UnderChainsOfSeveralRanges) {
+    const std::vector<SizeConstraint> twoOrMore = {{0, 2, 2, nullptr}, {0, 4, 8, nullptr}};
+    const std::vector<SizeConstraint> upToTwo = {{0, 0, 1, nullptr}, {0, 2, 2, nullptr}};
+    const std::vector<SizeConstraint> beyond = {{0, 0, 1, nullptr}, {1, 2, 2, nullptr}};
+    const std::vector<SizeConstraint> beyondFirst = {{1, 2, 2, nullptr}, {0, 0, 1, nullptr}};
+    const std::vector<SizeConstraint> wide = {{0, 9, 9, nullptr}, {0, 16, 16, nullptr}};
+    const AlignmentCase cases[] = {
+        {twoOrMore, 2, 0, 0},
+        {twoOrMore, 4, 0, 1},
+        {twoOrMore, 1, 0, PER_DOES_NOT_FIT},
+        {twoOrMore, 4, 1, 1},
+        {upToTwo, 2, 0, 0},
+        {upToTwo, 1, 0, 1},
+        {beyond, 2, 0, 1},
+        {beyondFirst, 2, 0, 1},
+        {beyondFirst, 1, 0, 1},
+        {wide, 9, 1, 0},
+        {wide, 16, 1, 0},
+        {wide, 17, 1, 1},
+        {wide, 9, 0, 1},
+        {wide, 8, 1, PER_DOES_NOT_FIT},
+    };
+    for (const AlignmentCase& c : cases) {
+        std::vector<SizeConstraint> chain = c.ranges;
+        for (size_t i = 0; i + 1 < chain.size(); ++i) {
+            chain[i].next = &chain[i + 1];
+        }
+        uint8_t needed = 9;
+        const int32_t status =
+            pu_stringNeedsAlignment(chain.data(), c.count, c.isBitString, &needed);
+        EXPECT_EQ(status != PER_OK ? status : needed, c.expected)
+            << c.count << " under " << c.ranges[0].lower << ".." << c.ranges[0].upper;
+    }
+}
+
+// A range that is pending stays in force, whatever the call brings along: 1..300, so that the
+// length takes two octets.
+struct PendingCase {
+    const char* hex;
+    int32_t (*write)(PerContext*);
+    int32_t (*read)(PerContext*, uint32_t* count);
+};
+
+const uint8_t LETTERS[] = {'a', 'b', 'c'};
+const uint16_t WIDE_LETTERS[] = {'a', 'b', 'c'};
+uint8_t received[8];
+
+const PendingCase PENDING[] = {
+    {"0002", [](PerContext* c) { return pe_LengthSized(c, 3, 0, 255) == 3 ? 0 : -99; },
+     [](PerContext* c, uint32_t* count) { return pd_LengthSized(c, count, 0, 255); }},
+    {"0002616263", [](PerContext* c) { return pe_OctetStringSized(c, 3, LETTERS, 3, 3); },
+     [](PerContext* c, uint32_t* count) {
+         return pd_OctetStringSized(c, count, received, 8, 3, 3);
+     }},
+    {"0002616263", [](PerContext* c) { return pe_OctetStringSized(c, 3, LETTERS, 0, 255); },
+     [](PerContext* c, uint32_t* count) {
+         return pd_OctetStringSized(c, count, received, 8, 0, 255);
+     }},
+    {"0002616263", [](PerContext* c) { return pe_OctetStringSized(c, 3, LETTERS, 3, 9); },
+     [](PerContext* c, uint32_t* count) {
+         return pd_OctetStringSized(c, count, received, 8, 3, 9);
+     }},
+    {"0002616263", [](PerContext* c) { return pe_OctetString(c, 3, LETTERS); },
+     [](PerContext* c, uint32_t* count) {
+         DynOctetString value = {};
+         const int32_t status = pd_DynOctetString(c, &value);
+         *count = value.numocts;
+         return status;
+     }},
+    {"000260", [](PerContext* c) { return pe_BitStringSized(c, 3, LETTERS, 3, 3); },
+     [](PerContext* c, uint32_t* count) { return pd_BitStringSized(c, count, received, 8, 3, 3); }},
+    {"0002616263", [](PerContext* c) { return pe_IA5StringSized(c, "abc", nullptr, 1, 256); },
+     [](PerContext* c, uint32_t* count) {
+         const char* text = "";
+         const int32_t status = pd_IA5StringSized(c, &text, nullptr, 1, 256);
+         *count = static_cast<uint32_t>(std::strlen(text));
+         return status;
+     }},
+    {"0002006100620063",
+     [](PerContext* c) { return pe_BMPStringSized(c, 3, WIDE_LETTERS, nullptr, 1, 256); },
+     [](PerContext* c, uint32_t* count) {
+         BMPStringValue value = {};
+         const int32_t status = pd_BMPStringSized(c, &value, nullptr, 1, 256);
+         *count = value.nchars;
+         return status;
+     }},
+};
+
+TEST(SizedCalls, LeaveAPendingRangeInForce) {
+    const SizeConstraint pending = {0, 1, 300, nullptr};
+    const SizeConstraint narrow = {0, 3, 3, nullptr};
+    size_t row = 0;
+    for (const PendingCase& c : PENDING) {
+        SCOPED_TRACE(row++);
+        Writer out;
+        ASSERT_EQ(pu_addSizeConstraint(&out, &pending), 0);
+        ASSERT_EQ(c.write(&out), 0);
+        EXPECT_EQ(out.sizeConstraint, nullptr);
+        EXPECT_EQ(out.hex(), c.hex);
+        Reader in(out.octets());
+        uint32_t count = 0;
+        ASSERT_EQ(pu_addSizeConstraint(&in, &pending), 0);
+        ASSERT_EQ(c.read(&in, &count), 0);
+        EXPECT_EQ(count, 3U);
+        EXPECT_EQ(pu_bitPosition(&in), pu_bitPosition(&out));
+    }
+    Writer out;
+    ASSERT_EQ(pu_addSizeConstraint(&out, &narrow), 0);
+    EXPECT_EQ(pe_OctetStringSized(&out, 3, LETTERS, 0, 255), PER_CONSTRAINT);
+}
+
 TEST(Fragments, ReadBackInBothVariants) {
-    for (const uint32_t octets : {16383U, 16384U, 20000U, 32768U, 49152U}) {
+    for (const uint32_t octets : {16383U, 16384U, 20000U, 32767U, 32768U, 49152U}) {
         for (const uint8_t aligned : VARIANTS) {
             Octets value(octets);
             for (uint32_t i = 0; i < octets; ++i) {
@@ -253,12 +372,55 @@ TEST(Fragments, ReadBackInBothVariants) {
             EXPECT_EQ(pu_bitPosition(&in), pu_bitPosition(&out));
         }
     }
-    const Octets zeros(16384);
-    Writer out;
-    ASSERT_EQ(pe_OpenType(&out, 16384, zeros.data()), 0);
-    EXPECT_EQ(out.octets().size(), 16386U); // c1, contents, 00
-    EXPECT_EQ(out.octets().front(), 0xC1);
-    EXPECT_EQ(out.octets().back(), 0x00);
+}
+
+// Octets, and the lengths that stand in their encoding with the place of each.
+TEST(Fragments, EndWithALengthThatIsNoFragment) {
+    const std::vector<std::pair<uint32_t, std::vector<std::pair<size_t, std::string>>>> cases = {
+        {16383, {{0, "bfff"}}},
+        {16384, {{0, "c1"}, {16385, "00"}}},
+        {32767, {{0, "c1"}, {16385, "bfff"}}},
+        {32768, {{0, "c2"}, {32769, "00"}}},
+        {49151, {{0, "c2"}, {32769, "bfff"}}},
+    };
+    const Octets zeros(49151);
+    for (const auto& [octets, lengths] : cases) {
+        size_t size = octets;
+        for (const auto& length : lengths) {
+            size += length.second.size() / 2;
+        }
+        for (const auto& write : {pe_OctetString, pe_OpenType}) {
+            Octets room(60000); // with room behind, which the fast way wants
+            Writer growing;
+            Writer fixed(&room, 1);
+            for (Writer* out : {&growing, &fixed}) {
+                ASSERT_EQ(write(out, octets, zeros.data()), 0);
+                const Octets encoded = out->octets();
+                ASSERT_EQ(encoded.size(), size) << octets;
+                for (const auto& [place, hex] : lengths) {
+                    EXPECT_EQ(toHex(&encoded[place], hex.size() / 2), hex) << octets;
+                }
+            }
+        }
+    }
+}
+
+TEST(OpenType, IsNotAlignedInTheUnalignedVariant) {
+    Writer out(0);
+    ASSERT_EQ(pe_bits(&out, 5, 3), 0);
+    ASSERT_EQ(pe_OpenType(&out, 3, LETTERS), 0);
+    EXPECT_EQ(out.hex(), "a06c2c4c60"); // 101 00000011 01100001 01100010 01100011
+    for (const bool skip : {false, true}) {
+        Reader in(out.octets(), 0);
+        uint32_t count = 0;
+        uint8_t* data = nullptr;
+        ASSERT_EQ(pd_bits(&in, &count, 3), 0);
+        ASSERT_EQ(skip ? pd_skipOpenType(&in) : pd_OpenType(&in, &data, &count), 0);
+        EXPECT_EQ(pu_bitPosition(&in), 35U);
+        if (!skip) {
+            EXPECT_EQ(toHex(data, count), "616263");
+        }
+    }
 }
 
 TEST(OpenType, EmptyIsWrittenAsOneOctetAndReadAsNone) {
@@ -296,6 +458,75 @@ TEST(Cursor, BothFormsOfABoundaryAreTheSamePlace) {
     ASSERT_EQ(pd_moveBitCursor(&next, -16), 0);
     ASSERT_EQ(pd_bitRun(&next, &value, 4), 0);
     EXPECT_EQ(value, 0x5U); // 1010, first bit lowest
+}
+
+TEST(Bits, ARunOfThirtyTwoKeepsTheLast) {
+    for (const uint8_t aligned : VARIANTS) {
+        for (const uint32_t lead : {0U, 1U, 5U}) {
+            Writer out(aligned);
+            ASSERT_EQ(pe_bits(&out, 0, lead), 0);
+            ASSERT_EQ(pe_bitRun(&out, 0x80000005, 32), 0);
+            Reader in(out.octets(), aligned);
+            uint32_t bits = 0;
+            ASSERT_EQ(pd_bits(&in, &bits, lead), 0);
+            ASSERT_EQ(pd_bitRun(&in, &bits, 32), 0);
+            EXPECT_EQ(bits, 0x80000005U);
+        }
+    }
+}
+
+// The head of a CHOICE is an extension bit and a constrained number, wherever it stands.
+TEST(ChoiceHead, IsABitAndANumber) {
+    for (const uint8_t aligned : VARIANTS) {
+        for (const uint32_t last : {0U, 1U, 2U, 7U, 8U, 63U, 127U, 128U, 254U, 255U, 300U}) {
+            for (uint32_t lead = 0; lead < 8; ++lead) {
+                for (const uint32_t index : {0U, last / 2, last}) {
+                    SCOPED_TRACE(std::to_string(index) + " of " + std::to_string(last) +
+                                 " behind " + std::to_string(lead));
+                    Writer head(aligned);
+                    Writer parts(aligned);
+                    ASSERT_EQ(pe_bits(&head, 0, lead), 0);
+                    ASSERT_EQ(pe_choiceHead(&head, index + 1, last), 0);
+                    ASSERT_EQ(pe_bits(&parts, 0, lead + 1), 0);
+                    ASSERT_EQ(pe_ConsUnsigned(&parts, index, 0, last), 0);
+                    ASSERT_EQ(head.hex(), parts.hex());
+                    ASSERT_EQ(pu_bitPosition(&head), pu_bitPosition(&parts));
+
+                    // Ending with the data, and with more behind.
+                    Octets octets = head.octets();
+                    for (const size_t behind : {0U, 9U}) {
+                        octets.resize(octets.size() + behind, 0xFF);
+                        Reader in(octets, aligned);
+                        uint32_t read = 99;
+                        pu_setBitPosition(&in, lead);
+                        ASSERT_EQ(pd_choiceHead(&in, &read, last), 0);
+                        ASSERT_EQ(read, index);
+                        ASSERT_EQ(pu_bitPosition(&in), pu_bitPosition(&head));
+                    }
+                    octets[lead / 8] = static_cast<uint8_t>(octets[lead / 8] | 0x80U >> lead);
+                    Reader extended(octets, aligned);
+                    uint32_t read = 0;
+                    pu_setBitPosition(&extended, lead);
+                    ASSERT_EQ(pd_choiceHead(&extended, &read, last), 0);
+                    ASSERT_EQ(read, PER_EXTENDED);
+                    ASSERT_EQ(pu_bitPosition(&extended), lead + 1);
+                }
+            }
+            for (const uint32_t alternative : {0U, last + 2, UINT32_MAX}) {
+                EXPECT_EQ(pe_choiceHead(Writer(aligned).self(), alternative, last), PER_RANGE);
+            }
+        }
+    }
+    uint32_t read = 0;
+    Reader cut("7f");
+    pu_setBitPosition(&cut, 7);
+    EXPECT_EQ(pd_choiceHead(&cut, &read, 0), PER_OK); // 1: extended
+    EXPECT_EQ(read, PER_EXTENDED);
+    pu_setBitPosition(&cut, 8);
+    EXPECT_EQ(pd_choiceHead(&cut, &read, 0), PER_OVERFLOW);
+    Reader cutNumber("fe");
+    pu_setBitPosition(&cutNumber, 7);
+    EXPECT_EQ(pd_choiceHead(&cutNumber, &read, 3), PER_END_OF_DATA);
 }
 
 } // namespace

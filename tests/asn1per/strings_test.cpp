@@ -36,6 +36,15 @@ const TextCase TEXTS[] = {
     {pe_PrintableString, pd_PrintableString, nullptr, 1, "a@", "026140"}, // by code, unchecked
     {pe_GeneralString, pd_GeneralString, nullptr, 1, "\xC3\xA4", "02c3a4"},
     {pe_IA5String, pd_IA5String, nullptr, 1, "", "00"},
+    // Any other FROM: indexes in the order of the codes, in the next power of two of their bits.
+    {pe_NumericString, pd_NumericString, "321", 1, "231", "0360"},
+    {pe_PrintableString, pd_PrintableString, "ABC", 1, "CAB", "0384"},
+    {pe_PrintableString, pd_PrintableString, DIGITS, 1, ",9", "020a"},
+    {pe_GeneralString, pd_GeneralString, "\xFC\xF6\xE4", 1, "\xFC\xE4", "0280"},
+    {pe_IA5String, pd_IA5String, "0123456", 1, "65", "0265"},
+    {pe_IA5String, pd_IA5String, "0123456", 0, "65", "02d4"},
+    {pe_IA5String, pd_IA5String, "ABCDEFGHIJKLMNOP", 1, "P", "0150"},
+    {pe_IA5String, pd_IA5String, "ABCDEFGHIJKLMNOP", 0, "P", "0178"},
 };
 
 TEST(Text, CodesAndIndexes) {
@@ -79,6 +88,7 @@ TEST(Text, CharactersOutsideTheAlphabet) {
         {pe_NumericString, "123", "14", PER_DOES_NOT_FIT},
         {pe_IA5String, DIGITS, "a", PER_DOES_NOT_FIT},
         {pe_IA5String, DIGITS, "12345a", PER_DOES_NOT_FIT},
+        {pe_IA5String, DIGITS, "1234a5", PER_DOES_NOT_FIT},
         {pe_IA5String, SIGNALS, "Z", PER_DOES_NOT_FIT}, // codes of 8 bits, indexes of 5
         {pe_IA5String, SIGNALS, "1!Z1", PER_DOES_NOT_FIT},
         {pe_IA5String, "xyz", "x", PER_DOES_NOT_FIT}, // IA5String has no character of these
@@ -96,22 +106,37 @@ TEST(Text, CharactersOutsideTheAlphabet) {
     EXPECT_EQ(pe_ConstrainedString(Writer().self(), "Z", &SIGNAL_ALPHABET), PER_DOES_NOT_FIT);
     const char* text = nullptr;
     ASSERT_EQ(pd_IA5String(Reader("015a").self(), &text, SIGNALS), PER_OK);
-    EXPECT_EQ(pd_NumericString(Reader("01b0").self(), &text, nullptr), PER_CONSTRAINT); // 11 of 11
-    EXPECT_EQ(pd_IA5String(Reader("01d0").self(), &text, DIGITS), PER_CONSTRAINT);      // 13 of 13
+    const std::pair<GetString, const char*> indexes[] = {{pd_NumericString, "01b0"}, // 11 of 11
+                                                         {pd_NumericString, "021b"},
+                                                         {pd_NumericString, "02b1"},
+                                                         {pd_NumericString, "0412b1"},
+                                                         {pd_NumericString, "04121b"}};
+    for (const auto& [read, hex] : indexes) {
+        EXPECT_EQ(read(Reader(hex).self(), &text, nullptr), PER_CONSTRAINT) << hex;
+    }
+    EXPECT_EQ(pd_IA5String(Reader("01d0").self(), &text, DIGITS), PER_CONSTRAINT); // 13 of 13
 }
 
 TEST(Text, SixteenBitAlphabets) {
-    const uint16_t text[] = {0x3A9, 0x3B1, 0x3A9};
-    const uint16_t list[] = {0x3B1, 0x3A9};
+    const uint16_t text[] = {0x3A9, 0x3A1, 0x3A9};
+    const uint16_t list[] = {0x3A1, 0x3A9};
     const PermittedCharacters16 listed = {2, list, 0, 0};
     const PermittedCharacters16 ranged = {0, nullptr, 0x3A0, 0x3BF};
-    const std::pair<const PermittedCharacters16*, const char*> cases[] = {
-        {nullptr, "0303a903b103a9"}, {&listed, "0344"}, {&ranged, "03091109"}};
-    for (const auto& [from, hex] : cases) {
-        Writer out;
+    const PermittedCharacters16 sixteen = {0, nullptr, 0x3A0, 0x3AF}; // 5 bits, in 8
+    const PermittedCharacters16 fifteen = {0, nullptr, 0x3A0, 0x3AE};
+    struct Case {
+        const PermittedCharacters16* from;
+        uint8_t aligned;
+        const char* hex;
+    };
+    const Case cases[] = {{nullptr, 1, "0303a903a103a9"}, {&listed, 1, "0344"},
+                          {&ranged, 1, "03090109"},       {&sixteen, 1, "03090109"},
+                          {&sixteen, 0, "034852"},        {&fifteen, 1, "039190"}};
+    for (const auto& [from, aligned, hex] : cases) {
+        Writer out(aligned);
         ASSERT_EQ(pe_BMPString(&out, 3, text, from), 0);
         EXPECT_EQ(out.hex(), hex);
-        Reader in(out.octets());
+        Reader in(out.octets(), aligned);
         BMPStringValue read = {};
         ASSERT_EQ(pd_BMPString(&in, &read, from), 0);
         ASSERT_EQ(read.nchars, 3U);
@@ -124,6 +149,24 @@ TEST(Text, SixteenBitAlphabets) {
     }
     BMPStringValue read = {};
     EXPECT_EQ(pd_BMPString(Reader("01c0").self(), &read, &listed), PER_CONSTRAINT);
+}
+
+// The place of the characters is aligned even when there are none.
+TEST(Text, NoCharactersNeedAnOctetToAlignTo) {
+    for (const uint8_t tracking : {uint8_t{0}, uint8_t{1}}) { // the fast way and the exact one
+        BMPStringValue read = {};
+        const char* text = nullptr;
+        Reader cut("00");
+        Reader cutText("00");
+        Reader whole("00 55");
+        pu_setFieldTracking(&cut, tracking);
+        pu_setFieldTracking(&whole, tracking);
+        EXPECT_EQ(pd_BMPStringSized(&cut, &read, nullptr, 0, 255), PER_OVERFLOW);
+        EXPECT_EQ(pd_IA5StringSized(&cutText, &text, nullptr, 0, 255), PER_OVERFLOW);
+        ASSERT_EQ(pd_BMPStringSized(&whole, &read, nullptr, 0, 255), PER_OK);
+        EXPECT_EQ(read.nchars, 0U);
+        EXPECT_EQ(pu_bitPosition(&whole), 8U);
+    }
 }
 
 TEST(Identifier, ContentsOfWellKnownIdentifiers) {
@@ -167,7 +210,9 @@ TEST(Identifier, Limits) {
     EXPECT_EQ(pe_ObjectIdentifier(&out, &large), PER_OVERFLOW);
 
     ObjectIdentifier read;
-    EXPECT_EQ(pd_ObjectIdentifier(Reader("020081").self(), &read), PER_END_OF_DATA);
+    read.numarcs = 99;
+    EXPECT_EQ(pd_ObjectIdentifier(Reader("032b0681").self(), &read), PER_END_OF_DATA);
+    EXPECT_EQ(read.numarcs, 3U); // those before the cut
     EXPECT_EQ(pd_ObjectIdentifier(Reader("0500").self(), &read), PER_END_OF_DATA);
     Octets contents(2 + 301, 0x01);
     contents[0] = 0x81;
@@ -179,6 +224,7 @@ TEST(Identifier, Limits) {
     EXPECT_EQ(read.numarcs, 128U);
     contents[1] = 128;
     EXPECT_EQ(pd_ObjectIdentifier(Reader(contents).self(), &read), PER_BAD_OID);
+    EXPECT_EQ(read.numarcs, 128U);
 }
 
 } // namespace
