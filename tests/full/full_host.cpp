@@ -330,8 +330,17 @@ Octets messageWith(const std::string& pathEnd, const EndpointKey& endpoint) {
     return octets;
 }
 
-(octets.at(offset + 4) << 8 | octets.at(offset + 5));
-return endpoint;
+Octets plainSetup() {
+    return q931({setup({})});
+}
+
+EndpointKey endpointAt(const Octets& octets, size_t offset) {
+    EndpointKey endpoint = {0, 0};
+    for (size_t index = 0; index < 4; ++index) {
+        endpoint.address = endpoint.address << 8 | octets.at(offset + index);
+    }
+    endpoint.port = static_cast<uint16_t>(octets.at(offset + 4) << 8 | octets.at(offset + 5));
+    return endpoint;
 }
 
 void setEndpoint(Octets& octets, size_t offset, const EndpointKey& endpoint) {
