@@ -174,6 +174,9 @@ TEST_F(RoutingTest, ControlRecordKeepsItsFirstFlowAndItsNewestContext) {
     EXPECT_EQ(control->insideFlow, (FlowKey{inside, remote, 6000, 30000}));
     EXPECT_EQ(control->flowKnown, 1u);
     EXPECT_EQ(control->hostContext, &context);
+    HostContext other{};
+    HostPacket({inside, remote, 6000, 30000}).send(&other);
+    EXPECT_EQ(control->hostContext, &other);
     EXPECT_EQ(send(HostPacket({inside, remote, 6000, 30001})), Entries{});
     EXPECT_EQ(send(HostPacket::udp({inside, remote, 6000, 30000})), Entries{});
 }
@@ -184,6 +187,11 @@ TEST_F(RoutingTest, SentRasDatagrams) {
               Entries{"TranslateRasMessage"});
     EXPECT_TRUE(changed);
     EXPECT_EQ(translators.calls[0], (TranslatorCall{"TranslateRasMessage", 0, 3, {remote}}));
+    // The datagram's own length counts, not that of the packet around it.
+    HostPacket padded = HostPacket::udp({inside, remote, 1719, 1719, 0, 0, {7, 8, 9}});
+    padded.put<uint16_t>(padded.transport() + 4, 8 + 2);
+    EXPECT_EQ(run(padded, false), Entries{"TranslateRasMessage"});
+    EXPECT_EQ(translators.calls[0].length, 2U);
     EXPECT_EQ(send(HostPacket::udp({inside, remote, 1718, 1719, 0, 0, {7}})), Entries{});
     EXPECT_EQ(send(HostPacket({inside, remote, 1719, 1719, 0, 0, {7}})), Entries{});
 }

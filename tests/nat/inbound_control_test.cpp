@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "nat/listed/rewrite_mode.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
@@ -122,6 +124,31 @@ TEST_P(InboundControl, LinksTheMediaRecords) {
     host.skipLinking = 1;
     EXPECT_TRUE(call.onControl(message).changed);
     EXPECT_EQ(+host.lastFirst->parent, nullptr);
+}
+
+// An acknowledgement that today's module encodes one octet longer, which fails. What follows in the
+// message's rules is not tried then.
+TEST_P(InboundControl, StopsAfterAnEncodingThatFails) {
+    Octets message = openLogicalChannelAck(
+        {.media = own(5004), .control = own(5005), .separateStack = own(t120)});
+    // flowControlToZero, as those who know no further addition of the parameters send it.
+    size_t length = message.size() - 1;
+    while (message[length] != message.size() - 1 - length) {
+        --length;
+    }
+    message[length + 1] |= 0x40;
+    message[length] = static_cast<uint8_t>(message[length] + 3);
+    message[3] = static_cast<uint8_t>(message[3] + 3);
+    message = joined(message, {0x01, 0x01, 0x00});
+
+    const Delivered delivered = call.onControl(message);
+    EXPECT_TRUE(delivered.changed);
+    const Octets stack = octetsOfEndpoint(privateParty, t120);
+    const auto place = std::ranges::search(message, stack).begin() - message.begin();
+    const uint8_t* left = delivered.payload.data() + place;
+    EXPECT_EQ(
+        Octets(left, left + 4),
+        octetsOfAddress(GetParam() == REWRITE_ENCODED ? privateParty : MemoryHost::publicAddress));
 }
 
 // The outside party's T.120 connection is tied to the call that it belongs to, once.

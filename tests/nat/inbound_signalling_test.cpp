@@ -60,10 +60,13 @@ TEST_P(InboundSignalling, ConnectNamesThePublicControlAddress) {
         EXPECT_EQ(inboundMappingState.publishedControlPort, 5000);
     }
 
-    host.refusesControl = true;
-    const Octets refused = q931({answer(Answer::connect, ipv4(privateParty, 5001))});
-    expect(call.fromPublished(refused), refused, false);
-    EXPECT_EQ(inboundMappingState.publishedControlPort, 5001);
+    for (const uint8_t refusal : {uint8_t{1}, uint8_t{2}, uint8_t{255}}) {
+        host.controlRefusal = refusal;
+        const auto port = static_cast<uint16_t>(6000 + refusal);
+        const Octets refused = q931({answer(Answer::connect, ipv4(privateParty, port))});
+        expect(call.fromPublished(refused), refused, false);
+        EXPECT_EQ(inboundMappingState.publishedControlPort, port);
+    }
 }
 
 TEST_P(InboundSignalling, OtherAnswersPass) {

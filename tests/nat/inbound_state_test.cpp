@@ -126,6 +126,11 @@ TEST_F(InboundStateTest, CapacityIs4000AndEarlierSegmentsTakeNothingAway) {
     EXPECT_EQ(append(beginning, 100), 0u);
     EXPECT_EQ(state.signallingToRemote.heldBytes, 3500u);
 
+    // Neither does one that begins before what is held.
+    EXPECT_EQ(append(std::vector<uint8_t>(4101, 1), 0), 0u);
+    EXPECT_EQ(append(std::vector<uint8_t>(5000, 1), 0), 0u);
+    EXPECT_EQ(state.signallingToRemote.heldBytes, 3500u);
+
     clock.set(1020);
     EXPECT_EQ(append(std::vector<uint8_t>(1001, 1), 3100), 0u);
     EXPECT_EQ(state.signallingToRemote.heldBytes, 3500u);

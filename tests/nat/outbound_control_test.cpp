@@ -49,6 +49,11 @@ const AcknowledgementCase acknowledgementCases[] = {
      {.media = own(5000), .control = own(5001)},
      true,
      65535},
+    {"the last RTCP port",
+     {.media = own(5000), .control = own(5001)},
+     {.media = mapped(65534), .control = mapped(65535)},
+     true,
+     65534},
     {"no RTCP port is needed", {.media = own(5000)}, {.media = mapped(65535)}, true, 65535},
 };
 
@@ -128,6 +133,12 @@ TEST_P(OutboundControl, LinksTheMediaRecords) {
     }
     EXPECT_EQ(record, nullptr);
     EXPECT_EQ(+call.signallingRecord->controlLink, call.controlRecord);
+
+    // The newest H.245 connection of the call counts.
+    HostMappingRecord before = {};
+    call.signallingRecord->controlLink = &before;
+    call.onControl(acknowledgement);
+    EXPECT_EQ(+call.signallingRecord->controlLink, call.controlRecord);
 }
 
 // The host asks for no links, sets no records, or does not know the connection: the message is
@@ -144,6 +155,22 @@ TEST_P(OutboundControl, TranslatesWithoutLinks) {
     EXPECT_EQ(host.takeLog("inside"),
               std::vector<std::string>{"inside 10.0.0.5:1 > 203.0.113.9:38333"});
     EXPECT_EQ(+host.lastFirst->parent, nullptr);
+    EXPECT_EQ(+call.signallingRecord->controlLink, nullptr);
+}
+
+// Half a pair is not linked. A call whose signalling the host does not know gets no link, its media
+// records do.
+TEST_P(OutboundControl, LinksWhatThereIs) {
+    for (const unsigned records : {0U, 1U}) {
+        host.recordsAnswered = records;
+        EXPECT_TRUE(call.onControl(acknowledgement).changed);
+        EXPECT_EQ(+call.controlRecord->firstMediaRecord, nullptr);
+        EXPECT_EQ(+call.signallingRecord->controlLink, nullptr);
+    }
+    host.recordsAnswered = 2;
+    findByRemoteEndpoint({outsideParty, OutboundCall::controlPort})->callHostRecord = nullptr;
+    EXPECT_TRUE(call.onControl(acknowledgement).changed);
+    EXPECT_EQ(+call.controlRecord->firstMediaRecord, host.lastFirst);
     EXPECT_EQ(+call.signallingRecord->controlLink, nullptr);
 }
 

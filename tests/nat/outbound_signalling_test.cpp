@@ -47,6 +47,15 @@ TEST_F(OutboundSignalling, FollowsTheAnnouncedControlChannel) {
     call.fromCalled(q931({answer(Answer::connect, ipv6)}));
     call.fromCalled(q931({answer(Answer::connect, std::nullopt)}));
     EXPECT_EQ(activeControls(), before);
+
+    // An address that another call announced stays that call's.
+    Stream other({outsideParty, MemoryHost::publicAddress, 1720, 50001}, 1);
+    Segment accept = other.next({});
+    accept.flags = tcpSyn | tcpAck;
+    host.receive(accept);
+    host.receive(other.next(q931({answer(Answer::connect, ipv4(outsideParty, 40001))})));
+    EXPECT_EQ(findByOutsideFlow(other.flow())->controlChannel, nullptr);
+    EXPECT_EQ(activeControls(), before);
 }
 
 TEST_F(OutboundSignalling, EndsWithTheCalledPartysReleaseComplete) {
@@ -60,6 +69,14 @@ TEST_F(OutboundSignalling, EndsWithTheCalledPartysReleaseComplete) {
     call.fromCalled({release.begin() + 20, release.end()});
     EXPECT_EQ(activeCalls(), 0U);
     EXPECT_EQ(activeControls(), 1U);
+}
+
+// The last message of a segment counts, whichever it is.
+TEST_F(OutboundSignalling, GoesOnWhenAMessageFollowsTheReleaseComplete) {
+    for (const Octets& last : {answer(Answer::progress, std::nullopt), emptyBody()}) {
+        call.fromCalled(joined(q931({releaseComplete()}), q931({last})));
+        EXPECT_EQ(activeCalls(), 1U);
+    }
 }
 
 TEST_F(OutboundSignalling, NeedsTheConnectionToBeAcceptedFirst) {
@@ -91,7 +108,8 @@ TEST_F(OutboundSignalling, GivesUpWhenEveryRecordIsBusy) {
     EXPECT_EQ(activeCalls(), 1U);
 }
 
-// No free control record: the announcement is not followed, the call is.
+// No free control record: the announcement is not followed, the call is. Records that were idle for
+// long enough are free again.
 TEST_F(OutboundSignalling, LeavesControlChannelsBeyondThePool) {
     for (uint16_t port = 1; port <= poolSize + 1; ++port) {
         call.fromCalled(q931({answer(Answer::alerting, ipv4(outsideParty, port))}));
@@ -99,6 +117,11 @@ TEST_F(OutboundSignalling, LeavesControlChannelsBeyondThePool) {
     EXPECT_EQ(activeControls(), poolSize);
     EXPECT_EQ(findByRemoteEndpoint({outsideParty, poolSize + 1}), nullptr);
     EXPECT_EQ(activeCalls(), 1U);
+
+    host.clock.advance(61);
+    call.fromCalled(q931({answer(Answer::alerting, ipv4(outsideParty, poolSize + 1))}));
+    EXPECT_EQ(activeControls(), 1U);
+    EXPECT_NE(findByRemoteEndpoint({outsideParty, poolSize + 1}), nullptr);
 }
 
 // A received message whose element reaches beyond it stays and blocks its stream.

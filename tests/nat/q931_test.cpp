@@ -46,6 +46,8 @@ const WalkCase walkCases[] = {
     {"", {}, End},
     // Single octet, ordinary, User-user up to the last octet.
     {"a1 0403808082 7e0003 05aabb", {{19, 2}}, End},
+    // Single octets of any kind, one of which has the User-user element's low bits.
+    {"80 fe ff 7e0002 05aa", {{16, 1}}, End},
     // Both of two User-user elements.
     {"7e0002 05aa a1 7e0003 05bbcc", {{13, 1}, {19, 2}}, End},
     // The discriminator alone: an encoding of no octets.

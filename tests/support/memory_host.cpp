@@ -35,8 +35,11 @@ struct MemoryHostCallbacks {
         *publicPort = 0xabcd0000U | host->nextMediaPort;
         *publicAddress = MemoryHost::publicAddress;
         host->nextMediaPort = static_cast<uint16_t>(host->nextMediaPort + 2);
-        *first = host->lastFirst = host->newRecord();
-        *second = host->lastSecond = host->newRecord();
+        host->lastFirst = host->newRecord();
+        host->lastSecond = host->newRecord();
+        host->lastFirst->previousSibling = host->lastSecond; // stale
+        *first = host->recordsAnswered > 0 ? host->lastFirst : nullptr;
+        *second = host->recordsAnswered > 1 ? host->lastSecond : nullptr;
         *skipLinking = host->skipLinking;
         return 0;
     }
@@ -51,7 +54,7 @@ struct MemoryHostCallbacks {
                             addressText(remoteAddress));
         *publicPort = 0xabcd0000U | MemoryHost::firstControlPort;
         *publicAddress = MemoryHost::publicAddress;
-        return host->refusesControl ? 1 : 0;
+        return host->controlRefusal;
     }
 
     static HostMappingRecord* findInside(uint32_t insideAddress, uint16_t insidePort,

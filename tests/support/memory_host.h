@@ -38,10 +38,11 @@ public:
 
     FakeClock clock{1'000'000};
     HostContext context = {};
-    uint32_t now = 1'000'000;    // seconds
-    uint8_t skipLinking = 0;     // answered to every media mapping
-    unsigned mediaAnswers = ~0U; // media mappings after so many write no out value
-    bool refusesControl = false; // answered to every control mapping
+    uint32_t now = 1'000'000;     // seconds
+    uint8_t skipLinking = 0;      // answered to every media mapping
+    unsigned mediaAnswers = ~0U;  // media mappings after so many write no out value
+    uint8_t controlRefusal = 0;   // answered to every control mapping
+    unsigned recordsAnswered = 2; // of the pair; the others stay null
     uint16_t nextMediaPort = firstMediaPort;
     std::vector<std::string> log;
 

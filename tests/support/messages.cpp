@@ -281,6 +281,13 @@ Octets releaseComplete() {
     return encode(asn1PE_H225H323_UserInformation, message);
 }
 
+Octets emptyBody() {
+    H225H323_UserInformation message = {};
+    message.h323_uu_pdu.h323_message_body.alternative =
+        H225H323_UU_PDU_h323_message_body_emptyChosen;
+    return encode(asn1PE_H225H323_UserInformation, message);
+}
+
 Octets gatekeeperRequest(const TestAddress& rasAddress) {
     Arena arena;
     auto* request = arena.make<H225GatekeeperRequest>();

@@ -57,6 +57,7 @@ Octets setup(const SetupSpec& spec);
 enum class Answer { callProceeding, connect, alerting, progress };
 Octets answer(Answer kind, const OptionalAddress& h245Address);
 Octets releaseComplete();
+Octets emptyBody();
 
 /// Encodings of RasMessage.
 Octets gatekeeperRequest(const TestAddress& rasAddress);

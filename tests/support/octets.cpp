@@ -54,7 +54,7 @@ std::string toHex(const Octets& octets) {
     return text;
 }
 
-Octets joined(std::initializer_list<uint8_t> head, const Octets& tail) {
+Octets joined(const Octets& head, const Octets& tail) {
     Octets octets(head.size() + tail.size());
     std::copy(tail.begin(), tail.end(), std::copy(head.begin(), head.end(), octets.begin()));
     return octets;

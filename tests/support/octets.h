@@ -29,7 +29,7 @@ Octets fromHex(std::string_view hex);
 std::string toHex(const Octets& octets);
 
 /// `head` and `tail` one behind the other.
-Octets joined(std::initializer_list<uint8_t> head, const Octets& tail);
+Octets joined(const Octets& head, const Octets& tail);
 
 /// Writes `octets` over `target` from `offset` on; they must fit.
 void overwrite(Octets& target, size_t offset, const Octets& octets);
