@@ -139,14 +139,20 @@ bool isOwn(const MessageSource& source, const LocatedPlace& place) {
     return place.address == source.privateAddress;
 }
 
-// The place's octets in the packet; null when some of them left before.
-uint8_t* octetsInPacket(const MessageSource& source, const LocatedPlace& place) {
+// Why the place's octets cannot be written; 0: they can. What was sent again need not be what was
+// sent first.
+uint32_t causeOfNoWriting(const MessageSource& source, const LocatedPlace& place) {
     if (source.part == nullptr) {
-        return source.octets + place.offset;
+        return 0;
     }
     const ptrdiff_t start =
         source.part->start + static_cast<ptrdiff_t>(source.offset + place.offset);
-    return start < 0 ? nullptr : source.part->payload + start;
+    if (start < 0) {
+        return H323NAT_LEFT_ALREADY_SENT;
+    }
+    const bool same =
+        std::memcmp(source.part->payload + start, source.octets + place.offset, endpointSize) == 0;
+    return same ? 0 : uint32_t{H323NAT_LEFT_OTHER_OCTETS};
 }
 
 void write(const MessageSource& source, const LocatedPlace& place, const EndpointKey& to) {
@@ -215,9 +221,9 @@ bool translateAddress(const MessageSource& source, const FoundAddress& found,
         }
     }
     // What cannot be written any more opens nothing.
-    if (octetsInPacket(source, place) == nullptr) {
+    if (const uint32_t cause = causeOfNoWriting(source, place); cause != 0) {
         const bool concerned = source.direction == H323NAT_RECEIVED || isOwn(source, place);
-        translation.cause = concerned ? H323NAT_LEFT_ALREADY_SENT : H323NAT_LEFT_NOT_THE_SENDERS;
+        translation.cause = concerned ? cause : uint32_t{H323NAT_LEFT_NOT_THE_SENDERS};
     } else if (source.direction == H323NAT_SENT) {
         translation = translateSent(source, found, asking);
     }

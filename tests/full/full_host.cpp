@@ -305,26 +305,27 @@ const std::vector<PlacedMessage>& placedMessages() {
     return messages;
 }
 
-static PlacedMessage chooseMessage(const std::string& pathEnd) {
+static PlacedMessage chooseMessage(const std::string& pathPart) {
     PlacedMessage best;
     for (const PlacedMessage& message : placedMessages()) {
         for (const PlacedMessage::Place& place : message.places) {
-            if (place.path.ends_with(pathEnd) && message.type != "H245OpenLogicalChannel" &&
+            if (place.path.find(pathPart) != std::string::npos &&
+                message.type != "H245OpenLogicalChannel" &&
                 (best.places.empty() || message.octets.size() < best.octets.size())) {
                 best = {message.type, message.octets, {place}};
             }
         }
     }
-    EXPECT_FALSE(best.places.empty()) << "no message with " << pathEnd;
+    EXPECT_FALSE(best.places.empty()) << "no message with " << pathPart;
     return best;
 }
 
-Octets messageWith(const std::string& pathEnd, const EndpointKey& endpoint) {
+Octets messageWith(const std::string& pathPart, const EndpointKey& endpoint) {
     static std::map<std::string, PlacedMessage> chosen;
-    const auto found = chosen.find(pathEnd);
+    const auto found = chosen.find(pathPart);
     const PlacedMessage& message =
         found != chosen.end() ? found->second
-                              : chosen.insert({pathEnd, chooseMessage(pathEnd)}).first->second;
+                              : chosen.insert({pathPart, chooseMessage(pathPart)}).first->second;
     Octets octets = message.octets;
     setEndpoint(octets, message.places.at(0).offset, endpoint);
     return octets;

@@ -112,8 +112,8 @@ struct PlacedMessage {
 };
 const std::vector<PlacedMessage>& placedMessages();
 
-/// The shortest one that has a place whose path ends so, with this endpoint there.
-Octets messageWith(const std::string& pathEnd, const EndpointKey& endpoint);
+/// The shortest one that has a place whose path has this part, with this endpoint there.
+Octets messageWith(const std::string& pathPart, const EndpointKey& endpoint);
 
 /// A call that a private host has begun with a Setup.
 Octets plainSetup();

@@ -119,6 +119,14 @@ void fill(Arena& arena, const ChannelSpec& spec, H245OpenLogicalChannel& channel
     channel.forwardLogicalChannelNumber = 101;
     auto& forward = channel.forwardLogicalChannelParameters;
     forward.dataType.alternative = H245DataType_nullDataChosen;
+    if (spec.t120) {
+        forward.dataType.alternative = H245DataType_dataChosen;
+        auto* data = forward.dataType.value.data = arena.make<H245DataApplicationCapability>();
+        data->application.alternative = H245DataApplicationCapability_application_t120Chosen;
+        data->application.value.t120 = arena.make<H245DataProtocolCapability>();
+        data->application.value.t120->alternative =
+            H245DataProtocolCapability_separateLANStackChosen;
+    }
     auto& multiplex = forward.multiplexParameters;
     if (spec.forwardOverRtp) {
         multiplex.alternative =
@@ -226,6 +234,10 @@ Octets setup(const SetupSpec& spec) {
     setup->conferenceGoal.alternative = H225Setup_UUIE_conferenceGoal_createChosen;
     setup->callType.alternative = H225CallType_pointToPointChosen;
     setup->callIdentifier.guid.numocts = 16;
+    if (spec.call != 0) {
+        setup->presence |= H225Setup_UUIE_callIdentifierPresent;
+        setup->callIdentifier.guid.data[15] = spec.call;
+    }
     std::vector<Octets> octets;
     std::vector<DynOctetString> elements;
     if (spec.fastStart) {

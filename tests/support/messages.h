@@ -30,6 +30,7 @@ struct ChannelSpec {
     OptionalAddress reverseMedia = {};
     OptionalAddress reverseControl = {};
     OptionalAddress separateStack = {};
+    bool t120 = false; // the forward channel carries T.120
 };
 
 struct AcknowledgementSpec {
@@ -51,6 +52,7 @@ Octets roundTripDelayRequest();
 struct SetupSpec {
     OptionalAddress destCallSignalAddress = {};
     std::optional<std::vector<Octets>> fastStart = {};
+    uint8_t call = 0; // the last octet of the call identifier; 0: there is none
 };
 Octets setup(const SetupSpec& spec);
 
