@@ -59,14 +59,23 @@ PerAllocator rtAllocator = {std::malloc, std::free};
 
 namespace {
 
+// The block, or null, as it is before any of its space was handed out.
+MemBlock* untouched(MemBlock* block, uint32_t space) {
+    if (block != nullptr) {
+        pu_poison(block->space, space);
+    }
+    return block;
+}
+
 MemBlock* takeBlock(PerBlockPool* pool) {
-    if (pool != nullptr && pool->blocks != nullptr) {
-        MemBlock* block = pool->blocks;
+    MemBlock* block = pool != nullptr ? pool->blocks : nullptr;
+    if (block != nullptr) {
         pool->blocks = block->next;
         --pool->blockCount;
-        return block;
+    } else {
+        block = static_cast<MemBlock*>(rtAllocator.allocate(sizeof(MemBlock)));
     }
-    return static_cast<MemBlock*>(rtAllocator.allocate(sizeof(MemBlock)));
+    return untouched(block, PER_BLOCK_SPACE);
 }
 
 void giveBlockBack(MemBlock* block) {
@@ -95,7 +104,7 @@ MemBlock* takeLargeBlock(PerBlockPool* pool, uint32_t octets) {
         if (block != nullptr) {
             block->pool = nullptr; // the pool takes blocks of one size
         }
-        return block;
+        return untouched(block, octets);
     }
     if (pool->large == nullptr) {
         pool->large = allocateLarge(PER_LARGE_SPACE);
@@ -105,7 +114,7 @@ MemBlock* takeLargeBlock(PerBlockPool* pool, uint32_t octets) {
         pool->large->pool = pool;
     }
     pool->largeInUse = 1;
-    return pool->large;
+    return untouched(pool->large, PER_LARGE_SPACE);
 }
 
 uint8_t* contentsOf(PerOwnedBuffer* owned) {

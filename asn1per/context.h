@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "asn1per/heap_poison.h"
 #include "asn1per/status.h"
 
 // ---- value types of decoded records -------------------------------------------------------
@@ -243,6 +244,8 @@ constexpr uint32_t pu_bitcount(uint32_t n) {
 
 // ---- heap ----------------------------------------------------------------------------------
 
+// The part of rtHeapAlloc that looks at older blocks and takes new ones. `octets` is a multiple
+// of 8.
 [[gnu::cold]] void* rtHeapAllocBlock(MemHeap* heap, uint32_t octets);
 
 // `octets` of memory, 8-octet aligned and not cleared, that live until the heap is freed. First fit
@@ -256,11 +259,11 @@ inline void* rtHeapAlloc(MemHeap* heap, int32_t octets) {
     const uint32_t rounded = (static_cast<uint32_t>(octets) + 7U) & ~7U;
     MemBlock* block = *heap;
     if (block == nullptr || rounded > PER_BLOCK_SPACE - block->used) [[unlikely]] {
-        return rtHeapAllocBlock(heap, rounded);
+        return pu_handOut(rtHeapAllocBlock(heap, rounded), static_cast<size_t>(octets));
     }
     void* memory = block->space + block->used;
     block->used += rounded;
-    return memory;
+    return pu_handOut(memory, static_cast<size_t>(octets));
 }
 
 // Memory for `count` items of `itemSize` octets, not cleared. Null as above, and when the product

@@ -147,6 +147,29 @@ TEST(Heap, AnAllocationLooksAtABoundedNumberOfBlocks) {
     rtHeapFreeAll(heap);
 }
 
+#ifdef PER_HEAP_POISONED
+// The sanitizer sees an access behind what was handed out, also in a block that served before.
+TEST(Heap, OctetsThatAreNotHandedOutMayNotBeTouched) {
+    PerBlockPool pool = {};
+    const uint8_t message[1] = {0};
+    for (int round = 0; round < 2; ++round) {
+        PerContext ctx = {};
+        ASSERT_EQ(pu_initContext(&ctx, message, 1, 1), 0);
+        pu_setBlockPool(&ctx, &pool);
+        for (const int32_t octets : {1, 5, 8, 20, 4088, 5000}) {
+            const auto* memory = static_cast<uint8_t*>(rtHeapAlloc(&ctx.heap, octets));
+            EXPECT_EQ(__asan_address_is_poisoned(memory), 0) << octets;
+            EXPECT_EQ(__asan_address_is_poisoned(memory + octets - 1), 0) << octets;
+            if (octets != 4088) { // the end of its block
+                EXPECT_EQ(__asan_address_is_poisoned(memory + octets), 1) << octets;
+            }
+        }
+        pu_freeContext(&ctx);
+    }
+    pu_drainBlockPool(&pool);
+}
+#endif
+
 TEST(Pool, MessagesReuseBlocksAndScratchBuffers) {
     const FailingAllocator allocator;
     PerBlockPool pool = {};
