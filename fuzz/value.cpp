@@ -161,8 +161,12 @@ bool isEncodable(const TypeDescription& type, const void* value) {
         return isEncodableText(type, as<uint32_t>(value));
     case TypeKind::OpenType:
         return true;
-    case TypeKind::CharacterString:
-        return isEncodableText(type, std::strlen(as<const char*>(value)));
+    case TypeKind::CharacterString: {
+        const std::string_view text = as<const char*>(value);
+        return isEncodableText(type, text.size()) &&
+               (type.alphabet == nullptr ||
+                text.find_first_not_of(type.alphabet) == std::string_view::npos);
+    }
     case TypeKind::ObjectIdentifier:
         return isEncodableIdentifier(as<ObjectIdentifier>(value));
     case TypeKind::Sequence:

@@ -32,8 +32,9 @@ const MemberDescription* chosenMember(const TypeDescription& choice, const void*
 
 /// Whether every encoder must take the value and every decoder what it makes of it: numbers and
 /// sizes within their bounds, CHOICEs with an alternative, additions that are not OPTIONAL present
-/// when any is, text that is not empty. A decoder may produce values that are not: codes above a
-/// range, mandatory additions left out by the peer, text that begins with a zero.
+/// when any is, text that is not empty and of permitted characters. A decoder may produce values
+/// that are not: codes above a range, mandatory additions left out by the peer, text that begins
+/// with a zero, a signal that is none.
 bool isEncodable(const TypeDescription& type, const void* value);
 
 /// Whether two decoded values of a type are equal. Absent members do not count.
