@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "nat/listed/message_edit.h"
 #include "nat/listed/rewrite_mode.h"
 #include "nat/listed/translation_counts.h"
 #include "tests/support/calls.h"
@@ -59,6 +62,33 @@ TEST(Lossless, LeavesElementsThatAFragmentSplits) {
     EXPECT_EQ(translationCounts.fieldsWritten + translationCounts.placesUnknown, elementCount);
     EXPECT_EQ(translationCounts.placesUnknown, left > 0 ? 1U : 0U);
 #endif
+}
+
+// What was decoded need not be what the packet holds: then nothing of it is known to be an address.
+TEST(Lossless, LeavesOctetsOtherThanThoseRead) {
+    MemoryHost host;
+    setRewriteMode(REWRITE_LOSSLESS);
+    Octets read = gatekeeperRequest(ipv4(privateParty, 1719));
+    const Octets endpoint = octetsOfEndpoint(privateParty, 1719);
+    const auto place =
+        static_cast<size_t>(std::ranges::search(read, endpoint).begin() - read.begin());
+    for (size_t other = 0; other <= endpoint.size(); ++other) {
+        Octets packet = read;
+        if (other < endpoint.size()) {
+            packet[place + other] ^= 0x01;
+        }
+        const Octets before = packet;
+        H225RasMessage message;
+        MessageEdit edit;
+        ASSERT_TRUE(decodeMessage(edit, {read.data(), read.size()},
+                                  {packet.data(), 0, packet.size()}, message));
+        EndpointField field;
+        ASSERT_TRUE(findEndpoint(message.value.gatekeeperRequest->rasAddress, field));
+        setEndpoint(edit, field, {MemoryHost::publicAddress, 40000});
+        EXPECT_EQ(edit.changed, other == endpoint.size());
+        EXPECT_EQ(packet == before, other < endpoint.size()) << other;
+        closeMessage(edit);
+    }
 }
 
 #ifndef NDEBUG
