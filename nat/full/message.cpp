@@ -139,20 +139,20 @@ bool isOwn(const MessageSource& source, const LocatedPlace& place) {
     return place.address == source.privateAddress;
 }
 
-// Why the place's octets cannot be written; 0: they can. What was sent again need not be what was
+// Why the place's octets cannot be written; 0: they can. What is sent again need not be what was
 // sent first.
 uint32_t causeOfNoWriting(const MessageSource& source, const LocatedPlace& place) {
     if (source.part == nullptr) {
         return 0;
     }
-    const ptrdiff_t start =
-        source.part->start + static_cast<ptrdiff_t>(source.offset + place.offset);
-    if (start < 0) {
-        return H323NAT_LEFT_ALREADY_SENT;
+    const size_t offset = source.offset + place.offset;
+    if (leavesNow(*source.part, offset, endpointSize)) {
+        return 0;
     }
-    const bool same =
-        std::memcmp(source.part->payload + start, source.octets + place.offset, endpointSize) == 0;
-    return same ? 0 : uint32_t{H323NAT_LEFT_OTHER_OCTETS};
+    const ptrdiff_t start = source.part->start + static_cast<ptrdiff_t>(offset);
+    const bool same = start < 0 || std::memcmp(source.part->payload + start,
+                                               source.octets + place.offset, endpointSize) == 0;
+    return same ? uint32_t{H323NAT_LEFT_ALREADY_SENT} : uint32_t{H323NAT_LEFT_OTHER_OCTETS};
 }
 
 void write(const MessageSource& source, const LocatedPlace& place, const EndpointKey& to) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "nat/q931.h"
 
@@ -82,6 +83,15 @@ bool mayTakeBlock(const Stream& stream, const StreamPools& pools) {
     return stream.blocks < ownBlocks || blocks.used < blocks.capacity - blocks.capacity / 4;
 }
 
+void noteFresh(FreshRanges& fresh, uint32_t sequence, size_t count) {
+    const uint32_t behind = sequence + static_cast<uint32_t>(count);
+    if (fresh.count != 0 && fresh.ranges[fresh.count - 1].behind == sequence) {
+        fresh.ranges[fresh.count - 1].behind = behind;
+    } else if (fresh.count < std::size(fresh.ranges)) {
+        fresh.ranges[fresh.count++] = {sequence, behind};
+    }
+}
+
 // Puts octets behind the block that `link` leads to, or into a new one at `link`.
 bool store(Stream& stream, StreamPools& pools, Index*& link, const uint8_t* octets, size_t count,
            uint32_t sequence) {
@@ -114,9 +124,10 @@ size_t extend(HeldBlock& block, const uint8_t* octets, size_t count) {
     return part;
 }
 
-// Holds those octets that are not held yet. They begin at or behind stream.message.
+// Holds those octets that are not held yet, and notes which they are. They begin at or behind
+// stream.message.
 bool hold(Stream& stream, StreamPools& pools, const uint8_t* octets, size_t count,
-          uint32_t sequence) {
+          uint32_t sequence, FreshRanges& fresh) {
     Index* link = &stream.firstBlock;
     while (count != 0) {
         // `link` leads to the first block that may end behind `sequence`.
@@ -132,6 +143,7 @@ bool hold(Stream& stream, StreamPools& pools, const uint8_t* octets, size_t coun
                     last ? count
                          : std::min<size_t>(count, pools.blocks[block.next].sequence - sequence);
                 const size_t part = extend(block, octets, room);
+                noteFresh(fresh, sequence, part);
                 octets += part;
                 sequence += static_cast<uint32_t>(part);
                 count -= part;
@@ -142,12 +154,14 @@ bool hold(Stream& stream, StreamPools& pools, const uint8_t* octets, size_t coun
             return true;
         }
         if (*link == none) {
+            noteFresh(fresh, sequence, count);
             return store(stream, pools, link, octets, count, sequence);
         }
         HeldBlock& block = pools.blocks[*link];
         const int32_t before = distance(sequence, block.sequence);
         if (before > 0) {
             const size_t part = std::min(count, static_cast<size_t>(before));
+            noteFresh(fresh, sequence, part);
             if (!store(stream, pools, link, octets, part, sequence)) {
                 return false;
             }
@@ -224,8 +238,8 @@ StreamState readInPlace(Stream& stream, const Segment& segment, const MessageRea
         }
         const size_t length = tpktLength(octets);
         stream.framed = true;
-        const StreamMessage message{octets, length, segment.payload, static_cast<ptrdiff_t>(read),
-                                    stream.message};
+        const StreamMessage message{
+            octets, length, segment.payload, static_cast<ptrdiff_t>(read), stream.message, nullptr};
         stream.message += static_cast<uint32_t>(length);
         reader.read(message, reader.owner);
         read += length;
@@ -235,7 +249,7 @@ StreamState readInPlace(Stream& stream, const Segment& segment, const MessageRea
 
 // The messages that came in pieces and are whole now.
 StreamState readHeld(Stream& stream, StreamPools& pools, const Segment& segment,
-                     const MessageReader& reader) {
+                     const FreshRanges& fresh, const MessageReader& reader) {
     for (;;) {
         uint8_t header[tpktHeader];
         const size_t held = gather(stream, pools, header, tpktHeader);
@@ -250,8 +264,9 @@ StreamState readHeld(Stream& stream, StreamPools& pools, const Segment& segment,
             return StreamState::followed;
         }
         stream.framed = true;
-        const StreamMessage message{pools.scratch, length, segment.payload,
-                                    distance(segment.sequence, stream.message), stream.message};
+        const StreamMessage message{pools.scratch,   length,
+                                    segment.payload, distance(segment.sequence, stream.message),
+                                    stream.message,  &fresh};
         stream.message += static_cast<uint32_t>(length);
         reader.read(message, reader.owner);
         dropRead(stream, pools);
@@ -305,10 +320,11 @@ static StreamState readSegment(Stream& stream, StreamPools& pools, const Segment
                    ? StreamState::followed
                    : StreamState::lost;
     }
-    if (!hold(stream, pools, fresh.payload, fresh.length, fresh.sequence)) {
+    FreshRanges ranges = {};
+    if (!hold(stream, pools, fresh.payload, fresh.length, fresh.sequence, ranges)) {
         return StreamState::lost;
     }
-    return readHeld(stream, pools, fresh, reader);
+    return readHeld(stream, pools, fresh, ranges, reader);
 }
 
 StreamState takeSegment(Stream& stream, StreamPools& pools, const Segment& segment,
@@ -330,6 +346,18 @@ StreamState takeSegment(Stream& stream, StreamPools& pools, const Segment& segme
         giveBlocks(stream, pools);
     }
     return result;
+}
+
+bool leavesNow(const StreamMessage& message, size_t offset, size_t count) {
+    if (message.fresh == nullptr) {
+        return true;
+    }
+    const uint32_t first = message.sequence + static_cast<uint32_t>(offset);
+    const uint32_t behind = first + static_cast<uint32_t>(count);
+    const FreshRange* ranges = message.fresh->ranges;
+    return std::any_of(ranges, ranges + message.fresh->count, [&](const FreshRange& range) {
+        return distance(range.first, first) >= 0 && distance(behind, range.behind) >= 0;
+    });
 }
 
 void writeEndpoint(Stream& stream, StreamPools& pools, const StreamMessage& message, size_t offset,

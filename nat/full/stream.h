@@ -62,16 +62,34 @@ struct Segment {
     uint32_t sequence;
 };
 
+// Octets that a packet brought and that were not held yet, by sequence number.
+struct FreshRange {
+    uint32_t first;
+    uint32_t behind;
+};
+
+// What left in an earlier packet and comes again must stay as it left: its receiver may have kept
+// any part of it.
+struct FreshRanges {
+    FreshRange ranges[8]; // of more than these it is not known
+    uint32_t count;
+};
+
 // A whole message with its TPKT header. Octet i of it is payload[start + i] of the packet; it left
-// in an earlier packet, and cannot be changed any more, when start + i is negative. The packet
-// holds the message up to its last octet.
+// in an earlier packet when start + i is negative. The packet holds the message up to its last
+// octet.
 struct StreamMessage {
     const uint8_t* octets;
     size_t length;
     uint8_t* payload;
     ptrdiff_t start;
-    uint32_t sequence; // of octets[0]
+    uint32_t sequence;        // of octets[0]
+    const FreshRanges* fresh; // null: all that the packet holds of the message
 };
+
+// Whether octets of a message leave with this packet for the first time, so that they can be
+// changed.
+bool leavesNow(const StreamMessage& message, size_t offset, size_t count);
 
 // Looks at one message. May write endpoints with writeEndpoint and nothing else.
 struct MessageReader {
@@ -95,7 +113,7 @@ StreamState takeSegment(Stream& stream, StreamPools& pools, const Segment& segme
                         const MessageReader& reader, bool& rewritten);
 
 // Writes six octets of an address and port over octet `offset` of a message and remembers it.
-// All six must lie in the packet.
+// leavesNow must hold for all six.
 void writeEndpoint(Stream& stream, StreamPools& pools, const StreamMessage& message, size_t offset,
                    const uint8_t* octets);
 
