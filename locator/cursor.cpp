@@ -121,10 +121,10 @@ bool LocatorCursor::longLength(LocatorWalk& walk, size_t& value, bool& more) {
         value = static_cast<size_t>((first & 0x3F) << octetBits | second);
         return true;
     }
-    const uint64_t units = first & 0x3F;
-    value = static_cast<size_t>(units) * fragmentUnit;
+    // X.691 permits 1 to 4 units; the decoders take any number, so that the walk has to.
+    value = static_cast<size_t>(first & 0x3F) * fragmentUnit;
     more = true;
-    return units >= 1 && units <= 4;
+    return true;
 }
 
 bool LocatorCursor::enterAcross(LocatorWalk& walk, size_t length, bool fragmented,
@@ -159,8 +159,7 @@ bool LocatorCursor::enterAcross(LocatorWalk& walk, size_t length, bool fragmente
             next = (head & 0x3FU) << octetBits | low;
         }
         fragmented = head >= 0xC0;
-        if ((fragmented && (head == 0xC0 || head > 0xC4)) ||
-            !addSeam(walk, {start, ahead.octet - start}, firstSeam, ahead.seam)) {
+        if (!addSeam(walk, {start, ahead.octet - start}, firstSeam, ahead.seam)) {
             return false;
         }
         ahead.seam = static_cast<uint16_t>(firstSeam + 1);

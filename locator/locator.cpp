@@ -143,6 +143,7 @@ private:
     Then tellString(uint16_t argument);
     LOCATOR_INLINE Then index(uint16_t argument, LocatorOp operation);
     bool smallNumber(uint64_t& number);
+    bool octetsOfNumber(size_t octets, uint64_t& number);
     bool skipOpenType() { return cursor.skipVariable(octetBits); }
 
     Then resume();
@@ -283,11 +284,14 @@ bool Walker::smallNumber(uint64_t& number) {
     }
     size_t octets = 0;
     bool more = false;
-    if (!cursor.length(octets, more) || more || octets > 4) {
-        return false;
-    }
+    return cursor.length(octets, more) && !more && octetsOfNumber(octets, number);
+}
+
+bool Walker::octetsOfNumber(size_t octets, uint64_t& number) {
+    constexpr size_t most = 4;
     number = 0;
-    return octets == 0 || cursor.take(static_cast<uint32_t>(octets * octetBits), number);
+    return octets == 0 ||
+           (octets <= most && cursor.take(static_cast<uint32_t>(octets * octetBits), number));
 }
 
 Then Walker::index(uint16_t argument, LocatorOp operation) {
@@ -475,6 +479,14 @@ Then Walker::beginAdditions(uint16_t argument) {
             return Then::refuse;
         }
         count = length;
+        if (length <= maskBits) {
+            // No count of additions, but the octets of one that is coded as a number (X.691 10.6),
+            // which is how the codecs read it.
+            if (!octetsOfNumber(length, count)) {
+                return Then::refuse;
+            }
+            ++count;
+        }
     }
     uint64_t known = count < maskBits ? count : maskBits;
     uint64_t unknown = count - known;
