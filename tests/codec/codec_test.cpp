@@ -1,5 +1,5 @@
 // What the codecs do beyond the vector files: statuses, unknown extensions by shape of the type,
-// presence of additions, recursion, traces.
+// presence of additions, recursion.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
@@ -280,32 +280,6 @@ TEST(Lists, ACountThatTheMessageCannotHoldTakesNoMemory) {
     }
     rtAllocator = original;
     EXPECT_LE(largestRequest, sizeof(MemBlock));
-}
-
-std::string traceOf(const char* type, const char* hex) {
-    const Octets octets = cli::fromHex(hex);
-    testing::internal::CaptureStdout();
-    rtSetTrace(1);
-    {
-        MessageValue value(*findType(type));
-        Octets again;
-        EXPECT_EQ(value.decode(octets), PER_OK);
-        EXPECT_EQ(value.encode(&again), PER_OK);
-    }
-    rtSetTrace(0);
-    return testing::internal::GetCapturedStdout();
-}
-
-TEST(Traces, TellStartAndEndInH245AndH235Only) {
-    const std::string h245 = traceOf("H245TransportAddress", "000a000001138c");
-    for (const char* text :
-         {"asn1PD_H245TransportAddress: start\n", "asn1PD_H245UnicastAddress_iPAddress: start\n",
-          "asn1PD_H245UnicastAddress_iPAddress: end\n", "asn1PD_H245TransportAddress: end\n",
-          "asn1PE_H245TransportAddress: start\n", "asn1PE_H245TransportAddress: end\n"}) {
-        EXPECT_NE(h245.find(text), std::string::npos) << text;
-    }
-    const std::string h225 = traceOf("H225TransportAddress", "00c0a8010206b8");
-    EXPECT_EQ(h225.find("asn1P"), std::string::npos) << h225;
 }
 
 } // namespace
