@@ -1,11 +1,11 @@
 #include "cli/capture_messages.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <optional>
 
 #include "asn1per/status.h"
 #include "cli/framing.h"
+#include "gateway/capture_time.h"
 #include "gateway/ipv4_packet.h"
 #include "gateway/link_layer.h"
 #include "tree/message_tree.h"
@@ -70,14 +70,10 @@ std::optional<std::vector<FramedMessage>> messagesOf(std::span<const uint8_t> fr
 } // namespace
 
 std::string placeText(const CapturedMessage& message) {
-    constexpr int64_t nanosecondsPerSecond = 1000000000;
-    const int64_t nanoseconds =
-        (message.time.seconds - message.captureStart.seconds) * nanosecondsPerSecond +
-        message.time.nanoseconds - message.captureStart.nanoseconds;
-    char time[48];
-    std::snprintf(time, sizeof time, "%.6f", static_cast<double>(nanoseconds) / 1e9);
-    return "frame " + std::to_string(message.frame) + "  " + time + "  " +
-           gateway::toText(message.source) + " → " + gateway::toText(message.destination);
+    return "frame " + std::to_string(message.frame) + "  " +
+           gateway::secondsText(gateway::nanosecondsOf(message.time) -
+                                gateway::nanosecondsOf(message.captureStart)) +
+           "  " + gateway::toText(message.source) + " → " + gateway::toText(message.destination);
 }
 
 bool CaptureMessages::next(CapturedMessage& message) {

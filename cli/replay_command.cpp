@@ -1,5 +1,6 @@
 #include "cli/commands.h"
 #include "cli/progress.h"
+#include "cli/replay_page.h"
 #include "cli/replay_report.h"
 #include "gateway/capture_file.h"
 #include "gateway/replay.h"
@@ -9,15 +10,18 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace cli {
 namespace {
 
 struct ReplayOptions {
     std::string input;
-    std::string output;
+    std::string output; // empty for none
+    std::string page;   // empty for none
     gateway::Network inside;
     uint32_t publicAddress = 0;
     uint32_t publishedAddress = 0; // 0 for none
@@ -28,7 +32,8 @@ struct ReplayOptions {
 
 bool isSameFile(const std::string& input, const std::string& output) {
     std::error_code error;
-    return input != "-" && output != "-" && std::filesystem::equivalent(input, output, error);
+    return !output.empty() && input != "-" && output != "-" &&
+           std::filesystem::equivalent(input, output, error);
 }
 
 gateway::ReferenceHostSettings hostSettings(const ReplayOptions& options) {
@@ -51,8 +56,14 @@ std::string contradiction(const ReplayOptions& options) {
         return "--publish " + gateway::toText(options.publishedAddress) +
                " does not lie in the --inside network";
     }
-    if (isSameFile(options.input, options.output)) {
+    if (options.output.empty() && options.page.empty()) {
+        return "name the file to write: --output for the packets, --report for a page of the calls";
+    }
+    if (isSameFile(options.input, options.output) || isSameFile(options.input, options.page)) {
         return "the output would overwrite the input " + options.input;
+    }
+    if (options.page == "-" || (!options.page.empty() && options.page == options.output)) {
+        return "--report needs a file of its own";
     }
     return "";
 }
@@ -71,15 +82,47 @@ void replayFrames(gateway::CaptureReader& reader, gateway::Replay& replay, Progr
     }
 }
 
+// How the router was set, in one sentence.
+std::string settingsText(const ReplayOptions& options) {
+    std::string text = "Private network " + gateway::toText(options.inside.address) + "/" +
+                       std::to_string(options.inside.prefixLength) + " behind " +
+                       gateway::toText(options.publicAddress);
+    if (options.publishedAddress != 0) {
+        text += ", calls from outside to " + gateway::toText(options.publishedAddress);
+    }
+    return text + ", " + (hostSettings(options).fullScope ? "full" : "listed") +
+           " scope. Times are seconds since the capture's first packet.";
+}
+
+std::unique_ptr<ReplayReport> makeReport(const ReplayOptions& options, std::ostream& out) {
+    auto report = options.json ? makeJsonReport(out) : makeTextReport(out);
+    if (options.page.empty()) {
+        return report;
+    }
+    report::PageTitle title;
+    title.title = "Calls of " + (options.input == "-"
+                                     ? "standard input"
+                                     : std::filesystem::path(options.input).filename().string());
+    title.settings = settingsText(options);
+    return makePageReport(std::move(report), options.page, title, options.inside);
+}
+
 // What was done until a failure is kept: the frames are written and the report is complete for
 // them.
 int replayCapture(const ReplayOptions& options) {
     gateway::CaptureReader reader(options.input);
     std::ostream& out = options.output == "-" ? std::cerr : std::cout;
-    const auto report = options.json ? makeJsonReport(out) : makeTextReport(out);
-    gateway::CaptureWriter writer(options.output, reader);
+    const auto report = makeReport(options, out);
+    std::optional<gateway::CaptureWriter> writer;
+    if (!options.output.empty()) {
+        writer.emplace(options.output, reader);
+    }
     gateway::Replay replay(hostSettings(options), reader.linkType(), *report,
-                           [&writer](const auto& frame) { writer.write(frame); });
+                           [&writer](const auto& frame) {
+                               if (writer) {
+                                   writer->write(frame);
+                               }
+                           });
     Progress progress;
 
     int status = 0;
@@ -95,7 +138,9 @@ int replayCapture(const ReplayOptions& options) {
         status = exitFaults;
     }
     replay.finish();
-    writer.finish();
+    if (writer) {
+        writer->finish();
+    }
     report->onEnd(replay.totals());
     out.flush();
     return status;
@@ -142,7 +187,12 @@ void addReplayCommand(CLI::App& app, int& exitStatus) {
     command
         ->add_option("-o,--output", options->output,
                      "pcap file of the packets as they leave the router; - for standard output")
-        ->required();
+        ->type_name("FILE");
+    command
+        ->add_option("--report", options->page,
+                     "HTML page of the calls: ladders of their messages, media streams, and what "
+                     "went wrong")
+        ->type_name("FILE");
     command
         ->add_option_function<std::string>(
             "--inside",

@@ -1,11 +1,10 @@
 #include "cli/replay_report.h"
 
+#include "gateway/capture_time.h"
+
 #include <nlohmann/json.hpp>
 
-#include <array>
-#include <ctime>
 #include <iomanip>
-#include <sstream>
 #include <string>
 
 namespace cli {
@@ -54,26 +53,6 @@ std::string fieldOf(const ReportedAddress& address) {
 std::string remoteOf(const MappingRequest& request) {
     return request.remoteAddress == UNKNOWN_REMOTE_ADDRESS ? "any"
                                                            : gateway::toText(request.remoteAddress);
-}
-
-std::string fraction(int32_t nanoseconds) {
-    std::ostringstream text;
-    text << std::setfill('0') << std::setw(9) << nanoseconds;
-    std::string digits = text.str();
-    // Microseconds unless the capture has more.
-    return digits.compare(6, 3, "000") == 0 ? digits.substr(0, 6) : digits;
-}
-
-// RFC 3339 in UTC.
-std::string timestamp(const gateway::CaptureTime& time) {
-    const std::time_t seconds = time.seconds;
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::array<char, 32> text{};
-    if (std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts) == 0) {
-        return std::to_string(time.seconds);
-    }
-    return std::string(text.data()) + '.' + fraction(time.nanoseconds) + 'Z';
 }
 
 class TextReport final : public ReplayReport {
@@ -156,14 +135,10 @@ public:
 
 private:
     std::ostream& begin(const gateway::CapturedFrame& frame) {
-        int64_t seconds = frame.time.seconds - frame.captureStart.seconds;
-        int64_t nanoseconds = frame.time.nanoseconds - frame.captureStart.nanoseconds;
-        if (nanoseconds < 0) {
-            nanoseconds += 1000000000;
-            --seconds;
-        }
         return out_ << "frame " << std::left << std::setw(5) << frame.number << ' ' << std::right
-                    << std::setw(3) << seconds << '.' << fraction(static_cast<int32_t>(nanoseconds))
+                    << std::setw(10)
+                    << gateway::secondsText(gateway::nanosecondsOf(frame.time) -
+                                            gateway::nanosecondsOf(frame.captureStart))
                     << "  ";
     }
 
@@ -244,7 +219,7 @@ private:
         Json line;
         line["type"] = type;
         line["frame"] = frame.number;
-        line["time"] = timestamp(frame.time);
+        line["time"] = gateway::timestampText(frame.time);
         return line;
     }
 

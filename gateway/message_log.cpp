@@ -1,6 +1,5 @@
 #include "gateway/message_log.h"
 
-#include "locator/locator.h"
 #include "locator/path_names.h"
 
 #include <algorithm>
@@ -19,20 +18,36 @@ std::string textOf(const H323Octets& octets) {
     return {octets.data, octets.data + octets.length};
 }
 
+void appendUtf8(std::string& text, uint32_t character) {
+    if (character < 0x80) {
+        text += static_cast<char>(character);
+        return;
+    }
+    if (character < 0x800) {
+        text += static_cast<char>(0xC0 | character >> 6);
+    } else {
+        text += static_cast<char>(0xE0 | character >> 12);
+        text += static_cast<char>(0x80 | (character >> 6 & 0x3F));
+    }
+    text += static_cast<char>(0x80 | (character & 0x3F));
+}
+
+ReportedCall reportOf(const H323ObservedCall& call, bool ended) {
+    return {call.call,
+            ended,
+            call.direction,
+            endpointOf(call.inside),
+            endpointOf(call.outside),
+            textOf(call.callIdentifier),
+            aliasText(textOf(call.callingAlias)),
+            aliasText(textOf(call.calledAlias)),
+            call.cause,
+            call.end};
+}
+
 ReportedAddress reportOf(const H323ObservedAddress& address) {
     return {textOf(address.path), address.offset, endpointOf(address.from), endpointOf(address.to),
             address.cause};
-}
-
-LocatedType typeOf(uint32_t role) {
-    switch (role) {
-    case H323NAT_ROLE_RAS:
-        return LocatedType::rasMessage;
-    case H323NAT_ROLE_H245:
-        return LocatedType::systemControlMessage;
-    default:
-        return LocatedType::userInformation;
-    }
 }
 
 // The ends of a connection by which its packets are known; port 0 is none.
@@ -42,6 +57,34 @@ std::array<Endpoint, 3> endsOf(const H323ObservedConnection& connection) {
 }
 
 } // namespace
+
+std::string aliasText(const std::string& characters) {
+    const bool printable = std::all_of(characters.begin(), characters.end(),
+                                       [](char octet) { return octet >= 0x20 && octet < 0x7F; });
+    if (printable) {
+        return characters;
+    }
+    constexpr uint32_t replacement = 0xFFFD;
+    std::string utf8;
+    for (size_t i = 0; i + 1 < characters.size(); i += 2) {
+        const uint32_t character = static_cast<uint32_t>(static_cast<uint8_t>(characters[i]) << 8 |
+                                                         static_cast<uint8_t>(characters[i + 1]));
+        const bool isHalf = character >= 0xD800 && character < 0xE000;
+        appendUtf8(utf8, isHalf ? replacement : character);
+    }
+    return utf8;
+}
+
+LocatedType locatedType(uint32_t role) {
+    switch (role) {
+    case H323NAT_ROLE_RAS:
+        return LocatedType::rasMessage;
+    case H323NAT_ROLE_H245:
+        return LocatedType::systemControlMessage;
+    default:
+        return LocatedType::userInformation;
+    }
+}
 
 std::vector<uint8_t> ReportedMessage::octetsAfter() const {
     std::vector<uint8_t> after = octets;
@@ -60,7 +103,7 @@ std::vector<ReportedAddress> addressesRemaining(const ReportedMessage& message,
     const std::vector<uint8_t> octets = message.octetsAfter();
     LocatorWalk walk;
     LocatedPlace place;
-    startLocating(walk, typeOf(message.role), octets.data(), octets.size(),
+    startLocating(walk, locatedType(message.role), octets.data(), octets.size(),
                   placeKindBit(PlaceKind::address));
     while (nextPlace(walk, place)) {
         if (!network.contains(place.address) || place.port == 0) {
@@ -71,11 +114,12 @@ std::vector<ReportedAddress> addressesRemaining(const ReportedMessage& message,
         const auto told = std::find_if(
             message.left.begin(), message.left.end(),
             [&](const ReportedAddress& address) { return address.offset == place.offset; });
-        remaining.push_back({path,
-                             static_cast<uint32_t>(place.offset),
-                             {place.address, place.port},
-                             {place.address, place.port},
-                             told == message.left.end() ? uint32_t{H323NAT_LEFT_NOT_LISTED} : told->cause});
+        remaining.push_back(
+            {path,
+             static_cast<uint32_t>(place.offset),
+             {place.address, place.port},
+             {place.address, place.port},
+             told == message.left.end() ? uint32_t{H323NAT_LEFT_NOT_LISTED} : told->cause});
     }
     return remaining;
 }
@@ -113,6 +157,18 @@ std::vector<ReportedMessage> MessageLog::takeMessages() {
     return std::exchange(messages_, {});
 }
 
+std::vector<ReportedCall> MessageLog::takeCalls() {
+    return std::exchange(calls_, {});
+}
+
+void MessageLog::onCallBegan(const H323ObservedCall& call) {
+    calls_.push_back(reportOf(call, false));
+}
+
+void MessageLog::onCallEnded(const H323ObservedCall& call) {
+    calls_.push_back(reportOf(call, true));
+}
+
 void MessageLog::onMessage(const H323ObservedMessage& message) {
     ReportedMessage& report = messages_.emplace_back();
     report.role = message.role;
@@ -122,6 +178,7 @@ void MessageLog::onMessage(const H323ObservedMessage& message) {
     report.outside = endpointOf(message.outside);
     report.name = textOf(message.name);
     report.call = message.call;
+    report.callIdentifier = textOf(message.callIdentifier);
     report.octets.assign(message.octets.data, message.octets.data + message.octets.length);
 }
 

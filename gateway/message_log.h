@@ -2,6 +2,7 @@
 
 #include "gateway/endpoint.h"
 #include "gateway/module_session.h"
+#include "locator/locator.h"
 
 #include <cstdint>
 #include <string>
@@ -26,14 +27,37 @@ struct ReportedMessage {
     uint32_t flags = 0;     // H323NAT_MESSAGE_...
     Endpoint inside;
     Endpoint outside;
+    Endpoint host;    // the private end whichever way it went, as far as the reporter knows it
     std::string name; // "setup", "openLogicalChannelAck"; empty when it was not understood so far
     uint64_t call = 0;
+    std::string callIdentifier;  // 16 octets, or none
     std::vector<uint8_t> octets; // as it came
     std::vector<ReportedAddress> rewritten;
     std::vector<ReportedAddress> left;
 
     [[nodiscard]] std::vector<uint8_t> octetsAfter() const;
 };
+
+// A call that the module follows from here on, or not any more.
+struct ReportedCall {
+    uint64_t call = 0;
+    bool ended = false;
+    uint32_t direction = 0; // H323NAT_SENT: the private host calls
+    Endpoint inside;
+    Endpoint outside;
+    std::string callIdentifier; // 16 octets, or none
+    std::string callingAlias;   // UTF-8
+    std::string calledAlias;
+    uint32_t cause = 0; // ended: the release's cause of Q.850, 0 when none was told
+    uint32_t end = 0;   // ended: H323NAT_END_...
+};
+
+// An alias as UTF-8. Its characters as they stand: digits and names of one octet a character are
+// printable; anything else of even length is UTF-16, most significant octet first.
+std::string aliasText(const std::string& characters);
+
+// What the octets of a message with this role, H323NAT_ROLE_..., are to the locator.
+LocatedType locatedType(uint32_t role);
 
 // Addresses of `network` that a message still tells its receiver, by what went out, whatever the
 // module says; with the module's cause where it told one.
@@ -51,6 +75,9 @@ public:
     // The messages since the last call.
     std::vector<ReportedMessage> takeMessages();
 
+    // The calls that began or ended since the last call.
+    std::vector<ReportedCall> takeCalls();
+
     // Whether the endpoint is one end of a TCP connection that was announced and is not over.
     [[nodiscard]] bool isAnnounced(const Endpoint& endpoint) const {
         return announced_.contains({Protocol::Tcp, endpoint});
@@ -60,12 +87,13 @@ private:
     void onMessage(const H323ObservedMessage& message) override;
     void onRewritten(const H323ObservedAddress& address) override;
     void onLeft(const H323ObservedAddress& address) override;
-    void onCallBegan(const H323ObservedCall& /*call*/) override {}
-    void onCallEnded(const H323ObservedCall& /*call*/) override {}
+    void onCallBegan(const H323ObservedCall& call) override;
+    void onCallEnded(const H323ObservedCall& call) override;
     void onAnnounced(const H323ObservedConnection& connection) override;
     void onOver(const H323ObservedConnection& connection) override;
 
     std::vector<ReportedMessage> messages_;
+    std::vector<ReportedCall> calls_;
     std::unordered_map<LocalId, uint32_t, LocalIdHash> announced_;
 };
 

@@ -136,6 +136,8 @@ void ReferenceHost::processReceived(std::span<uint8_t> packet, const PacketLayou
         flowOfReceived(layout, sourceOf(packet, layout), destinationOf(packet, layout));
     if (flow == nullptr) {
         outcome.verdict = Verdict::NoMapping;
+        outcome.insideView = {layout.protocol, destinationOf(packet, layout),
+                              sourceOf(packet, layout)};
         return;
     }
     if (!outcome.truncated && show == Show::Packet) {

@@ -41,7 +41,7 @@ constexpr size_t verdictCount = static_cast<size_t>(Verdict::Repetition) + 1;
 struct PacketOutcome {
     Verdict verdict = Verdict::NotIpv4;
     Direction direction = Direction::Sent;
-    FlowId insideView;           // of a translated packet
+    FlowId insideView; // of a translated packet; with NoMapping, `local` is where it was sent to
     bool payloadChanged = false; // the module says that it rewrote the payload
     bool truncated = false;      // headers translated, payload not shown to the module
 };

@@ -42,8 +42,9 @@ void Replay::processIpv4(CapturedFrame& frame, size_t offset) {
         hold(frame, offset, packet, layout)) {
         return;
     }
-    note(host_.process(packet, frame.time.seconds));
-    report(frame);
+    const PacketOutcome outcome = host_.process(packet, frame.time.seconds);
+    report(frame, outcome);
+    note(frame, outcome);
     pass(frame, offset, false);
 }
 
@@ -105,16 +106,16 @@ void Replay::letGo(ReleasedSegments& released) {
     std::vector<PacketOutcome> outcomes;
     if (released.joint) {
         outcomes = host_.processJoint(released.segments, last.time.seconds);
-        report(last);
+        report(last, outcomes.front());
     }
     for (size_t i = 0; i < released.segments.size(); ++i) {
         HeldSegment& segment = released.segments[i];
         Waiting& waiting = waitingOf(segment);
         if (!released.joint) {
             outcomes.push_back(host_.process(segment.packet, waiting.frame.time.seconds));
-            report(waiting.frame);
+            report(waiting.frame, outcomes.back());
         }
-        note(outcomes[i]);
+        note(waiting.frame, outcomes[i]);
         std::copy(segment.packet.begin(), segment.packet.end(),
                   waiting.frame.octets.begin() + static_cast<std::ptrdiff_t>(waiting.offset));
         waiting.held = false;
@@ -122,18 +123,23 @@ void Replay::letGo(ReleasedSegments& released) {
     released.segments.clear();
 }
 
-void Replay::note(const PacketOutcome& outcome) {
+void Replay::note(const CapturedFrame& frame, const PacketOutcome& outcome) {
+    listener_.onPacket(frame, outcome);
     ++totals_.verdicts.at(static_cast<size_t>(outcome.verdict));
     totals_.truncated += outcome.verdict == Verdict::Translated && outcome.truncated ? 1 : 0;
     totals_.rewrittenPackets += outcome.payloadChanged ? 1 : 0;
 }
 
-void Replay::report(const CapturedFrame& frame) {
+void Replay::report(const CapturedFrame& frame, const PacketOutcome& outcome) {
     for (const MappingRequest& request : host_.mappingRequests()) {
         ++(request.granted ? totals_.mappings : totals_.refusedMappings);
         listener_.onMapping(frame, request);
     }
-    for (const ReportedMessage& message : log_.takeMessages()) {
+    for (const ReportedCall& call : log_.takeCalls()) {
+        listener_.onCall(frame, call);
+    }
+    for (ReportedMessage& message : log_.takeMessages()) {
+        message.host = outcome.insideView.local;
         std::vector<ReportedAddress> remaining;
         if (message.direction == H323NAT_SENT) {
             remaining = addressesRemaining(message, inside_);

@@ -46,6 +46,9 @@ public:
     ReplayListener& operator=(const ReplayListener&) = delete;
     virtual ~ReplayListener() = default;
 
+    // What became of a packet. Told after what the module said of it.
+    virtual void onPacket(const CapturedFrame& /*frame*/, const PacketOutcome& /*outcome*/) {}
+    virtual void onCall(const CapturedFrame& /*frame*/, const ReportedCall& /*call*/) {}
     virtual void onMapping(const CapturedFrame& frame, const MappingRequest& request) = 0;
     // A message that was whole with this frame. `remaining`: private addresses that it still tells.
     virtual void onMessage(const CapturedFrame& frame, const ReportedMessage& message,
@@ -84,8 +87,8 @@ private:
               const PacketLayout& layout);
     void expire(const CaptureTime& now, bool all);
     void letGo(ReleasedSegments& released);
-    void note(const PacketOutcome& outcome);
-    void report(const CapturedFrame& frame);
+    void note(const CapturedFrame& frame, const PacketOutcome& outcome);
+    void report(const CapturedFrame& frame, const PacketOutcome& outcome);
     void count(const ReportedMessage& message, const std::vector<ReportedAddress>& remaining);
     void pass(CapturedFrame& frame, size_t offset, bool held);
     void writeReady();

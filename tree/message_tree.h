@@ -82,4 +82,7 @@ std::string treeText(const Node& root);
 // not are left out. Booleans and integers up to 64 bits are values of their own kind. ASCII.
 std::string treeJson(const Node& root);
 
+// The value of one node as treeText shows it, as a JSON string in ASCII; of Text the characters.
+std::string valueJson(const Node& node);
+
 } // namespace tree

@@ -43,6 +43,26 @@ std::string octetText(const Node& node) {
     return node.value + (text.empty() ? "" : " " + text);
 }
 
+std::string valueText(const Node& node) {
+    switch (node.kind) {
+    case NodeKind::List:
+        return std::to_string(node.children.size()) +
+               (node.children.size() == 1 ? " element" : " elements");
+    case NodeKind::Text:
+        return '"' + node.value + '"';
+    case NodeKind::Octets:
+    case NodeKind::Unknown:
+        return octetText(node);
+    case NodeKind::Bits:
+        return std::to_string(node.bitLength) + " bits" + (node.value.empty() ? "" : " ") +
+               node.value;
+    case NodeKind::ObjectIdentifier:
+        return node.value.empty() ? "(empty)" : node.value;
+    default:
+        return node.value;
+    }
+}
+
 class TextPrinter {
 public:
     std::string text;
@@ -72,26 +92,6 @@ private:
             lines(alternative, depth);
         } else if (alternative.kind != NodeKind::Null) {
             line(alternative, depth);
-        }
-    }
-
-    static std::string valueText(const Node& node) {
-        switch (node.kind) {
-        case NodeKind::List:
-            return std::to_string(node.children.size()) +
-                   (node.children.size() == 1 ? " element" : " elements");
-        case NodeKind::Text:
-            return '"' + node.value + '"';
-        case NodeKind::Octets:
-        case NodeKind::Unknown:
-            return octetText(node);
-        case NodeKind::Bits:
-            return std::to_string(node.bitLength) + " bits" + (node.value.empty() ? "" : " ") +
-                   node.value;
-        case NodeKind::ObjectIdentifier:
-            return node.value.empty() ? "(empty)" : node.value;
-        default:
-            return node.value;
         }
     }
 };
@@ -154,6 +154,17 @@ std::string treeText(const Node& root) {
     TextPrinter printer;
     printer.line(root, 0);
     return printer.text;
+}
+
+std::string valueJson(const Node& node) {
+    if (node.kind == NodeKind::Text) {
+        return '"' + pairedText(node.value) + '"';
+    }
+    std::string json = "\"";
+    for (const char character : valueText(node)) {
+        json += character == '"' ? "\\\"" : std::string(1, character);
+    }
+    return json + '"';
 }
 
 std::string treeJson(const Node& root) {

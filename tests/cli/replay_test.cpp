@@ -293,6 +293,31 @@ TEST(Replay, CaptureWithoutH323KeepsEveryPayload) {
     std::filesystem::remove(output);
 }
 
+size_t countOf(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+// What a browser makes of it is the business of tests/report/page_test.py.
+TEST(Replay, PageHasEveryMessageAndSaysWhoHearsNothing) {
+    const std::string page = scratchPath("page.html");
+    const Outcome outcome = run({sample("in-fast-tun"), "--report", page, "--scope", "listed",
+                                 "--publish", "10.0.0.5", "--json"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_NE(outcome.output.find("\"messages\":5,"), std::string::npos) << outcome.output;
+    const std::string html = contents(page);
+    EXPECT_EQ(countOf(html, "<g class=\"message"), 5U);
+    EXPECT_EQ(countOf(html, "data-state=\"into the void\""), 2U) << "media and RTCP";
+    EXPECT_NE(html.find("203.0.113.9 was told to send media to 10.0.0.5:5000 (connect, frame 10)"),
+              std::string::npos);
+    EXPECT_NE(html.find("10.0.0.5 hears nothing."), std::string::npos);
+    EXPECT_EQ(countOf(html, "<script src"), 0U);
+    std::filesystem::remove(page);
+}
+
 // The same rules, the other write-back: whole messages encoded anew, so octets beyond the addresses
 // differ.
 TEST(Replay, StrictEncodesAnew) {
@@ -349,6 +374,9 @@ TEST(Replay, WhatCannotBeReplayedIsNamed) {
           Case{{input, "-o", output}, "is not supported; use Ethernet, raw IP"},
           Case{{ok, "-o", "/nonexistent/out.pcap"}, "/nonexistent/out.pcap"},
           Case{{ok, "-o", ok}, "overwrite the input"},
+          Case{{ok, "--report", ok}, "overwrite the input"},
+          Case{{ok, "--report", "/nonexistent/page.html"}, "/nonexistent/page.html: cannot be"},
+          Case{{ok}, "name the file to write"},
           Case{{ok, "-o", output, "--publish", "10.0.1.5"}, "--publish 10.0.1.5"},
           Case{{ok, "-o", output, "--publish", "10.0.0"}, "10.0.0 is no IPv4 address"}}) {
         const Outcome outcome = run(c.arguments);

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "gateway/capture_file.h"
+
+#include <string>
+
+// Times of captures as reports write them.
+namespace gateway {
+
+constexpr int64_t nanosecondsPerSecond = 1'000'000'000;
+
+inline int64_t nanosecondsOf(const CaptureTime& time) {
+    return time.seconds * nanosecondsPerSecond + time.nanoseconds;
+}
+
+// RFC 3339 in UTC, with microseconds unless the capture has more: "2026-11-23T14:04:00.083387Z".
+std::string timestampText(const CaptureTime& time);
+
+// Seconds with as many digits: "0.003300".
+std::string secondsText(int64_t nanoseconds);
+
+} // namespace gateway

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "report/call_record.h"
+
+namespace report {
+
+// Says in `record` what became of the call: verdict and findings, by its messages and streams.
+void judge(CallRecord& record, const gateway::Network& inside);
+
+} // namespace report
