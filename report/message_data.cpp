@@ -52,12 +52,14 @@ size_t MessageData::add(const LadderMessage& message, const std::string& title) 
     data["changed"] = Json::array();
     for (const gateway::ReportedAddress& address : content.rewritten) {
         data["changed"].push_back({address.offset, gateway::toText(address.from),
-                                   gateway::toText(address.to), address.path});
+                                   gateway::toText(address.to), address.path,
+                                   gateway::shortPath(address.path)});
     }
     data["left"] = Json::array();
     for (const gateway::ReportedAddress& address : message.remaining) {
         data["left"].push_back({address.offset, gateway::toText(address.from),
-                                gateway::leftCauseText(address.cause), address.path});
+                                gateway::leftCauseText(address.cause), address.path,
+                                gateway::shortPath(address.path)});
     }
     const tree::MessageType* const type = tree::findMessageType(typeName(content.role));
     std::string tree;

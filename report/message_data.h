@@ -16,7 +16,7 @@ namespace report {
 //   title, octets (hexadecimal), tree, error (where reading failed), changed and left.
 // A node of the tree is [name, value, bitOffset, bitLength, children...], name and value being
 // numbers of strings, bitOffset -1 when it is not known. An entry of `changed` is
-// [offset, old, new, path], of `left` [offset, address, cause, path].
+// [offset, old, new, path, short path], of `left` [offset, address, cause, path, short path].
 class MessageData {
 public:
     // Trees are left out when the page has so many octets of them already.

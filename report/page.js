@@ -164,11 +164,15 @@
         button.title = "Close (Escape)";
         button.addEventListener("click", close);
         const notes = element("ul", "findings");
-        for (const [, before, after, path] of message.changed) {
-            notes.append(element("li", "good", `${before} → ${after} in ${path}`));
+        for (const [, before, after, path, short] of message.changed) {
+            const note = element("li", "good", `${before} → ${after} in ${short}`);
+            note.title = path;
+            notes.append(note);
         }
-        for (const [, address, cause, path] of message.left) {
-            notes.append(element("li", "trouble", `${address} stays in ${path}: ${cause}`));
+        for (const [, address, cause, path, short] of message.left) {
+            const note = element("li", "trouble", `${address} stays in ${short}: ${cause}`);
+            note.title = path;
+            notes.append(note);
         }
         const tree = element("ul", "tree");
         if (message.tree) {
