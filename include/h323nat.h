@@ -19,6 +19,31 @@
  * the host. It calls the host's functions only from inside these calls, on the calling thread. Such
  * a host function must not call the module.
  *
+ * WHAT THE HOST DOES BESIDES
+ *
+ *   whole packets    The host puts fragments together before it calls a hook, which takes every
+ *                    packet for a whole one.
+ *   port 1720        The module asks for no mapping of it: the host forwards TCP connections to its
+ *                    public port 1720 to the published host, at port 1720.
+ *   PACKET_CHANGED   The hooks set it and never clear it: the host clears it before each call.
+ *   whose address    The private address in a request for a mapping stands in a message, where a
+ *                    sender can write any. The host opens a mapping only if the address is that of
+ *                    the packet's sender.
+ *   same answer      Messages are repeated, so the same private endpoint is asked for again. While
+ *                    its mapping stands, the host gives the same answer.
+ *   end of mappings  The module never says that a mapping may go. The host closes those of a
+ *                    call's media with the H.245 connection under whose record they are linked,
+ *                    that of an H.245 address with its connection or when none comes, and any,
+ *                    RAS included, when it was not used for a while.
+ *
+ * LIMITS OF THE LISTED SCOPE
+ *
+ *   50 signalling and 50 H.245 connections of outbound calls, one inbound call. What comes beyond
+ *   passes unchanged until another was silent for more than 60 seconds.
+ *   4096 octets are put together of each direction of an outbound call, 4000 of an inbound one. A
+ *   longer message passes unchanged, and so does what follows it in its stream.
+ *   A private caller's Setup is translated when a segment carries it alone and whole.
+ *
  * NUMBERS
  *
  * An IPv4 address a.b.c.d is the 32-bit number a * 2^24 + b * 2^16 + c * 2^8 + d, a port a 16-bit
@@ -75,9 +100,9 @@ extern "C" {
 
 /*
  * The host's record of the network interface or translation that a packet belongs to. The hooks
- * take its address as their first argument; control connections keep it and hand it back to
- * HostOpenMediaMapping and HostOpenControlMapping. It must stay valid as long as the host may pass
- * packets of calls that were seen with it.
+ * take its address as their first argument, which is never null; control connections keep it and
+ * hand it back to HostOpenMediaMapping and HostOpenControlMapping. It must stay valid as long as
+ * the host may pass packets of calls that were seen with it.
  */
 typedef struct HostContext {
     uint8_t hostField000[0x13C];
@@ -85,11 +110,20 @@ typedef struct HostContext {
 } HostContext;
 
 /*
- * The host's record of one flow that it translates. The host allocates and frees it, and keeps it
- * valid as long as it can be reached through HostFindInsideMapping, HostFindOutsideMapping or a
- * link below. The module links the records of a call's media under the record of its H.245
- * connection, newest pair first, so that the host can close them together. It never undoes a link:
- * before the host frees a record it takes it out of the lists and clears the links that lead to it.
+ * The host's record of one flow that it translates. The host allocates and frees it; a new one has
+ * null links. The module links the records of a call's media under the record of its H.245
+ * connection, newest pair first, so that the host can close them together. It never undoes a link.
+ *
+ * A record stays valid as long as it can be reached through HostFindInsideMapping,
+ * HostFindOutsideMapping or a link below: before the host frees a record it takes it out of the
+ * lists and clears the links that lead to it.
+ *
+ * A record that HostFindOutsideMapping answered for remote port 1720 stays valid longer, also when
+ * its flow has ended: the module keeps it with the call's H.245 connection and writes its
+ * controlLink whenever media of the call is linked. It keeps it until H323InitializeDLL or
+ * H323SetTranslationScope is called, or until that H.245 connection was silent for more than 60
+ * seconds and another call announces one. A host that cannot tell frees such records only at the
+ * next start.
  */
 typedef struct HostMappingRecord {
     uint8_t hostField00[0x1E];
@@ -118,7 +152,7 @@ typedef struct HostMappingRecord {
  * The record and the packet belong to the host and need to live only during the call.
  */
 typedef struct PacketDescriptor {
-    uint32_t flags; /* the hooks set PACKET_CHANGED and touch no other bit */
+    uint32_t flags; /* the hooks set PACKET_CHANGED and touch no other bit; the host clears it */
     uint8_t hostField04[20];
     uint8_t* ipHeader; /* receiving: the host sets it to the start of the IP header */
     uint8_t hostField1C[4];
@@ -140,14 +174,18 @@ typedef void(H323NAT_CALL* HostReservedFunction)(void);
  * Opens a UDP mapping for media, or for RAS.
  *
  *   hostContext      as the hook got it
- *   privateAddress   the private endpoint's address
+ *   privateAddress   the private endpoint's address, as a message names it
  *   remoteAddress    the outside party, or UNKNOWN_REMOTE_ADDRESS
  *   privatePort      P. A media mapping is a pair: map P to N and P + 1 to N + 1 (RTP and RTCP)
  *   publicPort       out: N; only the low 16 bits count. For media N is below 65535
- *   publicAddress    out: the public address that the remote party is to send to
+ *   publicAddress    out: the public address that the remote party is to send to. In the listed
+ *                    scope an OpenLogicalChannelAck of an outbound call gets publicPort alone:
+ *                    its address becomes the one that the called party's signalling came to
  *   first, second    out: the host's records of the pair
- *   skipLinking      out: 0 when first and second are valid and the module may link them under the
- *                    record of the call's H.245 connection; anything else: it leaves them alone
+ *   skipLinking      out: 0 when first and second are valid and the module may link them under
+ *                    the record of the call's H.245 connection; anything else: it leaves them
+ *                    alone. A pair that is linked already must be answered so: a second link
+ *                    would break the list that it is in
  *
  * When the host is called, publicPort and publicAddress are 0, or the host's answer for the channel
  * before in the same message; first and second are null and skipLinking is 0. The module writes

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "nat/full/roles.h"
 #include "nat/listed/inbound_state.h"
 #include "nat/message_facts.h"
 #include "nat/observer.h"
@@ -94,8 +95,9 @@ bool liesInPacket(const MessageEdit& edit, size_t offset) {
     return start >= 0 && static_cast<size_t>(start) + endpointOctets <= edit.place.length;
 }
 
-void tellAddress(const MessageKind& kind, const MessageEdit& edit, const LocatorWalk& walk,
-                 const AddressBefore& before, const EndpointKey& now) {
+void tellAddress(const MessageEdit& edit, const LocatorWalk& walk, const LocatedPlace& place,
+                 const AddressBefore& before) {
+    const EndpointKey now = {place.address, place.port};
     const bool changed = !(before.endpoint == now);
     const bool own =
         observed.direction == H323NAT_SENT && before.endpoint.address == observed.inside.address;
@@ -105,7 +107,7 @@ void tellAddress(const MessageKind& kind, const MessageEdit& edit, const Locator
     char path[placePathCapacity];
     const size_t length = placePath(walk, path, sizeof path);
     H323ObservedAddress event = {};
-    event.role = kind.role;
+    event.role = full_scope::roleOf(place, false).role;
     event.offset = static_cast<uint32_t>(before.offset);
     event.path = {reinterpret_cast<const uint8_t*>(path), static_cast<uint32_t>(length)};
     event.from = publicForm(before.endpoint);
@@ -193,7 +195,7 @@ void observeDone(const MessageEdit& edit) {
             ++match;
         }
         if (match < observed.count) {
-            tellAddress(*kind, edit, walk, observed.before[match], {place.address, place.port});
+            tellAddress(edit, walk, place, observed.before[match]);
             next = match + 1;
         }
     }

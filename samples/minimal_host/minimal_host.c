@@ -73,6 +73,7 @@ int main(void) {
     printf("received: IP header %u octets, transport part %u octets, payload %s\n",
            (unsigned)descriptor.ipHeaderLength, (unsigned)descriptor.transportLength,
            (descriptor.flags & PACKET_CHANGED) != 0 ? "changed" : "unchanged");
+    descriptor.flags &= ~PACKET_CHANGED;
     TarvexPacketOnSending(&context, &descriptor);
     printf("sent: payload %s\n",
            (descriptor.flags & PACKET_CHANGED) != 0 ? "changed" : "unchanged");

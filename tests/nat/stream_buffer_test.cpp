@@ -206,6 +206,7 @@ TEST_F(StreamBufferTest, SegmentsOutOfOrderLoseNothing) {
         {{0, 40}, {149, 269}, {40, 100}, {20, 60}, {100, 149}}, // a repetition within the gap
         {{0, 10}, {45, 49}, {20, 30}, {5, 25}, {30, 45}, {209, 269}, {49, 209}},
         {{0, 40}, {60, 70}, {0, 40}, {40, 149}, {60, 70}, {140, 269}},
+        {{0, 39}, {60, 100}, {39, 40}, {40, 60}, {100, 269}}, // the late part outlives a message
     };
     for (const Segments& order : orders) {
         Connection<ControlChannelConnection> connection;
