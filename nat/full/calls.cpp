@@ -62,6 +62,21 @@ void leaveCall(Index connection, uint8_t end) {
     giveIfUnused(index);
 }
 
+// A call can be carried by several connections: all must go before its record is free.
+Index takeRecord(Index connection) {
+    constexpr int tries = 16;
+    Index index = take(state.calls);
+    for (int each = 0; index == none && each < tries; ++each) {
+        const Index spare = spareConnection(connection);
+        if (spare == none) {
+            break;
+        }
+        forget(spare, H323NAT_END_FORGOTTEN);
+        index = take(state.calls);
+    }
+    return index;
+}
+
 } // namespace
 
 Index callOf(Index connection, const uint8_t* identifier) {
@@ -77,19 +92,12 @@ Index callOf(Index connection, const uint8_t* identifier) {
 }
 
 Index beginCall(Index connection, const uint8_t* identifier) {
-    Index index = take(state.calls);
+    const Index index = takeRecord(connection);
     if (index == none) {
-        const Index spare = spareConnection(connection);
-        if (spare == none) {
-            return none;
-        }
-        forget(spare, H323NAT_END_FORGOTTEN);
-        index = take(state.calls);
-        if (index == none) {
-            return none;
-        }
+        return none;
     }
     Connection& signalling = state.connections[connection];
+    signalling.carriedCall = true;
     Call& call = state.calls[index];
     call.number = nextCallNumber();
     call.signalling = connection;

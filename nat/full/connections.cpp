@@ -26,11 +26,24 @@ void unlinkPublic(Index index) {
     }
 }
 
+uint32_t quietOf(const Connection& connection) {
+    const uint32_t now = wallClockSeconds(); // which may be put back
+    return now > connection.lastActivity ? now - connection.lastActivity : 0;
+}
+
 bool maySpare(const Connection& connection) {
-    const uint32_t quiet = wallClockSeconds() - connection.lastActivity;
     const bool spoke = connection.sent.framed && connection.received.framed;
-    const bool closed = connection.sent.finished && connection.received.finished;
-    return closed || quiet > (spoke ? quietSeconds : unspokenSeconds);
+    return quietOf(connection) > (spoke ? quietSeconds : unspokenSeconds);
+}
+
+Ages& agesOf(const Connection& connection) {
+    return connection.over ? state.overAges : state.connectionAges;
+}
+
+// The one that is over for longest; never `other`.
+Index oldestOver(Index other) {
+    const Index index = state.overAges.oldest;
+    return index != none && index == other ? state.connections[index].newer : index;
 }
 
 } // namespace
@@ -55,6 +68,10 @@ Index findByPublic(const EndpointKey& publicEndpoint, const EndpointKey& outside
 
 Index spareConnection(Index other) {
     constexpr int looks = 16;
+    const Index over = oldestOver(other);
+    if (over != none) {
+        return over;
+    }
     Index index = state.connectionAges.oldest;
     for (int look = 0; look < looks && index != none; ++look) {
         if (index != other && maySpare(state.connections[index])) {
@@ -107,9 +124,15 @@ void setPublicEndpoint(Index index, const EndpointKey& publicEndpoint) {
     head = index;
 }
 
+void setPlaced(Index index, bool placed) {
+    Connection& connection = state.connections[index];
+    state.unplaced += (placed ? 0u : 1u) - (connection.unplaced ? 1u : 0u);
+    connection.unplaced = !placed;
+}
+
 void touch(Index index) {
     state.connections[index].lastActivity = wallClockSeconds();
-    renew(state.connections, state.connectionAges, index);
+    renew(state.connections, agesOf(state.connections[index]), index);
 }
 
 void close(Index index) {
@@ -117,13 +140,34 @@ void close(Index index) {
     Connection& connection = state.connections[index];
     connection.sent.finished = true;
     connection.received.finished = true;
-    // To the end where the next one that is needed is looked for.
-    Ages& ages = state.connectionAges;
-    leave(state.connections, ages, index);
-    connection.older = none;
-    connection.newer = ages.oldest;
-    (ages.oldest == none ? ages.newest : state.connections[ages.oldest].older) = index;
-    ages.oldest = index;
+    if (!connection.over) {
+        leave(state.connections, state.connectionAges, index);
+        connection.over = true;
+        join(state.connections, state.overAges, index);
+    }
+}
+
+void makeRoomForEdits(Index other) {
+    constexpr uint32_t repeatSeconds = 60; // a segment is not sent again later
+    constexpr int looks = 64;
+    const Pool<Edit>& edits = state.streams.edits;
+    int look = 0;
+    for (; look < looks && edits.used == edits.capacity; ++look) {
+        const Index over = oldestOver(other);
+        if (over == none) {
+            break;
+        }
+        forget(over, H323NAT_END_CLOSED);
+    }
+    Index index = state.connectionAges.oldest;
+    for (; look < looks && edits.used == edits.capacity && index != none; ++look) {
+        Connection& connection = state.connections[index];
+        if (index != other && quietOf(connection) > repeatSeconds) {
+            dropEdits(connection.sent, state.streams);
+            dropEdits(connection.received, state.streams);
+        }
+        index = connection.newer;
+    }
 }
 
 void forget(Index index, uint8_t end) {
@@ -133,7 +177,8 @@ void forget(Index index, uint8_t end) {
     endStream(connection.received, state.streams);
     unlinkInside(index);
     unlinkPublic(index);
-    leave(state.connections, state.connectionAges, index);
+    setPlaced(index, true);
+    leave(state.connections, agesOf(connection), index);
     --countOf(connection.outside);
     give(state.connections, index);
 }

@@ -76,12 +76,17 @@ void unlinkPublic(Index index) {
     }
 }
 
+uint32_t& countOfHost(const EndpointKey& inside) {
+    return state.mappingsOfHosts[spread(inside.address) % hostCounters];
+}
+
 void endMapping(Index index, uint64_t call) {
     const Mapping& mapping = state.mappings[index];
     tellConnection(observer.connectionOver, mapping, call);
     unlinkPublic(index);
     unlink<Mapping, &Mapping::next>(state.mappings,
                                     state.mappingsByInside[hashEndpoint(mapping.inside)], index);
+    --countOfHost(mapping.inside);
     give(state.mappings, index);
 }
 
@@ -97,6 +102,7 @@ Index remember(uint8_t role, const EndpointKey& inside, const EndpointKey& publi
         Mapping& mapping = state.mappings[index];
         mapping.inside = inside;
         mapping.role = role;
+        ++countOfHost(inside);
         Index& head = state.mappingsByInside[hashEndpoint(inside)];
         mapping.next = head;
         head = index;
@@ -222,6 +228,9 @@ Translation translateOut(uint8_t role, bool rtcp, const EndpointKey& inside, con
     OwnerClaims owner = claimsOf(asking.owner);
     const bool owned = known != none && isClaimed(owner, known);
     if (!owned && owner.count >= owner.most && !dropPassing(owner)) {
+        return {{}, H323NAT_LEFT_HOST_LIMIT};
+    }
+    if (known == none && countOfHost(inside) >= mappingsOfHost(state.mappings.capacity)) {
         return {{}, H323NAT_LEFT_HOST_LIMIT};
     }
     EndpointKey publicEndpoint;

@@ -12,9 +12,13 @@ struct Owner {
     Index registration;
 };
 
-// Mappings that one call or one registration can hold; what a message asks for beyond stays.
+// Mappings that one call or one registration can hold, and one private host of all that there are
+// (three quarters); what a message asks for beyond stays.
 inline constexpr uint32_t mappingsOfCall = 64;
 inline constexpr uint32_t mappingsOfRegistration = 16;
+inline uint32_t mappingsOfHost(uint32_t capacity) {
+    return capacity - capacity / 4;
+}
 inline constexpr uint32_t announcedOfCall = 16;
 inline constexpr uint16_t lowestInsidePort = 1024;
 

@@ -5,6 +5,7 @@
 
 #include "locator/fields.h"
 #include "nat/full/calls.h"
+#include "nat/full/connections.h"
 #include "nat/full/roles.h"
 #include "nat/message_facts.h"
 #include "nat/observer.h"
@@ -105,7 +106,7 @@ void copyAlias(const MessageSource& source, const LocatedPlace& place, Alias& al
     }
 }
 
-// The call of a signalling message: its Setup begins it.
+// The call of a signalling message: its Setup begins it, or whatever comes first on a connection.
 Index callOfMessage(const MessageSource& source, const MessageFacts& facts, bool& began) {
     began = false;
     const Index index = source.connection;
@@ -120,7 +121,8 @@ Index callOfMessage(const MessageSource& source, const MessageFacts& facts, bool
         isSetup(source, facts) && call != none && facts.callIdentifier != nullptr &&
         (!state.calls[call].identified ||
          std::memcmp(state.calls[call].identifier, facts.callIdentifier, identifierOctets) != 0);
-    if (call == none || other) {
+    const bool first = !state.connections[index].carriedCall;
+    if (other || (call == none && (first || isSetup(source, facts)))) {
         call = beginCall(index, facts.callIdentifier);
         began = call != none;
     }
@@ -163,6 +165,9 @@ void write(const MessageSource& source, const LocatedPlace& place, const Endpoin
     if (source.part == nullptr) {
         std::memcpy(source.octets + place.offset, octets, endpointSize);
         return;
+    }
+    if (state.streams.edits.used == state.streams.edits.capacity) {
+        makeRoomForEdits(source.connection);
     }
     Connection& connection = state.connections[source.connection];
     Stream& stream = source.direction == H323NAT_SENT ? connection.sent : connection.received;

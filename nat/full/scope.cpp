@@ -11,6 +11,9 @@ void forgetAll() {
     while (state.connectionAges.oldest != none) {
         forget(state.connectionAges.oldest, H323NAT_END_FORGOTTEN);
     }
+    while (state.overAges.oldest != none) {
+        forget(state.overAges.oldest, H323NAT_END_FORGOTTEN);
+    }
     while (state.registrationAges.oldest != none) {
         dropRegistration(state.registrationAges.oldest);
     }

@@ -111,7 +111,8 @@ uint8_t roleOfDestination(const EndpointKey& outside, Index& call) {
     return outside.port == signallingPort ? H323NAT_ROLE_SIGNALLING : 0;
 }
 
-// What a private host accepts connections on, and by which public endpoint.
+// What a private host accepts connections on, and by which public endpoint; address 0: only the
+// host program knows which of its ports leads there.
 uint8_t roleOfListener(const EndpointKey& inside, const HostContext& hostContext,
                        EndpointKey& publicEndpoint, Index& call) {
     call = none;
@@ -121,7 +122,7 @@ uint8_t roleOfListener(const EndpointKey& inside, const HostContext& hostContext
     }
     const Index index = findListening(inside);
     if (index == none) {
-        return 0;
+        return inside.port == signallingPort ? uint8_t{H323NAT_ROLE_SIGNALLING} : uint8_t{0};
     }
     publicEndpoint = state.mappings[index].publicEndpoint;
     call = runningCall(state.mappings[index].call);
@@ -176,7 +177,10 @@ void beginInbound(HostContext* hostContext, const TcpSegment& segment) {
         return;
     }
     state.connections[index].hostContext = hostContext;
-    setPublicEndpoint(index, publicEndpoint);
+    if (publicEndpoint.address != 0) {
+        setPublicEndpoint(index, publicEndpoint);
+    }
+    setPlaced(index, false);
     beginStream(state.connections[index].sent, first);
     beginStream(state.connections[index].received, segment.acknowledgement);
     if (role == H323NAT_ROLE_H245) {
@@ -199,6 +203,25 @@ void completeOutbound(const TcpSegment& segment) {
     }
     setPublicEndpoint(index, publicEndpoint);
     beginStream(state.connections[index].received, segment.sequence + 1);
+}
+
+// The first packets of a connection that came in by another public endpoint than the one that the
+// module knows: the host can forward several to one listener.
+Index placeInbound(const TcpSegment& segment) {
+    const EndpointKey publicEndpoint = destinationOf(segment.flow);
+    const EndpointKey outside = sourceOf(segment.flow);
+    EndpointKey inside;
+    if (state.unplaced == 0 || !mayBeFollowed(outside) || !segment.ack ||
+        !askWhose(publicEndpoint, outside, inside)) {
+        return none;
+    }
+    const Index index = findByInside(inside, outside);
+    if (index == none || !state.connections[index].unplaced ||
+        !inWindow(state.connections[index].sent, segment.acknowledgement)) {
+        return none;
+    }
+    setPublicEndpoint(index, publicEndpoint);
+    return index;
 }
 
 // --- Ends
@@ -242,8 +265,17 @@ bool receiveSegment(HostContext* hostContext, const TcpSegment& segment) {
         }
         return false;
     }
-    const Index index = findByPublic(destinationOf(segment.flow), sourceOf(segment.flow));
-    return index != none && take(index, hostContext, segment, false);
+    Index index = findByPublic(destinationOf(segment.flow), sourceOf(segment.flow));
+    if (index == none) {
+        index = placeInbound(segment);
+    }
+    if (index == none) {
+        return false;
+    }
+    if (state.connections[index].unplaced) {
+        setPlaced(index, true);
+    }
+    return take(index, hostContext, segment, false);
 }
 
 } // namespace full_scope

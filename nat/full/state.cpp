@@ -53,8 +53,8 @@ void layOut(Layout& layout, State& out, uint32_t calls) {
     lay(layout, out.mappingsByPublic, out.mappings.capacity);
     lay(layout, out.announcedByOutside, out.announced.capacity);
     lay(layout, out.registrationsByEnds, out.registrations.capacity);
-    const uint32_t counts = std::bit_ceil(16 * calls + 1024);
-    out.filter = {static_cast<uint16_t*>(layout.place(sizeof(uint16_t), counts)), counts - 1};
+    const uint32_t counts = std::bit_ceil(8 * calls + 1024);
+    out.filter = {static_cast<uint32_t*>(layout.place(sizeof(uint32_t), counts)), counts - 1};
     out.streams.scratch = static_cast<uint8_t*>(layout.place(1, longestMessage));
 }
 

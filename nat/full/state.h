@@ -21,7 +21,7 @@ namespace full_scope {
 struct Connection {
     Index next; // in the chain by its private end
     Index nextByPublic;
-    Index older; // in the list of all, longest quiet first
+    Index older; // in the list of those that are open or of those that are over
     Index newer;
     EndpointKey inside;
     EndpointKey publicEndpoint; // address 0: not known yet
@@ -30,6 +30,9 @@ struct Connection {
     uint32_t lastActivity;    // seconds of the wall clock
     uint8_t role;             // H323NAT_ROLE_SIGNALLING or _H245
     bool opened;              // by the private host
+    bool over;                // kept for segments that are sent again
+    bool carriedCall;         // a call began on it
+    bool unplaced;            // from outside: no packet has shown the public end yet
     HostContext* hostContext; // of the newest segment
     Stream sent;
     Stream received;
@@ -115,9 +118,11 @@ struct Ages {
 
 // Tells in few instructions that no connection and no announced endpoint has a given outside end.
 struct OutsideFilter {
-    uint16_t* counts;
+    uint32_t* counts;
     uint32_t mask;
 };
+
+inline constexpr uint32_t hostCounters = 4096; // private hosts that share one share its limit
 
 struct State {
     bool active; // the full scope is chosen
@@ -134,11 +139,14 @@ struct State {
     Buckets mappingsByPublic;
     Buckets announcedByOutside;
     Buckets registrationsByEnds;
-    Ages connectionAges;
+    Ages connectionAges; // of the open ones
+    Ages overAges;
     Ages announcedAges; // those that gatekeepers told
     Ages registrationAges;
     OutsideFilter filter;
-    uint8_t rasPorts[65536 / 8]; // public UDP ports of RAS mappings, a bit each
+    uint32_t mappingsOfHosts[hostCounters]; // by a hash of the private address
+    uint8_t rasPorts[65536 / 8];            // public UDP ports of RAS mappings, a bit each
+    uint32_t unplaced;                      // connections, see there
     uint64_t messagesSoFar;
     uint32_t publishedAddress; // the published private host; 0: none
     void* memory;
@@ -187,7 +195,7 @@ template <typename Record> void renew(Pool<Record>& pool, Ages& ages, Index inde
 }
 
 // The filter counts connections and announced endpoints by their outside end.
-inline uint16_t& countOf(const EndpointKey& outside) {
+inline uint32_t& countOf(const EndpointKey& outside) {
     const uint32_t mixed = outside.address * 0x9E3779B1u + outside.port * 0x85EBCA6Bu;
     return state.filter.counts[(mixed ^ mixed >> 16) & state.filter.mask];
 }

@@ -367,13 +367,18 @@ void writeEndpoint(Stream& stream, StreamPools& pools, const StreamMessage& mess
     std::memcpy(place, octets, endpointSize);
 }
 
-void endStream(Stream& stream, StreamPools& pools) {
-    giveBlocks(stream, pools);
+void dropEdits(Stream& stream, StreamPools& pools) {
     while (stream.newestEdit != none) {
         const Index index = stream.newestEdit;
         stream.newestEdit = pools.edits[index].next;
         give(pools.edits, index);
     }
+    stream.edits = 0;
+}
+
+void endStream(Stream& stream, StreamPools& pools) {
+    giveBlocks(stream, pools);
+    dropEdits(stream, pools);
     stream = Stream{};
 }
 

@@ -117,6 +117,9 @@ StreamState takeSegment(Stream& stream, StreamPools& pools, const Segment& segme
 void writeEndpoint(Stream& stream, StreamPools& pools, const StreamMessage& message, size_t offset,
                    const uint8_t* octets);
 
+// Forgets what was written.
+void dropEdits(Stream& stream, StreamPools& pools);
+
 // Gives everything back that the stream holds.
 void endStream(Stream& stream, StreamPools& pools);
 

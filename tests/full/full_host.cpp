@@ -227,23 +227,34 @@ TcpCall::TcpCall(FullHost& fullHost, const EndpointKey& insideEnd, const Endpoin
                          ? EndpointKey{publicAddress, 1720}
                          : FullHost::publicOf(insideEnd)),
       outside(outsideEnd), host_(fullHost), sentFirst_(sentFirst), receivedFirst_(receivedFirst) {
-    host_.flows_.push_back({inside, publicEndpoint, outside});
+    begin(opened);
+}
+
+TcpCall::TcpCall(FullHost& fullHost, const EndpointKey& insideEnd, const EndpointKey& outsideEnd,
+                 Opened opened, const EndpointKey& publicEnd)
+    : inside(insideEnd), publicEndpoint(publicEnd), outside(outsideEnd), host_(fullHost),
+      sentFirst_(1000), receivedFirst_(2000) {
+    begin(opened);
+}
+
+void TcpCall::begin(Opened opened) {
+    host_.flows_.push_front({inside, publicEndpoint, outside});
     Segment sent;
     sent.flow = {inside.address, outside.address, inside.port, outside.port};
-    sent.sequence = sentFirst - 1;
+    sent.sequence = sentFirst_ - 1;
     Segment received;
     received.flow = {outside.address, publicEndpoint.address, outside.port, publicEndpoint.port};
-    received.sequence = receivedFirst - 1;
+    received.sequence = receivedFirst_ - 1;
     if (opened == Opened::byPrivate) {
         sent.flags = tcpSyn;
         received.flags = tcpSyn | tcpAck;
-        received.acknowledgement = sentFirst;
+        received.acknowledgement = sentFirst_;
         host_.send(sent);
         host_.receive(received);
     } else {
         received.flags = tcpSyn;
         sent.flags = tcpSyn | tcpAck;
-        sent.acknowledgement = receivedFirst;
+        sent.acknowledgement = receivedFirst_;
         host_.receive(received);
         host_.send(sent);
     }

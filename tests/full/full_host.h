@@ -2,7 +2,7 @@
 // messages and listen to what the module asks and tells.
 #pragma once
 
-#include <functional>
+#include <deque>
 #include <set>
 #include <string>
 #include <vector>
@@ -63,7 +63,7 @@ private:
         EndpointKey outside;
     };
     friend class TcpCall;
-    std::vector<Flow> flows_;
+    std::deque<Flow> flows_; // newest first
     HostMappingRecord record_ = {};
 };
 
@@ -76,6 +76,9 @@ public:
     TcpCall(FullHost& host, const EndpointKey& inside, const EndpointKey& outside,
             Opened opened = Opened::byPrivate, uint32_t sentFirst = 1000,
             uint32_t receivedFirst = 0xfffffff0);
+    /// From outside, to a public endpoint that the host program forwards to `inside`.
+    TcpCall(FullHost& host, const EndpointKey& inside, const EndpointKey& outside, Opened opened,
+            const EndpointKey& publicEndpoint);
 
     /// The next octets of a direction; gives what went on.
     Octets sent(const Octets& payload);
@@ -95,6 +98,8 @@ public:
     size_t receivedSoFar = 0;
 
 private:
+    void begin(Opened opened);
+
     FullHost& host_;
     uint32_t sentFirst_;
     uint32_t receivedFirst_;

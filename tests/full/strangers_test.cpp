@@ -321,4 +321,27 @@ TEST(Strangers, MappingsEndWithTheirCallOrRegistration) {
     EXPECT_EQ(full_scope::state.mappings.used, 0U);
 }
 
+TEST(Strangers, OneHostCannotTakeTheMappingsOfAll) {
+    FullHost host(8); // 104 mappings
+    std::vector<TcpCall> calls;
+    for (uint16_t call = 0; call < 4; ++call) {
+        std::vector<Octets> channels;
+        for (uint16_t channel = 0; channel < 40; ++channel) {
+            const auto port = static_cast<uint16_t>(2000 + 100 * call + 2 * channel);
+            channels.push_back(fastStartElement({true, at({privateParty, port})}));
+        }
+        calls.emplace_back(host, EndpointKey{privateParty, static_cast<uint16_t>(50000 + call)},
+                           called);
+        calls.back().sent(q931({setup({{}, channels})}));
+    }
+    EXPECT_EQ(host.takeAsked().size(), 78U);
+    EXPECT_TRUE(host.takeTold("left").back().ends_with(" 4"));
+    TcpCall other(host, {otherPrivateParty, 50000}, called);
+    other.sent(q931({setup({{}, {{fastStartElement({true, at({otherPrivateParty, 5000})})}}})}));
+    EXPECT_EQ(host.takeAsked().size(), 1U);
+    calls[0].sent(q931({releaseComplete()}));
+    calls[3].sent(q931({answer(Answer::connect, at({privateParty, 47231}))}));
+    EXPECT_EQ(host.takeAsked().size(), 1U);
+}
+
 } // namespace

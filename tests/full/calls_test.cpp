@@ -1,0 +1,364 @@
+// Calls of several hosts: inbound and outbound, one after the other and at once, transferred,
+// routed by a gatekeeper; and what an observer is told of them.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "nat/full/scope.h"
+#include "tests/full/full_host.h"
+#include "tests/support/messages.h"
+
+using namespace test_support;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+constexpr EndpointKey caller = {privateParty, 50000};
+constexpr EndpointKey called = {outsideParty, 1720};
+constexpr EndpointKey keeper = {gatekeeper, 1719};
+
+TestAddress at(const EndpointKey& endpoint) {
+    return ipv4(endpoint.address, endpoint.port);
+}
+
+Octets connectWith(const EndpointKey& h245Address) {
+    return q931({answer(Answer::connect, at(h245Address))});
+}
+
+Octets openChannel(const EndpointKey& media) {
+    return openLogicalChannel({true, at(media)});
+}
+
+void registerHost(FullHost& host, const EndpointKey& ras, const EndpointKey& signalling) {
+    host.discover(ras);
+    host.sendDatagram(ras, keeper, registrationRequest({at(signalling)}, {at(ras)}));
+}
+
+// The endpoint that a message's first address became.
+EndpointKey first(const Octets& before, const Octets& after) {
+    const auto differs = std::mismatch(before.begin(), before.end(), after.begin()).first;
+    return differs == before.end()
+               ? EndpointKey{0, 0}
+               : endpointAt(after, static_cast<size_t>(differs - before.begin()));
+}
+
+TEST(Calls, OutboundWithSeparateControlConnection) {
+    FullHost host;
+    {
+        TcpCall call(host, caller, called);
+        call.sent(plainSetup());
+        const EndpointKey control = {outsideParty, 38333};
+        call.received(connectWith(control));
+        TcpCall h245(host, {privateParty, 51000}, control);
+        h245.sent(openChannel({privateParty, 5000}));
+        h245.received(openChannel({outsideParty, 6000}));
+        h245.sent(openLogicalChannelAck({true, at({privateParty, 5002})}));
+        EXPECT_EQ(host.takeAsked(),
+                  (Lines{"media 10.0.0.5:5000 > 1.1.1.1", "media 10.0.0.5:5002 > 1.1.1.1"}));
+        // Released signalling, then the H.245 connection goes.
+        call.sent(q931({releaseComplete()}));
+        EXPECT_EQ(h245.sent(openChannel({privateParty, 5004})), openChannel({privateParty, 5004}));
+        h245.close();
+        call.close();
+    }
+    EXPECT_EQ(host.takeAsked(), Lines{});
+    EXPECT_EQ(full_scope::state.mappings.used, 0U);
+    EXPECT_EQ(full_scope::state.calls.used, 0U);
+}
+
+TEST(Calls, TheControlConnectionCarriesACallWhoseSignallingIsClosed) {
+    FullHost host;
+    TcpCall call(host, caller, called);
+    call.sent(plainSetup());
+    const EndpointKey control = {outsideParty, 38333};
+    call.received(connectWith(control));
+    TcpCall h245(host, {privateParty, 51000}, control);
+    call.close();
+    EXPECT_EQ(host.takeTold("ended"), Lines{});
+    h245.sent(openChannel({privateParty, 5000}));
+    EXPECT_EQ(host.takeAsked().size(), 1U);
+    h245.close();
+    EXPECT_EQ(host.takeTold("ended").size(), 1U);
+    EXPECT_EQ(full_scope::state.mappings.used, 0U);
+}
+
+TEST(Calls, InboundToThePublishedHostToRegisteredOnesAndToWhomeverTheHostForwards) {
+    FullHost host;
+    TarvexActivateInboundMapping(privateParty);
+    registerHost(host, {otherPrivateParty, 1719}, {otherPrivateParty, 1720});
+    const EndpointKey forwarded = {address(10, 0, 0, 7), 1720}; // nobody told the module of it
+    uint16_t port = 40000;
+    for (const EndpointKey& inside :
+         {EndpointKey{privateParty, 1720}, EndpointKey{otherPrivateParty, 1720}, forwarded}) {
+        SCOPED_TRACE(text(inside));
+        host.takeAsked();
+        host.takeTold();
+        TcpCall call(host, inside, {outsideParty, port++}, TcpCall::Opened::byOutside);
+        call.received(plainSetup());
+        const EndpointKey listening = {inside.address, 47231};
+        const Octets connect = connectWith(listening);
+        EXPECT_EQ(first(connect, call.sent(connect)), FullHost::publicOf(listening));
+        TcpCall h245(host, listening, {outsideParty, port++}, TcpCall::Opened::byOutside);
+        h245.received(openChannel({outsideParty, 6000}));
+        h245.sent(openLogicalChannelAck({true, at({inside.address, 5000})}));
+        EXPECT_EQ(host.takeAsked(),
+                  (Lines{"control " + text(listening) + " > 1.1.1.1",
+                         "media " + text({inside.address, 5000}) + " > 1.1.1.1"}));
+        EXPECT_EQ(host.takeTold("message").size(), 4U);
+        call.received(q931({releaseComplete()}));
+    }
+    EXPECT_EQ(full_scope::state.unplaced, 0U);
+    TarvexActivateInboundMapping(0);
+}
+
+TEST(Calls, ForwardedByAnotherPortThanTheMappedOne) {
+    // The host program forwards a port of its own choice to a listener that is mapped as well.
+    FullHost host;
+    registerHost(host, {privateParty, 1719}, {privateParty, 1720});
+    const EndpointKey forwarded = {publicAddress, 1799};
+    TcpCall call(host, {privateParty, 1720}, {outsideParty, 40000}, TcpCall::Opened::byOutside,
+                 forwarded);
+    call.received(plainSetup());
+    call.sent(connectWith({privateParty, 47231}));
+    EXPECT_EQ(host.takeTold("message received setup").size(), 1U);
+    EXPECT_EQ(host.takeAsked().back(), "control 10.0.0.5:47231 > 1.1.1.1");
+}
+
+TEST(Calls, OneControlPortServesOneCallAfterTheOther) {
+    FullHost host;
+    const EndpointKey control = {outsideParty, 38333};
+    for (uint16_t round = 0; round < 5; ++round) {
+        TcpCall call(host, {privateParty, static_cast<uint16_t>(50000 + round)}, called);
+        call.sent(plainSetup());
+        call.received(connectWith(control));
+        TcpCall h245(host, {privateParty, static_cast<uint16_t>(51000 + round)}, control);
+        host.takeTold();
+        h245.sent(openChannel({privateParty, 5000}));
+        EXPECT_EQ(host.takeAsked(), Lines{"media 10.0.0.5:5000 > 1.1.1.1"});
+        EXPECT_EQ(host.takeTold("rewritten").size(), 1U);
+        if (round % 2 == 0) {
+            h245.close();
+        }
+        call.received(q931({releaseComplete()}));
+        EXPECT_EQ(host.takeTold("ended").size(), 1U);
+        EXPECT_EQ(full_scope::state.mappings.used, 0U);
+        EXPECT_EQ(full_scope::state.announced.used, 0U);
+    }
+}
+
+TEST(Calls, TheSameListenerServesTheNextCallToo) {
+    FullHost host;
+    TarvexActivateInboundMapping(privateParty);
+    const EndpointKey listening = {privateParty, 47231};
+    for (uint16_t round = 0; round < 3; ++round) {
+        const auto port = static_cast<uint16_t>(40000 + 2 * round);
+        TcpCall call(host, {privateParty, 1720}, {outsideParty, port}, TcpCall::Opened::byOutside);
+        call.received(plainSetup());
+        call.sent(connectWith(listening));
+        TcpCall h245(host, listening, {outsideParty, static_cast<uint16_t>(port + 1)},
+                     TcpCall::Opened::byOutside);
+        h245.sent(openChannel({privateParty, 5000}));
+        EXPECT_EQ(host.takeAsked().size(), 2U);
+        call.sent(q931({releaseComplete()}));
+    }
+    TarvexActivateInboundMapping(0);
+}
+
+TEST(Calls, SeveralAtOnceOnOneConnection) {
+    FullHost host;
+    TcpCall call(host, caller, called);
+    for (uint8_t number = 1; number <= 3; ++number) {
+        const auto port = static_cast<uint16_t>(5000 + 2 * number);
+        call.sent(
+            q931({setup({{}, {{fastStartElement({true, at({privateParty, port})})}}, number})}));
+    }
+    EXPECT_EQ(host.takeTold("began").size(), 3U);
+    EXPECT_EQ(full_scope::state.mappings.used, 3U);
+    call.sent(q931({releaseComplete()})); // names no call: the newest
+    EXPECT_EQ(full_scope::state.mappings.used, 2U);
+    call.close();
+    EXPECT_EQ(host.takeTold("ended").size(), 3U);
+    EXPECT_EQ(full_scope::state.mappings.used, 0U);
+}
+
+TEST(Calls, NothingBeginsAfterARelease) {
+    FullHost host;
+    TcpCall call(host, caller, called);
+    call.sent(plainSetup());
+    call.received(q931({releaseComplete()}));
+    call.sent(q931({releaseComplete()})); // both released at once
+    EXPECT_EQ(host.takeTold("began").size(), 1U);
+    call.sent(plainSetup()); // the connection is used again
+    EXPECT_EQ(host.takeTold("began").size(), 1U);
+}
+
+TEST(Calls, TransferredByFacilityToAnotherPort) {
+    FullHost host;
+    TcpCall call(host, caller, called);
+    call.sent(plainSetup());
+    const EndpointKey target = {address(198, 51, 100, 7), 17200};
+    call.received(q931({messageWith("facility.alternativeAddress", target)}));
+    call.close();
+    TcpCall transferred(host, {privateParty, 50001}, target);
+    transferred.sent(q931({setup({{}, {{fastStartElement({true, at({privateParty, 5000})})}}})}));
+    EXPECT_EQ(host.takeAsked(), Lines{"media 10.0.0.5:5000 > 1.1.1.1"});
+}
+
+TEST(Calls, SignallingGoesWhereTheGatekeeperTells) {
+    struct Case {
+        const char* request;
+        const char* answer;
+    };
+    for (const Case& each :
+         {Case{"admissionRequest.srcCallSignalAddress", "admissionConfirm.destCallSignalAddress"},
+          Case{"admissionRequest.srcCallSignalAddress", "admissionReject.callSignalAddress"},
+          Case{"locationRequest.replyAddress", "locationConfirm.callSignalAddress"},
+          Case{"registrationRequest.rasAddress", "registrationConfirm.callSignalAddress"}}) {
+        SCOPED_TRACE(each.answer);
+        FullHost host;
+        const EndpointKey ras = {privateParty, 34567}; // any port will do
+        host.discover(ras);
+        const EndpointKey routed = {gatekeeper, 1721};
+        host.sendDatagram(ras, keeper, messageWith(each.request, called));
+        host.receiveDatagram(keeper, FullHost::publicOf(ras), messageWith(each.answer, routed));
+        TcpCall call(host, caller, routed);
+        host.takeAsked();
+        call.sent(q931({setup({{}, {{fastStartElement({true, at({privateParty, 5000})})}}})}));
+        EXPECT_EQ(host.takeAsked(), Lines{"media 10.0.0.5:5000 > 1.1.1.1"});
+    }
+}
+
+TEST(Calls, TwoPrivateHostsThroughAGatekeeperOutside) {
+    FullHost host;
+    registerHost(host, {privateParty, 1719}, {privateParty, 1720});
+    registerHost(host, {otherPrivateParty, 1719}, {otherPrivateParty, 1720});
+    // The gatekeeper tells the one where the other listens, as it knows it.
+    const EndpointKey listener = {otherPrivateParty, 1720};
+    host.sendDatagram({privateParty, 1719}, keeper,
+                      messageWith("admissionRequest.srcCallSignalAddress", caller));
+    const Octets confirm =
+        messageWith("admissionConfirm.destCallSignalAddress", FullHost::publicOf(listener));
+    EXPECT_EQ(first(confirm, host.receiveDatagram(keeper, FullHost::publicOf({privateParty, 1719}),
+                                                  confirm)),
+              listener);
+    // Routed signalling: what one side says comes back to the other side.
+    TcpCall out(host, caller, {gatekeeper, 1720});
+    const EndpointKey media = {privateParty, 5000};
+    const Octets message = q931({setup({{}, {{fastStartElement({true, at(media)})}}})});
+    const Octets outside = out.sent(message);
+    TcpCall in(host, listener, {gatekeeper, 40000}, TcpCall::Opened::byOutside);
+    EXPECT_EQ(in.received(outside), message);
+}
+
+TEST(Calls, ObserverIsToldOfEveryStep) {
+    FullHost host;
+    TcpCall call(host, caller, called);
+    call.sent(plainSetup());
+    call.received(connectWith({outsideParty, 38333}));
+    call.sent(connectWith({privateParty, 47231}));
+    call.sent(connectWith({otherPrivateParty, 47231}));
+    const Octets release = q931({releaseComplete()}, {0x08, 0x02, 0x80, 0x90}); // cause 16
+    Octets ended = release;
+    ended[8] = 0x5a; // the Q.931 message too is a RELEASE COMPLETE
+    call.sent(ended);
+    call.close();
+    const Lines told = host.takeTold();
+    const std::string number = told.at(0).substr(6, told[0].find(' ', 6) - 6);
+    const Lines expected = {
+        "began " + number + " sent 10.0.0.5:50000 203.0.113.9:1720",
+        "message sent setup",
+        "message received connect",
+        "announced h245 tcp 10.0.0.5:0 0.0.0.0:0 203.0.113.9:38333",
+        "message sent connect",
+        "announced h245 tcp 10.0.0.5:47231 203.0.113.1:57231 0.0.0.0:0",
+        "rewritten connect.h245Address.ipAddress h245 10.0.0.5:47231 203.0.113.1:57231",
+        "message sent connect",
+        "left connect.h245Address.ipAddress h245 10.0.0.6:47231 1",
+        "message sent releaseComplete",
+        "over h245 tcp 10.0.0.5:47231 203.0.113.1:57231 0.0.0.0:0",
+        "over h245 tcp 10.0.0.5:0 0.0.0.0:0 203.0.113.9:38333",
+        "ended " + number + " 1 16",
+    };
+    EXPECT_EQ(told, expected);
+}
+
+// --- Many
+
+TEST(Load, OctetsAreRepeatedAfterAnyNumberOfCalls) {
+    FullHost host(4); // 544 changes of octets are remembered
+    for (uint16_t number = 0; number < 200; ++number) {
+        SCOPED_TRACE(number);
+        const auto port = static_cast<uint16_t>(20000 + number);
+        TcpCall call(host, {privateParty, port}, called);
+        std::vector<Octets> channels;
+        for (uint16_t channel = 0; channel < 20; ++channel) {
+            const auto media = static_cast<uint16_t>(5000 + 2 * channel);
+            channels.push_back(fastStartElement({true, at({privateParty, media})}));
+        }
+        const Octets message = q931({setup({{}, channels})});
+        const Octets after = call.sent(message);
+        ASSERT_NE(after, message);
+        ASSERT_EQ(call.sentAt(0, message), after);
+        call.close();
+        ASSERT_EQ(call.sentAt(0, message), after);
+    }
+}
+
+void playCall(FullHost& host, uint32_t number, bool releases) {
+    const auto port = static_cast<uint16_t>(2000 + number % 30000);
+    const EndpointKey inside = {privateParty + number / 30000, port};
+    const EndpointKey control = {outsideParty, static_cast<uint16_t>(30000 + number % 30000)};
+    TcpCall call(host, inside, called, TcpCall::Opened::byPrivate, number * 7919);
+    call.sent(plainSetup());
+    call.received(connectWith(control));
+    TcpCall h245(host, {inside.address, static_cast<uint16_t>(port + 31000)}, control);
+    const EndpointKey media = {inside.address, port};
+    const Octets open = openChannel(media);
+    ASSERT_EQ(first(open, h245.sent(open)), FullHost::publicOf(media)) << number;
+    if (releases) {
+        h245.close();
+        call.sent(q931({releaseComplete()}));
+        call.close();
+    }
+}
+
+TEST(Load, ThousandCallsAtOnceAndTenThousandInSequence) {
+    FullHost host(1000);
+    for (uint32_t number = 0; number < 1000; ++number) {
+        playCall(host, number, false);
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_EQ(full_scope::state.calls.used, 1000U);
+    {
+        // One more than there is room for passes as it is; nobody is thrown out for it.
+        TcpCall call(host, {privateParty, 1999}, {outsideParty, 1720});
+        const Octets connect = connectWith({privateParty, 47231});
+        EXPECT_EQ(call.sent(connect), connect);
+        EXPECT_EQ(full_scope::state.calls.used, 1000U);
+        EXPECT_EQ(host.takeTold("left").size(), 1U);
+        // Calls that were quiet for an hour give way.
+        host.clock.advance(3600);
+        const Octets again = connectWith({privateParty, 47233});
+        EXPECT_NE(call.sent(again), again);
+        call.close();
+    }
+    full_scope::leave();
+    EXPECT_TRUE(full_scope::enter(1000));
+    for (uint32_t number = 0; number < 10000; ++number) {
+        playCall(host, number, true);
+        ASSERT_FALSE(HasFailure());
+        host.told.clear();
+        host.asked.clear();
+    }
+    const full_scope::State& state = full_scope::state;
+    EXPECT_EQ(state.calls.used + state.mappings.used + state.claims.used + state.announced.used +
+                  state.streams.blocks.used,
+              0U);
+    // Connections that are over stay for segments that come again, until their records are needed.
+    full_scope::leave();
+    EXPECT_TRUE(full_scope::enter(1000));
+    EXPECT_EQ(recordsInUse(), 0U);
+}
+
+} // namespace
