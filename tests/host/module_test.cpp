@@ -50,7 +50,7 @@ TEST(ModuleTest, StartsOnlyWithATableAndMemory) {
     forgetStart();
 
     // The first one fails: the second is not tried.
-    allocator.succeedFor(1);
+    allocator.failOnceAfter(1);
     EXPECT_EQ(H323InitializeDLL(&table), 0u);
     EXPECT_EQ(allocator.liveBlocks(), 0u);
 

@@ -242,9 +242,11 @@ TEST_F(RoutingTest, ContradictoryLengthsPass) {
         };
         lie(tcpIn, true, totalLength);
         // A host that sends may write the IP header's own length later, or in network byte order.
-        HostPacket unfinished = tcpOut();
-        totalLength(unfinished);
-        EXPECT_EQ(run(unfinished, false).size(), 1u) << total;
+        HostPacket sent[] = {tcpOut(), udpOut()};
+        for (HostPacket& unfinished : sent) {
+            totalLength(unfinished);
+            EXPECT_EQ(run(unfinished, false).size(), 1u) << total;
+        }
     }
     for (const int words : {0, 4, 7, 15}) {
         const auto dataOffset = [words](HostPacket& p) {

@@ -136,6 +136,22 @@ TEST_F(OutboundSignalling, StopsAtABrokenReceivedMessage) {
     EXPECT_EQ(activeControls(), 0U);
 }
 
+// Such a message is read again with every segment behind it, none of which holds its octets.
+TEST_F(OutboundSignalling, DoesNotSeekABrokenMessageInLaterSegments) {
+    setRewriteMode(REWRITE_LOSSLESS);
+    Octets broken = joined(q931({answer(Answer::connect, calledControl)}), fromHex("7e000205"));
+    broken[3] = static_cast<uint8_t>(broken[3] + 4);
+    Segment late = call.called.next(broken);
+    host.receive(late);
+    host.receive(call.called.next({0}));
+    late.payload = {broken[0]};
+    host.receive(late);
+    late.sequence -= 1; // before all that is held
+    host.receive(late);
+    EXPECT_EQ(activeControls(), 1U);
+    EXPECT_EQ(host.takeLog("").size(), 1U);
+}
+
 // Messages of nine octets or less have no elements; the stream goes on behind them.
 TEST_F(OutboundSignalling, StepsOverShortReceivedMessages) {
     for (size_t length = 4; length <= 9; ++length) {

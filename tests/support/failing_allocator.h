@@ -14,6 +14,7 @@ public:
 
     explicit FailingAllocator(size_t succeeding = never) : before(rtAllocator) {
         remaining = succeeding;
+        once = false;
         live = 0;
         granted = 0;
         taken = 0;
@@ -24,6 +25,13 @@ public:
     FailingAllocator& operator=(const FailingAllocator&) = delete;
 
     void succeedFor(size_t count) { remaining = count; }
+    // As succeedFor, but only the one after them fails.
+    void failOnceAfter(size_t count) {
+        remaining = count;
+        once = true;
+    }
+    // Whether the one failure of failOnceAfter is still to come.
+    bool fails() const { return once; }
     size_t liveBlocks() const { return live; }
     size_t served() const { return granted; }
 
@@ -33,6 +41,7 @@ public:
 private:
     static void* allocate(size_t octets) {
         if (remaining == 0) {
+            remaining = std::exchange(once, false) ? never : 0;
             return nullptr;
         }
         --remaining;
@@ -47,6 +56,7 @@ private:
     }
 
     static inline size_t remaining = never;
+    static inline bool once = false;
     static inline size_t live = 0;
     static inline size_t granted = 0;
     static inline size_t taken = 0;
