@@ -4,10 +4,8 @@
 
 #include <algorithm>
 
-#include "nat/listed/message_edit.h"
 #include "nat/listed/rewrite_mode.h"
 #include "tests/support/calls.h"
-#include "tests/support/failing_allocator.h"
 #include "tests/support/messages.h"
 
 using namespace test_support;
@@ -151,27 +149,6 @@ TEST_P(InboundControl, StopsAfterAnEncodingThatFails) {
     EXPECT_EQ(
         Octets(left, left + 4),
         octetsOfAddress(GetParam() == REWRITE_ENCODED ? privateParty : MemoryHost::publicAddress));
-}
-
-// The same where memory is short once: whenever that is, the second address stays.
-TEST_P(InboundControl, StopsWhenMemoryIsShort) {
-    const Octets message = openLogicalChannel(
-        {.forwardControl = own(5005), .reverse = true, .separateStack = own(t120)});
-    const Octets stack = octetsOfEndpoint(privateParty, t120);
-    FailingAllocator allocator;
-    size_t failures = 0;
-    for (size_t succeeding = 0;; ++succeeding) {
-        releaseMessageMemory();
-        allocator.failOnceAfter(succeeding);
-        const Delivered delivered = call.onControl(message);
-        if (allocator.fails()) {
-            break;
-        }
-        ++failures;
-        EXPECT_FALSE(std::ranges::search(delivered.payload, stack).empty()) << succeeding;
-    }
-    EXPECT_GT(failures, 0U);
-    releaseMessageMemory();
 }
 
 // The outside party's T.120 connection is tied to the call that it belongs to, once.

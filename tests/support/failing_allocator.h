@@ -30,8 +30,6 @@ public:
         remaining = count;
         once = true;
     }
-    // Whether the one failure of failOnceAfter is still to come.
-    bool fails() const { return once; }
     size_t liveBlocks() const { return live; }
     size_t served() const { return granted; }
 
