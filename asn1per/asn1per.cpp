@@ -1,5 +1,13 @@
 // The PER runtime: what is not inlined into the codecs. Sections in the order of the headers:
 // trace, memory, context, source spans, writing, reading, strings, extensions, diagnostics.
+//
+// Most primitives have up to three halves. The inline one (encode_inline.h, decode_inline.h) is the
+// way of nearly every call: one octet at hand, nothing wrong, no diagnostics. What it cannot do it
+// leaves, before it has changed anything, to `...Word`, which takes bits across octets with one
+// load or store of 8 octets, and that to `...Slow`: the exact way for every variant, position and
+// state, which alone traces, tracks fields and decides about failing statuses. Small helpers here
+// that return bool are fast ways of the same kind: false means that nothing was done. A change of a
+// primitive begins with its exact way; the property test compares the others with it.
 #include "asn1per/asn1per.h"
 
 #include <bit>
@@ -53,7 +61,7 @@ void rtTracePrint(const char* format, ...) {
     va_end(arguments);
 }
 
-// ---- memory --------------------------------------------------------------------------------
+// ---- memory: blocks, buffers and pools -----------------------------------------------------
 
 PerAllocator rtAllocator = {std::malloc, std::free};
 
@@ -191,6 +199,8 @@ void dropBuffer(PerContext* ctx) {
 }
 
 } // namespace
+
+// ---- memory: the heap ----------------------------------------------------------------------
 
 void* rtHeapAllocBlock(MemHeap* heap, uint32_t octets) {
     PerBlockPool* pool = *heap != nullptr ? (*heap)->pool : nullptr;
@@ -487,7 +497,7 @@ uint8_t* pu_sourceOf(const PerContext* ctx, const uint8_t* copy, uint32_t octets
     return nullptr;
 }
 
-// ---- writing -------------------------------------------------------------------------------
+// ---- writing: room -------------------------------------------------------------------------
 
 int32_t pe_expandBuffer(PerContext* ctx, uint32_t octets) {
     if (ctx->ownsBuffer == 0) {
@@ -568,6 +578,8 @@ void stayInOctet(PerContext* ctx) {
 }
 
 } // namespace
+
+// ---- writing: bits -------------------------------------------------------------------------
 
 int32_t pe_bitSlow(PerContext* ctx, uint8_t bit) {
     PER_TRY(makeRoom(ctx, 1));
@@ -729,6 +741,8 @@ int32_t pe_byteAlignSlow(PerContext* ctx) {
     pu_setFieldBitOffset(ctx);
     return PER_OK;
 }
+
+// ---- writing: whole numbers and lengths ----------------------------------------------------
 
 namespace {
 
@@ -949,6 +963,8 @@ int32_t pe_UnconsInteger(PerContext* ctx, int32_t value) {
     return PER_OK;
 }
 
+// ---- writing: bit and octet strings, open types --------------------------------------------
+
 int32_t pu_stringNeedsAlignment(const SizeConstraint* chain, uint32_t count, uint8_t isBitString,
                                 uint8_t* needed) {
     *needed = 1;
@@ -1108,7 +1124,7 @@ int32_t pe_OctetStringSized(PerContext* ctx, uint32_t octets, const uint8_t* dat
     return PER_OK;
 }
 
-// ---- reading -------------------------------------------------------------------------------
+// ---- reading: bits -------------------------------------------------------------------------
 
 int32_t pd_IncrBitIdx(PerContext* ctx) {
     uint64_t index = ctx->byteIndex;
@@ -1340,6 +1356,8 @@ int32_t pd_moveBitCursor(PerContext* ctx, int32_t bitCount) {
             static_cast<int>(ctx->byteIndex));
     return ctx->byteIndex > ctx->size ? fail(ctx, PER_OVERFLOW) : PER_OK;
 }
+
+// ---- reading: whole numbers and lengths ----------------------------------------------------
 
 namespace {
 
@@ -1584,6 +1602,8 @@ int32_t pd_UnconsInteger(PerContext* ctx, int32_t* value) {
     return PER_OK;
 }
 
+// ---- reading: bit and octet strings, open types, lists -------------------------------------
+
 namespace {
 
 // Reads a string of one or more fragments into `data`, or steps over it when `data` is null.
@@ -1758,7 +1778,7 @@ int32_t pd_OctetStringSizedSlow(PerContext* ctx, uint32_t* count, uint8_t* data,
     return readOctets(ctx, data, capacity, octets * 8);
 }
 
-// ---- strings -------------------------------------------------------------------------------
+// ---- strings: alphabets --------------------------------------------------------------------
 
 namespace {
 
@@ -1858,6 +1878,8 @@ PER_INLINE int32_t getSize(PerContext* ctx, uint32_t* length, const SizeBounds* 
     return bounds == nullptr ? pd_Length(ctx, length)
                              : pd_LengthSized(ctx, length, bounds->lower, bounds->upper);
 }
+
+// ---- strings: 8-bit characters -------------------------------------------------------------
 
 // Index of a character, or the alphabet's count when it is not in it. Characters that follow each
 // other mostly do so in the alphabet: *distance, from index to code, is that of the one before.
@@ -2077,6 +2099,8 @@ PER_STRING_TYPE(PrintableString, PRINTABLE)
 PER_STRING_TYPE(IA5String, IA5)
 PER_STRING_TYPE(GeneralString, GENERAL)
 #undef PER_STRING_TYPE
+
+// ---- strings: 16-bit characters ------------------------------------------------------------
 
 void pu_init16BitAlphabet(PermittedAlphabet16* alphabet) {
     *alphabet = {0, nullptr, 0, 0xFFFF, 16, 16};
@@ -2301,6 +2325,8 @@ int32_t pd_BMPStringSized(PerContext* ctx, BMPStringValue* value, const Permitte
     return getBmp(ctx, value, from, &bounds);
 }
 
+// ---- strings: OBJECT IDENTIFIER ------------------------------------------------------------
+
 namespace {
 
 constexpr uint32_t OID_AREA = 300;
@@ -2404,7 +2430,7 @@ int32_t pd_ObjectIdentifier(PerContext* ctx, ObjectIdentifier* value) {
     return PER_OK;
 }
 
-// ---- extensions ----------------------------------------------------------------------------
+// ---- extensions: decoding known types ------------------------------------------------------
 
 namespace {
 
@@ -2639,6 +2665,8 @@ void pd_endOpenType(PerContext* ctx, const PerOpenType* open) {
     restoreState(ctx, open->parked);
 }
 
+// ---- extensions: encoding known types ------------------------------------------------------
+
 int32_t pe_beginAdditions(PerContext* ctx, uint32_t known, uint32_t map) {
     PER_TRY(pe_SmallNonNegWholeNumber(ctx, known - 1));
     return pe_bitRun(ctx, map, known);
@@ -2687,6 +2715,8 @@ int32_t pe_endOpenType(PerContext* ctx, const PerOpenType* open, uint8_t alignFi
     }
     return status == PER_OK ? PER_OK : fail(ctx, status);
 }
+
+// ---- extensions: unknown content -----------------------------------------------------------
 
 // What an OpenTypeValue cannot say: which bits of its octets are content, and what they were. The
 // octets of the copy follow.
@@ -2847,7 +2877,7 @@ int32_t pe_OpenTypeExt(PerContext* ctx, uint32_t octets, const uint8_t* data) {
     return PER_OK;
 }
 
-// ---- diagnostics ---------------------------------------------------------------------------
+// ---- diagnostics: field tracking -----------------------------------------------------------
 
 FieldRecord* pu_openField(PerContext* ctx, const char* label) {
     const size_t length = std::strlen(label) + 1; // with the zero
@@ -2894,6 +2924,8 @@ void pu_closeField(PerContext* ctx) {
     record->bitCount = static_cast<uint32_t>(pu_bitPosition(ctx) - record->bitOffset);
     rtTrace("field '%s' bit count set to %d\n", record->name, static_cast<int>(record->bitCount));
 }
+
+// ---- diagnostics: traces and printers ------------------------------------------------------
 
 void rtHexDump(const uint8_t* data, uint32_t octets) {
     for (uint32_t i = 0; i < octets; ++i) {

@@ -4,7 +4,12 @@
 //
 // Statuses common to all: PER_OVERFLOW when a caller's buffer is full, or when an owned one would
 // pass 65,536 octets (it is then released and the context refers to no buffer); PER_NO_MEMORY when
-// growing fails. What was written before a failure stays.
+// growing fails. What was written before a failure stays. Where a count is returned, a negative
+// result is a status.
+//
+// BIT STRING, OCTET STRING and open types of 16,384 items and more are written in fragments when no
+// range below 65,536 bounds them; a fragment is always followed by another length, a zero one when
+// nothing is left. Character strings (strings.h) and lists are not.
 #pragma once
 
 #include "asn1per/context.h"
@@ -56,8 +61,8 @@ int32_t pe_SmallNonNegWholeNumber(PerContext* ctx, uint32_t value);
 // multiple of 16,384 after which another determinant must follow; or a status.
 int32_t pe_UnconsLength(PerContext* ctx, uint32_t length);
 
-// Length determinant under the pending SIZE constraint, which it consumes. Result as above;
-// PER_CONSTRAINT when no range holds `length`.
+// Length determinant under the pending SIZE constraint, which it consumes. Result as above; all of
+// `length` when a range below 65,536 holds it. PER_CONSTRAINT when no range does.
 int32_t pe_Length(PerContext* ctx, uint32_t length);
 
 // INTEGER with bounds. PER_RANGE when outside them, or when they are out of order.

@@ -36,9 +36,17 @@ struct PermittedCharacters16 {
 
 // 8-bit strings are zero-terminated. `from` lists the permitted characters, null without a FROM
 // constraint. The length is under the pending SIZE constraint; in the aligned variant the
-// characters are aligned whatever the size. Encoding: PER_DOES_NOT_FIT for a character outside an
-// alphabet that is written by index. Decoding: the string is a new one in the heap;
-// PER_CONSTRAINT for an index outside the alphabet.
+// characters are aligned whatever the size. Strings are not fragmented: 16,384 characters and more
+// do not read back.
+//
+// A character is written as its index in the effective alphabet where that takes fewer bits than
+// the codes of the whole type, in a NumericString always, else as its code. The bits of an index
+// are the fewest that hold the alphabet's count, so that 2^k characters take k + 1; the aligned
+// variant rounds them up to a power of two.
+//
+// Encoding: PER_DOES_NOT_FIT for a character outside the FROM constraint, or outside a type that is
+// written by index; the length stands by then. Decoding: the string is a new one in the heap;
+// PER_CONSTRAINT for an index outside the alphabet; a code is taken as it is.
 int32_t pe_NumericString(PerContext* ctx, const char* value, const char* from);
 int32_t pe_PrintableString(PerContext* ctx, const char* value, const char* from);
 int32_t pe_IA5String(PerContext* ctx, const char* value, const char* from);
@@ -48,6 +56,8 @@ int32_t pd_PrintableString(PerContext* ctx, const char** value, const char* from
 int32_t pd_IA5String(PerContext* ctx, const char** value, const char* from);
 int32_t pd_GeneralString(PerContext* ctx, const char** value, const char* from);
 
+// The same with an effective alphabet that is there already. One of fewer characters than the type
+// has restricts as FROM does; without characters, or with all of them, it is that of a whole type.
 int32_t pe_ConstrainedString(PerContext* ctx, const char* value, const PermittedAlphabet* alphabet);
 int32_t pd_ConstrainedString(PerContext* ctx, const char** value,
                              const PermittedAlphabet* alphabet);
@@ -98,8 +108,8 @@ int32_t pd_ConstrainedStringSized(PerContext* ctx, const char** value,
                                   const PermittedAlphabet* alphabet, uint32_t lower,
                                   uint32_t upper);
 
-// BMPString: characters in host byte order, `from` null without a FROM constraint. Statuses as
-// above.
+// BMPString: characters in host byte order, `from` null without a FROM constraint. Statuses, bits
+// and the limit of 16,383 characters as above.
 int32_t pe_BMPString(PerContext* ctx, uint32_t nchars, const uint16_t* data,
                      const PermittedCharacters16* from);
 int32_t pd_BMPString(PerContext* ctx, BMPStringValue* value, const PermittedCharacters16* from);

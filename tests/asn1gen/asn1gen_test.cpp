@@ -126,6 +126,14 @@ TEST(Refusals, NameFileLineAndWhatWasExpected) {
               "found \"::=\"");
 }
 
+TEST(Names, OfTwoModulesWithOnePrefixClash) {
+    const std::string empty = " DEFINITIONS AUTOMATIC TAGS ::=\nBEGIN END\n";
+    EXPECT_NE(errorOf("M" + empty + "N" + empty)
+                  .find("test.asn:3: error: the C++ name XMemoryPerOctet of module N is that of "
+                        "module M in test.asn:1 too; another --prefix"),
+              std::string::npos);
+}
+
 TEST(Imports, MustExistAndNotGoInCircles) {
     const std::string head = "DEFINITIONS AUTOMATIC TAGS ::=\nBEGIN IMPORTS ";
     EXPECT_EQ(errorOf("M " + head + "T FROM N; END"),

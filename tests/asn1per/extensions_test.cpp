@@ -78,6 +78,30 @@ TEST(Additions, WideBitmapsAndTheirTruncations) {
     EXPECT_EQ(pd_beginAdditions(Reader("8004fffffffe").self(), &additions), PER_OVERFLOW);
 }
 
+// As many as presence bits fit a word, and more, at each bit of an octet: the last one is found.
+TEST(Additions, NumbersAroundThoseOfAWord) {
+    for (const uint32_t count : {49U, 50U, 51U, 56U, 57U, 63U, 64U, 65U, 128U, 129U}) {
+        for (uint32_t lead = 0; lead < 8; ++lead) {
+            Writer out;
+            ASSERT_EQ(pe_bits(&out, 0, lead), 0);
+            ASSERT_EQ(pe_SmallNonNegWholeNumber(&out, count - 1), 0);
+            for (uint32_t i = 0; i < count; ++i) {
+                ASSERT_EQ(pe_bit(&out, i == 0 || i == count - 1 ? 1 : 0), 0);
+            }
+            for (const auto value : {uint8_t{11}, uint8_t{22}}) {
+                ASSERT_EQ(pe_OpenType(&out, 1, &value), 0);
+            }
+            ASSERT_EQ(pe_bits(&out, 0, 32), 0);
+            Reader in(out.octets());
+            pu_setBitPosition(&in, lead);
+            std::vector<std::pair<uint32_t, uint32_t>> read;
+            ASSERT_EQ(readAdditions(&in, 200, &read), 0);
+            const std::vector<std::pair<uint32_t, uint32_t>> expected = {{0, 11}, {count - 1, 22}};
+            EXPECT_EQ(read, expected) << count << " behind " << lead;
+        }
+    }
+}
+
 // Number and presence bits that end with the data, or a bit later.
 TEST(Additions, ANumberCutByTheEndOfTheData) {
     const Octets octets(12, 0); // one addition, not present
