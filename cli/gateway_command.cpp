@@ -1,4 +1,5 @@
 #include "cli/commands.h"
+#include "cli/terminal.h"
 
 #include "gateway/live/config.h"
 #include "gateway/live/daemon.h"
@@ -51,7 +52,7 @@ int report(const std::string& failure, int status) {
     if (failure.empty()) {
         return 0;
     }
-    std::cerr << "h323nat gateway: " << failure << '\n';
+    complain(failure);
     return status;
 }
 

@@ -1,13 +1,13 @@
 #include "cli/given_messages.h"
 
 #include <algorithm>
-#include <iostream>
 #include <span>
 #include <stdexcept>
 
 #include "asn1per/status.h"
 #include "cli/capture_messages.h"
 #include "cli/message_input.h"
+#include "cli/terminal.h"
 #include "gateway/endpoint.h"
 #include "tree/message_tree.h"
 
@@ -91,7 +91,7 @@ void visitCapture(const GivenOptions& options, const std::string& path,
                 {"destination", gateway::toText(message.destination)}}});
     }
     if (!some) {
-        std::cerr << "h323nat: " << path << " holds no H.323 message\n";
+        complain(path + " holds no H.323 message");
     }
 }
 

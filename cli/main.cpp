@@ -1,9 +1,30 @@
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "cli/commands.h"
+#include "cli/suggestions.h"
+#include "cli/terminal.h"
 
 namespace {
+
+int refuse(const CLI::App& app, const CLI::ParseError& error,
+           const std::vector<std::string>& arguments) {
+    const std::string unknown = cli::unknownWord(app, arguments);
+    if (!unknown.empty()) {
+        cli::complain(unknown);
+        return cli::exitUnusable;
+    }
+    std::string command = "h323nat ";
+    for (const CLI::App* chosen : app.get_subcommands()) {
+        command += chosen->get_name() + " ";
+    }
+    cli::complain(std::string(error.what()) + "\n" + command + "--help tells more.");
+    return cli::exitUnusable;
+}
 
 int run(int argc, char** argv) {
     CLI::App app("Looks into H.323 signalling and translates its addresses.", "h323nat");
@@ -23,18 +44,34 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : cli::exitUnusable;
+        if (error.get_exit_code() == 0) {
+            app.exit(error); // --help, --version
+            return 0;
+        }
+        return refuse(app, error, {argv + 1, argv + argc});
     }
     return exitStatus;
+}
+
+// A full disk or a closed pipe must not look like success.
+int finishOutput(int exitStatus) {
+    errno = 0;
+    std::cout.flush();
+    if (std::cout) {
+        return exitStatus;
+    }
+    cli::complain(std::string("standard output cannot be written") +
+                  (errno == 0 ? "" : std::string(": ") + std::strerror(errno)));
+    return cli::exitUnusable;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     try {
-        return run(argc, argv);
+        return finishOutput(run(argc, argv));
     } catch (const std::exception& error) {
-        std::cerr << "h323nat: " << error.what() << '\n';
+        cli::complain(error.what());
         return cli::exitUnusable;
     }
 }

@@ -1,9 +1,9 @@
 #include "cli/progress.h"
 
+#include "cli/terminal.h"
+
 #include <cmath>
 #include <iostream>
-
-#include <unistd.h>
 
 namespace cli {
 namespace {
@@ -14,7 +14,7 @@ constexpr const char* clearLine = "\r\033[K";
 } // namespace
 
 Progress::Progress()
-    : isTerminal_(isatty(STDERR_FILENO) == 1), next_(std::chrono::steady_clock::now() + interval) {}
+    : isTerminal_(isTerminal(Stream::Error)), next_(std::chrono::steady_clock::now() + interval) {}
 
 Progress::~Progress() {
     clear();

@@ -2,6 +2,7 @@
 #include "cli/progress.h"
 #include "cli/replay_page.h"
 #include "cli/replay_report.h"
+#include "cli/terminal.h"
 #include "gateway/capture_file.h"
 #include "gateway/replay.h"
 
@@ -68,10 +69,6 @@ std::string contradiction(const ReplayOptions& options) {
     return "";
 }
 
-void fail(const std::string& message) {
-    std::cerr << "h323nat replay: " << message << '\n';
-}
-
 // Frame by frame, so that memory does not grow with the file.
 void replayFrames(gateway::CaptureReader& reader, gateway::Replay& replay, Progress& progress) {
     gateway::CapturedFrame frame;
@@ -82,10 +79,21 @@ void replayFrames(gateway::CaptureReader& reader, gateway::Replay& replay, Progr
     }
 }
 
+std::string networkText(const ReplayOptions& options) {
+    return gateway::toText(options.inside.address) + "/" +
+           std::to_string(options.inside.prefixLength);
+}
+
+bool insideMatchesNothing(const gateway::ReplayTotals& totals) {
+    using gateway::Verdict;
+    return totals.packets > 0 && totals.count(Verdict::Translated) + totals.count(Verdict::Local) +
+                                         totals.count(Verdict::NoPort) ==
+                                     0;
+}
+
 // How the router was set, in one sentence.
 std::string settingsText(const ReplayOptions& options) {
-    std::string text = "Private network " + gateway::toText(options.inside.address) + "/" +
-                       std::to_string(options.inside.prefixLength) + " behind " +
+    std::string text = "Private network " + networkText(options) + " behind " +
                        gateway::toText(options.publicAddress);
     if (options.publishedAddress != 0) {
         text += ", calls from outside to " + gateway::toText(options.publishedAddress);
@@ -95,7 +103,8 @@ std::string settingsText(const ReplayOptions& options) {
 }
 
 std::unique_ptr<ReplayReport> makeReport(const ReplayOptions& options, std::ostream& out) {
-    auto report = options.json ? makeJsonReport(out) : makeTextReport(out);
+    const Stream stream = options.output == "-" ? Stream::Error : Stream::Output;
+    auto report = options.json ? makeJsonReport(out) : makeTextReport(out, hasColours(stream));
     if (options.page.empty()) {
         return report;
     }
@@ -134,7 +143,7 @@ int replayCapture(const ReplayOptions& options) {
     }
     progress.clear();
     if (!failure.empty()) {
-        fail(failure + " (" + std::to_string(replay.totals().packets) + " frames replayed)");
+        complain(failure + " (" + std::to_string(replay.totals().packets) + " frames replayed)");
         status = exitFaults;
     }
     replay.finish();
@@ -143,18 +152,23 @@ int replayCapture(const ReplayOptions& options) {
     }
     report->onEnd(replay.totals());
     out.flush();
+    if (status == 0 && insideMatchesNothing(replay.totals())) {
+        complain("no packet comes from or goes to a host of --inside " + networkText(options) +
+                 "; name the network of the private hosts");
+        status = exitFaults;
+    }
     return status;
 }
 
 int runReplay(const ReplayOptions& options) {
     if (const std::string mistake = contradiction(options); !mistake.empty()) {
-        fail(mistake);
+        complain(mistake);
         return exitUnusable;
     }
     try {
         return replayCapture(options);
     } catch (const std::exception& error) {
-        fail(error.what());
+        complain(error.what());
         return exitUnusable;
     }
 }

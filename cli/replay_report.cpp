@@ -57,7 +57,7 @@ std::string remoteOf(const MappingRequest& request) {
 
 class TextReport final : public ReplayReport {
 public:
-    explicit TextReport(std::ostream& out) : out_(out) {}
+    TextReport(std::ostream& out, bool coloured) : out_(out), coloured_(coloured) {}
 
     void onMapping(const gateway::CapturedFrame& frame, const MappingRequest& request) override {
         begin(frame) << "mapping   " << wordFor(request.kind) << ": "
@@ -75,7 +75,8 @@ public:
     void onMessage(const gateway::CapturedFrame& frame, const ReportedMessage& message,
                    const std::vector<ReportedAddress>& remaining) override {
         if (!message.rewritten.empty()) {
-            begin(frame) << std::left << std::setw(10) << directionOf(message) << nameOf(message);
+            begin(frame) << std::left << colour(green) << std::setw(10) << directionOf(message)
+                         << colour(plain) << nameOf(message);
             const char* separator = ": ";
             for (const ReportedAddress& address : message.rewritten) {
                 out_ << separator << fieldOf(address) << ' ' << gateway::toText(address.from)
@@ -85,8 +86,9 @@ public:
             out_ << '\n';
         }
         for (const ReportedAddress& address : remaining) {
-            begin(frame) << std::left << std::setw(10) << "left" << nameOf(message) << ": "
-                         << fieldOf(address) << ' ' << gateway::toText(address.from) << ": "
+            begin(frame) << std::left << colour(red) << std::setw(10) << "left" << colour(plain)
+                         << nameOf(message) << ": " << fieldOf(address) << ' '
+                         << gateway::toText(address.from) << ": "
                          << gateway::leftCauseText(address.cause) << '\n';
         }
     }
@@ -142,7 +144,16 @@ private:
                     << "  ";
     }
 
+    static constexpr const char* green = "\033[32m";
+    static constexpr const char* red = "\033[31m";
+    static constexpr const char* plain = "\033[0m";
+
+    [[nodiscard]] const char* colour(const char* sequence) const {
+        return coloured_ ? sequence : "";
+    }
+
     std::ostream& out_;
+    bool coloured_;
 };
 
 class JsonReport final : public ReplayReport {
@@ -230,8 +241,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<ReplayReport> makeTextReport(std::ostream& out) {
-    return std::make_unique<TextReport>(out);
+std::unique_ptr<ReplayReport> makeTextReport(std::ostream& out, bool coloured) {
+    return std::make_unique<TextReport>(out, coloured);
 }
 
 std::unique_ptr<ReplayReport> makeJsonReport(std::ostream& out) {

@@ -15,8 +15,9 @@ public:
     virtual void onEnd(const gateway::ReplayTotals& totals) = 0;
 };
 
-// Lines for people; times are seconds since the capture's first frame.
-std::unique_ptr<ReplayReport> makeTextReport(std::ostream& out);
+// Lines for people; times are seconds since the capture's first frame. Colours tell what changed
+// and what stayed.
+std::unique_ptr<ReplayReport> makeTextReport(std::ostream& out, bool coloured);
 
 // One JSON object a line.
 std::unique_ptr<ReplayReport> makeJsonReport(std::ostream& out);

@@ -1,4 +1,5 @@
 #include "cli/commands.h"
+#include "cli/terminal.h"
 
 #include "gateway/live/config.h"
 #include "gateway/live/status.h"
@@ -18,7 +19,7 @@ struct StatusArguments {
 };
 
 int fail(const std::string& why) {
-    std::cerr << "h323nat status: " << why << '\n';
+    complain(why);
     return exitFaults;
 }
 
@@ -44,7 +45,8 @@ void addStatusCommand(CLI::App& app, int& exitStatus) {
         "status", "Ask the running gateway for its calls, mappings and counters");
     command->add_flag("--json", arguments->asJson, "Print one JSON object");
     command->add_option("--socket", arguments->socket, "The gateway's status socket")
-        ->type_name("PATH");
+        ->type_name("PATH")
+        ->capture_default_str();
     command->callback([arguments, &exitStatus] { exitStatus = run(*arguments); });
 }
 

@@ -15,6 +15,7 @@
 #include "cli/lossless_check.h"
 #include "cli/places_check.h"
 #include "cli/status_text.h"
+#include "cli/terminal.h"
 #include "cli/vector_file.h"
 
 namespace cli {
@@ -30,6 +31,7 @@ struct VerifyOptions {
 struct Tally {
     size_t passed = 0;
     size_t failed = 0;
+    size_t empty = 0; // files
 };
 
 std::string octetAt(const std::vector<uint8_t>& octets, size_t at) {
@@ -82,6 +84,7 @@ std::string faultOf(const VectorLine& line, const VerifyOptions& options) {
 void verifyStream(std::istream& stream, const std::string& name, const VerifyOptions& options,
                   Tally& tally) {
     VectorReader reader(stream);
+    const size_t before = tally.passed + tally.failed;
     for (;;) {
         std::string fault;
         std::string type;
@@ -102,6 +105,11 @@ void verifyStream(std::istream& stream, const std::string& name, const VerifyOpt
             std::cout << name << ':' << reader.lineNumber() << ": " << type << fault << '\n';
         }
     }
+    // Checked nothing is not the same as checked and good.
+    if (tally.passed + tally.failed == before) {
+        ++tally.empty;
+        complain(name + " has no line to check");
+    }
 }
 
 int run(const VerifyOptions& options) {
@@ -118,7 +126,7 @@ int run(const VerifyOptions& options) {
         verifyStream(file, name, options, tally);
     }
     std::cout << tally.passed << " passed, " << tally.failed << " failed\n";
-    return tally.failed == 0 ? 0 : exitFaults;
+    return tally.failed + tally.empty == 0 ? 0 : exitFaults;
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "gateway/ipv4_packet.h"
 #include "gateway/link_layer.h"
 #include "gateway/message_tracker.h"
+#include "tests/cli/run_program.h"
 #include "tests/gateway/packet_builder.h"
 #include "tests/support/scratch_path.h"
 
@@ -14,15 +15,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
-
-#include <sys/wait.h>
 
 namespace {
 
 using namespace gateway;
+using testing_cli::contents;
+using testing_cli::Outcome;
 using testing_gateway::Octets;
 
 constexpr uint32_t privateParty = 0x0A000005;
@@ -30,41 +30,18 @@ constexpr Network insideNetwork{0x0A000000, 24};
 constexpr uint32_t publicAddress = 0xCB007101;
 constexpr size_t ethernetHeader = 14;
 
-struct Outcome {
-    int status = 0;
-    std::string output;
-    std::string errors;
-};
-
 std::string sample(const std::string& name) {
     return std::string(H323NAT_SAMPLES) + "/" + name + ".pcap";
-}
-
-std::string contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    EXPECT_TRUE(file) << path;
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void writeFile(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-// The program itself, in a process of its own: the module starts once in a process.
-Outcome run(const std::vector<std::string>& arguments) {
-    const std::string output = scratchPath("stdout");
-    const std::string errors = scratchPath("stderr");
-    std::string command =
-        std::string(H323NAT_PROGRAM) + " replay --inside 10.0.0.0/24 --public 203.0.113.1";
-    for (const std::string& argument : arguments) {
-        command += " '" + argument + "'";
-    }
-    const int status = std::system((command + " >" + output + " 2>" + errors).c_str());
-    Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(output),
-                    contents(errors)};
-    std::filesystem::remove(output);
-    std::filesystem::remove(errors);
-    return outcome;
+Outcome run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(),
+                     {"replay", "--inside", "10.0.0.0/24", "--public", "203.0.113.1"});
+    return testing_cli::runProgram(arguments);
 }
 
 std::vector<CapturedFrame> frames(const std::string& path) {

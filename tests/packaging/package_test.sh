@@ -15,7 +15,7 @@ work="${3-}"
 check_content() {
     for file in lib/libh323nat.so.0 lib/libh323nat.so include/h323nat/h323nat.h include/h323nat/host/h323nat.h \
         lib/cmake/h323nat/h323nat-config.cmake lib/cmake/h323nat/h323nat-config-version.cmake \
-        bin/h323nat; do
+        bin/h323nat share/bash-completion/completions/h323nat; do
         [ -e "$1/usr/$file" ] || { echo "the package has no /usr/$file" >&2; exit 1; }
     done
 }

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+namespace cli {
+
+enum class Stream { Output, Error };
+
+bool isTerminal(Stream stream);
+
+/// A terminal that shows colours, unless the user's NO_COLOR says none.
+bool hasColours(Stream stream);
+
+/// "h323nat: " and the message on standard error: what was wrong, where, what to do.
+void complain(const std::string& message);
+
+} // namespace cli

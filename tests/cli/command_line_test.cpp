@@ -1,0 +1,120 @@
+// What h323nat says to command lines that it cannot follow, and when it says that all went well.
+#include "cli/commands.h"
+#include "tests/cli/run_program.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing_cli::Outcome;
+using testing_cli::runProgram;
+
+const std::string sample = std::string(H323NAT_SAMPLES) + "/h245.pcap";
+const std::vector<std::string> goodReplay = {"replay",   sample,        "-o",       "/dev/null",
+                                             "--inside", "10.0.0.0/24", "--public", "203.0.113.1"};
+
+TEST(CommandLine, FaultsAreNamedWithAWayOn) {
+    struct Case {
+        std::vector<std::string> arguments;
+        int status;
+        const char* message;
+    };
+    const std::string output = scratchPath("out.pcap");
+    const std::string empty = scratchPath("empty.txt");
+    std::ofstream(empty) << "# nothing but a remark\n";
+    for (const Case& c :
+         {Case{{"repaly"}, cli::exitUnusable, "no command repaly; did you mean replay?\n"},
+          Case{{"stat"}, cli::exitUnusable, "no command stat; did you mean status?\n"},
+          Case{{"xyzzy"}, cli::exitUnusable, "no command xyzzy\nh323nat --help lists"},
+          Case{{"--versoin"}, cli::exitUnusable, "no option --versoin; did you mean --version?"},
+          Case{{"replay", sample, "--inside=10.0.0.0/24", "--pubilc=1.2.3.4"},
+               cli::exitUnusable,
+               "no option --pubilc; did you mean --public?\nh323nat replay --help lists"},
+          Case{{"replay", sample}, cli::exitUnusable, "--inside is required"},
+          Case{{"replay", sample, "-o", output, "--public", "1.2.3.4", "--inside", "10/8"},
+               cli::exitUnusable,
+               "--inside: 10/8 is no IPv4 network such as 10.0.0.0/24"},
+          Case{
+              {"replay", sample, "-o", output, "--public", "1.2.3.4", "--inside", "192.168.7.0/24"},
+              cli::exitFaults,
+              "no packet comes from or goes to a host of --inside 192.168.7.0/24; name"},
+          Case{{"decode", "/nonexistent.pcap"}, cli::exitUnusable, "no file has this name"},
+          Case{{"verify", empty}, cli::exitFaults, "empty.txt has no line to check"},
+          Case{{}, cli::exitUnusable, "subcommand is required"}}) {
+        const Outcome outcome = runProgram(c.arguments);
+        EXPECT_EQ(outcome.status, c.status) << c.message;
+        EXPECT_EQ(outcome.errors.find("h323nat: "), 0U) << outcome.errors;
+        EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << outcome.errors;
+    }
+    std::filesystem::remove(output);
+    std::filesystem::remove(empty);
+}
+
+TEST(CommandLine, OutputThatCannotBeWrittenIsNoSuccess) {
+    if (!std::filesystem::exists("/dev/full")) {
+        GTEST_SKIP() << "no /dev/full here";
+    }
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"--help"}, {"decode", sample}, goodReplay}) {
+        const Outcome outcome = runProgram(arguments, "/dev/full");
+        EXPECT_EQ(outcome.status, cli::exitUnusable) << arguments[0];
+        EXPECT_EQ(outcome.errors.find("h323nat: standard output cannot be written"), 0U)
+            << outcome.errors;
+    }
+}
+
+TEST(CommandLine, HelpTellsDefaults) {
+    EXPECT_NE(runProgram({"replay", "--help"}).output.find("=full"), std::string::npos);
+}
+
+// script(1) is a terminal.
+TEST(CommandLine, ColoursAreForTerminals) {
+    EXPECT_EQ(runProgram(goodReplay).output.find('\033'), std::string::npos);
+    if (std::system("command -v script >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "no script(1) here";
+    }
+    std::string command = H323NAT_PROGRAM;
+    for (const std::string& argument : goodReplay) {
+        command += " " + argument;
+    }
+    const std::string typescript = scratchPath("typescript");
+    for (const std::string setting : {"", "NO_COLOR=1 "}) {
+        const std::string line = "TERM=xterm script -qec \"" + setting + command +
+                                 "\" /dev/null >" + typescript + " </dev/null";
+        EXPECT_EQ(std::system(line.c_str()), 0);
+        const bool coloured =
+            testing_cli::contents(typescript).find("\033[32m") != std::string::npos;
+        EXPECT_EQ(coloured, setting.empty()) << setting;
+    }
+    std::filesystem::remove(typescript);
+}
+
+// The completions are the program's own words.
+TEST(CommandLine, BashCompletes) {
+    if (std::system("command -v bash >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "no bash here";
+    }
+    struct Case {
+        const char* words;
+        const char* completions;
+    };
+    const std::string found = scratchPath("completions");
+    for (const Case& c : {Case{"re", "replay"}, Case{"--ver", "--version"},
+                          Case{"replay --p", "--public --publish"},
+                          Case{"replay --scope l", "listed"}, Case{"decode --js", "--json"}}) {
+        const std::string line =
+            "bash -c '. " H323NAT_COMPLETION "; h323nat() { " H323NAT_PROGRAM
+            " \"$@\"; }; COMP_WORDS=(h323nat " +
+            std::string(c.words) +
+            "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _h323nat; echo -n ${COMPREPLY[@]}' >" +
+            found;
+        EXPECT_EQ(std::system(line.c_str()), 0);
+        EXPECT_EQ(testing_cli::contents(found), c.completions) << c.words;
+    }
+    std::filesystem::remove(found);
+}
+
+} // namespace
