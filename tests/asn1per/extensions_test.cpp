@@ -203,11 +203,12 @@ TEST(OpenTypes, AnAdditionThatDoesNotFitFailsAsAWhole) {
 
 TEST(Depth, IsLimited) {
     PerContext ctx = {};
+    const uint8_t message[1] = {0};
+    ASSERT_EQ(pu_initContext(&ctx, message, 1, 1), 0);
     for (uint32_t i = 0; i < PER_MAX_DEPTH; ++i) {
         ASSERT_EQ(pd_enter(&ctx), 0);
     }
     EXPECT_EQ(pd_enter(&ctx), PER_TOO_DEEP);
-    const uint8_t message[1] = {0};
     ASSERT_EQ(pu_initContext(&ctx, message, 1, 1), 0); // starts again
     EXPECT_EQ(pe_enter(&ctx), 0);
     pe_leave(&ctx);
