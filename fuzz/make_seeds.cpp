@@ -1,4 +1,5 @@
-// Writes first inputs for the targets `types` and `hooks`: every vector, and the recorded calls.
+// Writes first inputs for the targets `types`, `tree`, `locator` and `hooks`: every vector, and for
+// the last one the recorded calls.
 //
 //     make_seeds FOLDER VECTORFILE...
 #include <filesystem>
@@ -9,10 +10,12 @@
 #include <string>
 
 #include "H.323/registry.h"
+#include "cli/located_addresses.h"
 #include "fuzz/call_script.h"
 #include "nat/q931.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
+#include "tree/message_tree.h"
 
 using namespace fuzzing;
 using namespace test_support;
@@ -40,6 +43,29 @@ private:
     std::filesystem::path path_;
     size_t count_ = 0;
 };
+
+/// Inputs of one target each.
+struct Seeds {
+    SeedFolder types;
+    SeedFolder tree;
+    SeedFolder locator;
+    SeedFolder hooks;
+};
+
+std::map<std::string, size_t> treeIndices() {
+    std::map<std::string, size_t> indices;
+    for (size_t i = 0; i < tree::messageTypeCount; ++i) {
+        indices[tree::messageTypes[i]->name] = i;
+    }
+    return indices;
+}
+
+/// Both octets of a type's number and the message.
+fuzzing::Octets numbered(size_t index, const fuzzing::Octets& message) {
+    fuzzing::Octets seed{static_cast<uint8_t>(index >> 8), static_cast<uint8_t>(index)};
+    seed.insert(seed.end(), message.begin(), message.end());
+    return seed;
+}
 
 std::map<std::string, size_t> typeIndices() {
     std::map<std::string, size_t> indices;
@@ -119,8 +145,9 @@ const std::map<std::string, ScriptMaker> scriptMakers = {
     {"H225RasMessage", rasScript},
 };
 
-void addVectors(const std::string& fileName, SeedFolder& types, SeedFolder& hooks) {
+void addVectors(const std::string& fileName, Seeds& seeds) {
     static const std::map<std::string, size_t> indices = typeIndices();
+    static const std::map<std::string, size_t> indicesOfTree = treeIndices();
     std::ifstream file(fileName);
     if (!file) {
         throw std::runtime_error(fileName + ": cannot be read");
@@ -130,18 +157,27 @@ void addVectors(const std::string& fileName, SeedFolder& types, SeedFolder& hook
         std::istringstream words(line);
         std::string type;
         std::string hex;
-        if (!(words >> type >> hex) || !indices.contains(type)) {
+        if (!(words >> type >> hex)) {
+            continue;
+        }
+        if (const auto known = indicesOfTree.find(type); known != indicesOfTree.end()) {
+            seeds.tree.add(numbered(known->second, fromHex(hex)));
+        }
+        if (!indices.contains(type)) {
             continue;
         }
         const fuzzing::Octets message = fromHex(hex);
-        const size_t index = indices.at(type);
+        if (const auto located = cli::locatedTypeNamed(type)) {
+            fuzzing::Octets seed{static_cast<uint8_t>(*located)};
+            seed.insert(seed.end(), message.begin(), message.end());
+            seeds.locator.add(seed);
+        }
         mode ^= settingLossless;
-        fuzzing::Octets seed{static_cast<uint8_t>(mode != 0 ? 0x80 : 0),
-                             static_cast<uint8_t>(index >> 8), static_cast<uint8_t>(index)};
-        seed.insert(seed.end(), message.begin(), message.end());
-        types.add(seed);
+        fuzzing::Octets seed = numbered(indices.at(type), message);
+        seed.insert(seed.begin(), mode != 0 ? 0x80 : 0);
+        seeds.types.add(seed);
         if (const auto maker = scriptMakers.find(type); maker != scriptMakers.end()) {
-            hooks.add(formatScript(maker->second(mode, message)));
+            seeds.hooks.add(formatScript(maker->second(mode, message)));
         }
     }
 }
@@ -211,16 +247,16 @@ int main(int count, char** arguments) {
         return 2;
     }
     const std::filesystem::path folder = arguments[1];
-    SeedFolder types(folder / "types");
-    SeedFolder hooks(folder / "hooks");
+    Seeds seeds{SeedFolder(folder / "types"), SeedFolder(folder / "tree"),
+                SeedFolder(folder / "locator"), SeedFolder(folder / "hooks")};
     try {
         for (int i = 2; i < count; ++i) {
-            addVectors(arguments[i], types, hooks);
+            addVectors(arguments[i], seeds);
         }
         for (const char* name : {"h245", "fast-h245", "fast-tun", "gk-direct", "gk-routed",
                                  "in-h245", "in-fast-tun"}) {
             for (const uint8_t flags : hostSettings) {
-                hooks.add(formatScript(captureScript(flags, name)));
+                seeds.hooks.add(formatScript(captureScript(flags, name)));
             }
         }
     } catch (const std::exception& error) {

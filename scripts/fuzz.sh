@@ -2,7 +2,7 @@
 # Fuzzes the module and its tools with libFuzzer, every target for its share of the time, and reports
 # executions, coverage and findings. Exit status 1 when an input broke a promise.
 #   scripts/fuzz.sh [SECONDS]     in all; 600 when not given
-#   scripts/fuzz.sh --coverage    lines of asn1per/, nat/ and host/ that the corpora reach
+#   scripts/fuzz.sh --coverage    lines of the module's folders that the corpora reach
 #   scripts/fuzz.sh --merge       adds to fuzz/corpus/ what the fuzzer found reaches further
 # New inputs collect in build/fuzz-corpus, findings in build/fuzz-findings: commit a finding's input,
 # as small as `-minimize_crash=1` makes it, to fuzz/corpus/TARGET with the fix.
@@ -10,7 +10,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-targets="hooks types runtime parser capture plain_capture"
+targets="hooks types runtime locator tree parser capture plain_capture"
 inputs=build/fuzz-corpus
 findings=build/fuzz-findings
 
@@ -37,7 +37,7 @@ programs() {
 }
 
 seeds() {
-    [ -d "$inputs" ] || build/fuzz/bin/make_seeds "$inputs" tests/vectors/*.txt
+    [ -d "$inputs/tree" ] || build/fuzz/bin/make_seeds "$inputs" tests/vectors/*.txt
     for target in $targets; do
         mkdir -p "$inputs/$target" "fuzz/corpus/$target"
     done
@@ -48,7 +48,7 @@ fuzz() { # SECONDS
     build fuzz make_seeds $(programs)
     seeds
     mkdir -p "$findings"
-    share=$(($1 / 6))
+    share=$(($1 / $(echo "$targets" | wc -w)))
     status=0
     printf '%-13s %12s %10s %10s  %s\n' target executions edges inputs findings
     for target in $targets; do
@@ -89,7 +89,7 @@ coverage() {
 import json, os, sys
 
 files = json.load(open(sys.argv[1]))["data"][0]["files"]
-for folder in "asn1per", "nat", "host":
+for folder in "asn1per", "locator", "nat", "host":
     start = os.path.join(os.getcwd(), folder) + os.sep
     lines = [f["summary"]["lines"] for f in files
              if os.path.realpath(f["filename"]).startswith(start)]
