@@ -6,7 +6,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-[ $# -ne 0 ] || set -- asn1gen asn1per bench cli fuzz gateway H.323 host nat samples tests
+[ $# -ne 0 ] || set -- asn1gen asn1per bench cli fuzz gateway H.323 host locator nat samples tests tree
 all=$(git ls-files -- "$@")
 sources=$(echo "$all" | grep -E '\.(c|cpp|h)$')
 units=$(echo "$all" | grep -E '\.cpp$')
@@ -16,7 +16,7 @@ clang-format-14 --dry-run -Werror $sources
 
 # The compilers' commands without ccache, which clang-tidy would take for the compiler.
 cmake --preset debug --log-level=WARNING
-cmake --build --preset debug --target h323codec_sources >/dev/null
+cmake --build --preset debug --target h323codec_sources locator_sources >/dev/null
 mkdir -p build/lint
 sed 's|"command": "[^ ]*ccache |"command": "|' build/debug/compile_commands.json \
     >build/lint/compile_commands.json
