@@ -430,52 +430,55 @@ public:
         return names;
     }
 
-    // In a process of its own: what a start leaves allocated goes with it.
-    std::string hashOf(const std::string& input, const Variant& variant, bool show) const {
+    // The input's name and a hash of every variant's transcript. In a process of its own: what a
+    // start leaves allocated goes with it.
+    std::string lineOf(const std::string& input, bool show = false) const {
         std::array<int, 2> ends{};
         if (pipe(ends.data()) != 0) {
-            return "no pipe";
+            return input + " no pipe";
         }
         std::cout.flush();
         const pid_t child = fork();
         if (child == 0) {
-            const std::string script = "hooks/";
-            if (input.starts_with(script)) {
-                playScript(variant, corpus_ / input.substr(script.size()),
-                           variant.inOrder ? changes_ : 0);
-            } else {
-                playCapture(variant, input);
+            Hashes hashes{};
+            for (size_t i = 0; i < hashes.size(); ++i) {
+                hashes[i] = play(input, variants[i], show);
             }
-            if (show) {
-                std::cout << "== " << input << ", " << variant.name << '\n' << transcript.str();
-                std::cout.flush();
-            }
-            const uint64_t hash = fnv(transcript.str());
-            std::_Exit(write(ends[1], &hash, sizeof hash) == sizeof hash ? 0 : 1);
+            std::_Exit(write(ends[1], &hashes, sizeof hashes) == sizeof hashes ? 0 : 1);
         }
         close(ends[1]);
-        uint64_t hash = 0;
-        const bool whole = read(ends[0], &hash, sizeof hash) == sizeof hash;
+        Hashes hashes{};
+        const bool whole = read(ends[0], &hashes, sizeof hashes) == sizeof hashes;
         close(ends[0]);
         int status = 0;
         waitpid(child, &status, 0);
-        if (!whole || status != 0) {
-            return "crashed";
+        std::ostringstream line;
+        line << input << std::hex;
+        for (const uint64_t hash : hashes) {
+            line << ' ' << hash;
         }
-        std::ostringstream text;
-        text << std::hex << hash;
-        return text.str();
-    }
-
-    std::string lineOf(const std::string& input) const {
-        std::string line = input;
-        for (const Variant& variant : variants) {
-            line += ' ' + hashOf(input, variant, false);
-        }
-        return line;
+        return whole && status == 0 ? line.str() : input + " crashed";
     }
 
 private:
+    using Hashes = std::array<uint64_t, std::size(variants)>;
+
+    uint64_t play(const std::string& input, const Variant& variant, bool show) const {
+        const std::string script = "hooks/";
+        transcript.str({});
+        if (input.starts_with(script)) {
+            playScript(variant, corpus_ / input.substr(script.size()),
+                       variant.inOrder ? changes_ : 0);
+        } else {
+            playCapture(variant, input);
+        }
+        if (show) {
+            std::cout << "== " << input << ", " << variant.name << '\n' << transcript.str();
+            std::cout.flush();
+        }
+        return fnv(transcript.str());
+    }
+
     std::filesystem::path corpus_;
     size_t changes_;
 };
@@ -536,9 +539,7 @@ int main(int count, char** arguments) {
     }
     const Recorder recorder(given[3], changes == nullptr ? 12 : std::stoul(changes));
     if (option == "--show") {
-        for (const Variant& variant : variants) {
-            recorder.hashOf(given[2], variant, true);
-        }
+        recorder.lineOf(given[2], true);
         return 0;
     }
     if (option == "--write") {
