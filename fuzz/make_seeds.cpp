@@ -1,5 +1,5 @@
-// Writes first inputs for the targets `types`, `tree`, `locator` and `hooks`: every vector, and for
-// the last one the recorded calls.
+// Writes first inputs for the targets `types`, `tree`, `locator`, `hooks` and `full`: every vector,
+// and for the last two the recorded calls.
 //
 //     make_seeds FOLDER VECTORFILE...
 #include <filesystem>
@@ -50,6 +50,7 @@ struct Seeds {
     SeedFolder tree;
     SeedFolder locator;
     SeedFolder hooks;
+    SeedFolder full;
 };
 
 std::map<std::string, size_t> treeIndices() {
@@ -178,6 +179,7 @@ void addVectors(const std::string& fileName, Seeds& seeds) {
         seeds.types.add(seed);
         if (const auto maker = scriptMakers.find(type); maker != scriptMakers.end()) {
             seeds.hooks.add(formatScript(maker->second(mode, message)));
+            seeds.full.add(formatScript(maker->second(mode, message)));
         }
     }
 }
@@ -248,7 +250,8 @@ int main(int count, char** arguments) {
     }
     const std::filesystem::path folder = arguments[1];
     Seeds seeds{SeedFolder(folder / "types"), SeedFolder(folder / "tree"),
-                SeedFolder(folder / "locator"), SeedFolder(folder / "hooks")};
+                SeedFolder(folder / "locator"), SeedFolder(folder / "hooks"),
+                SeedFolder(folder / "full")};
     try {
         for (int i = 2; i < count; ++i) {
             addVectors(arguments[i], seeds);
@@ -257,6 +260,7 @@ int main(int count, char** arguments) {
                                  "in-h245", "in-fast-tun"}) {
             for (const uint8_t flags : hostSettings) {
                 seeds.hooks.add(formatScript(captureScript(flags, name)));
+                seeds.full.add(formatScript(captureScript(flags, name)));
             }
         }
     } catch (const std::exception& error) {

@@ -82,6 +82,7 @@ HookResult examine(const PacketDescriptor& descriptor, const Octets& before, Oct
 Octets tcpPacket(const TcpFields& fields, const Octets& payload) {
     Octets octets = packet(6, tcpHeaderOctets, fields.flow, payload);
     put(octets, ipHeaderOctets + 4, fields.sequence);
+    put(octets, ipHeaderOctets + 8, fields.acknowledgement);
     octets[ipHeaderOctets + 12] = 0x50;
     octets[ipHeaderOctets + 13] = fields.flags;
     return octets;

@@ -12,6 +12,7 @@ struct TcpFields {
     FlowKey flow;
     uint32_t sequence;
     uint8_t flags;
+    uint32_t acknowledgement = 0;
 };
 
 /// IP header and transport header in host byte order, then the payload.

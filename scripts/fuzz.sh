@@ -10,13 +10,13 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-targets="hooks types runtime locator tree parser capture plain_capture"
+targets="hooks full types runtime locator tree parser capture plain_capture"
 inputs=build/fuzz-corpus
 findings=build/fuzz-findings
 
 longest() {
     case "$1" in
-    hooks) echo 6000 ;;
+    hooks | full) echo 6000 ;;
     *capture) echo 8000 ;;
     parser) echo 2000 ;;
     *) echo 1500 ;;
