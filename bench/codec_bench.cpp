@@ -1,5 +1,6 @@
-// Time per message: decode, decode + encode, and decode + write-back of lossless rewriting. Also a
-// decode with cold caches, which is what a box that forwards other traffic sees.
+// Time per message: locating addresses, decode, decode + encode, and decode + write-back of
+// lossless rewriting. Locating and decoding also with cold caches, which is what a box that
+// forwards other traffic sees.
 
 #include <benchmark/benchmark.h>
 
@@ -7,6 +8,7 @@
 #include <memory>
 
 #include "bench/codec_steps.h"
+#include "bench/locator_step.h"
 
 namespace {
 
@@ -35,15 +37,15 @@ private:
     std::vector<uint8_t> memory_ = std::vector<uint8_t>(size_t{256} << 20);
 };
 
-void addCold(const std::string& name, const Steps& steps) {
+template <typename Step> void addCold(const char* what, const std::string& name, Step step) {
     using Clock = std::chrono::steady_clock;
-    benchmark::RegisterBenchmark(("cold decode/" + name).c_str(),
-                                 [steps](benchmark::State& state) {
+    benchmark::RegisterBenchmark((std::string(what) + "/" + name).c_str(),
+                                 [step](benchmark::State& state) {
                                      CacheFlush flush;
                                      for (auto _ : state) {
                                          flush.run();
                                          const Clock::time_point start = Clock::now();
-                                         steps->decode();
+                                         step();
                                          const std::chrono::duration<double> time =
                                              Clock::now() - start;
                                          state.SetIterationTime(time.count());
@@ -62,9 +64,13 @@ int main(int argc, char** argv) {
         if (!steps->decodes()) {
             continue;
         }
+        const bench::LocatorStep locator(message);
+        const auto locate = [locator] { locator.run(placeKindBit(PlaceKind::address)); };
+        add("locate", message.name, locate);
         add("decode", message.name, [steps] { steps->decode(); });
         if (message.name == "Setup") {
-            addCold(message.name, steps);
+            addCold("cold locate", message.name, locate);
+            addCold("cold decode", message.name, [steps] { steps->decode(); });
         }
         add("decode+encode", message.name, [steps] {
             steps->decode();

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "bench/codec_steps.h"
+#include "bench/locator_step.h"
 
 namespace {
 
@@ -30,6 +31,9 @@ int main() {
             std::cout << message.name << " has content that the codecs refuse\n";
             continue;
         }
+        const bench::LocatorStep locator(message);
+        measure(message.name, "locate", [&] { locator.run(placeKindBit(PlaceKind::address)); });
+        measure(message.name, "locate-all", [&] { locator.run(allPlaceKinds); });
         measure(message.name, "decode", [&] { steps.decode(); });
         measure(message.name, "encode", [&] { steps.encode(); });
         measure(message.name, "lossless", [&] {

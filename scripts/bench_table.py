@@ -53,7 +53,7 @@ def instructions(build):
                 while name in result:  # two messages of one kind
                     name += "'"
                 result[name] = int(total.group(1))
-    for step in ("decode", "encode", "lossless"):
+    for step in ("locate", "locate-all", "decode", "encode", "lossless"):
         result[f"{step}/sum"] = sum(value for name, value in result.items()
                                     if name.startswith(step + "/"))
     return result
