@@ -1,16 +1,16 @@
 #include "gateway/capture_time.h"
 
+#include <algorithm>
 #include <array>
-#include <cstdio>
 #include <ctime>
 
 namespace gateway {
 namespace {
 
 std::string fraction(int64_t nanoseconds) {
-    std::array<char, 16> digits{};
-    std::snprintf(digits.data(), digits.size(), "%09u", static_cast<unsigned>(nanoseconds));
-    const std::string text = digits.data();
+    constexpr size_t digits = 9;
+    std::string text = std::to_string(nanoseconds);
+    text.insert(0, digits - std::min(digits, text.size()), '0');
     return text.compare(6, 3, "000") == 0 ? text.substr(0, 6) : text;
 }
 

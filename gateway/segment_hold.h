@@ -20,7 +20,7 @@ using Milliseconds = int64_t;
 struct HoldLimits {
     Milliseconds longest = 300;
     size_t connectionOctets = 65536; // of payload, for each direction of a connection
-    size_t allOctets = 4 * 1024 * 1024;
+    size_t allOctets = size_t{4} * 1024 * 1024;
     size_t streams = 65536; // directions of connections that are watched
 };
 

@@ -111,8 +111,8 @@ private:
         const gateway::MappingRequest& request = mapping.request;
         const bool media = request.kind == gateway::MappingRequest::Kind::Media;
         out_ << "<g class=\"mapping\">";
-        label(std::string(media ? "UDP mapping " : "TCP mapping ") + toText(request.inside) + " → " +
-                  (request.granted ? toText(request.publicEndpoint) : "refused"),
+        label(std::string(media ? "UDP mapping " : "TCP mapping ") + toText(request.inside) +
+                  " → " + (request.granted ? toText(request.publicEndpoint) : "refused"),
               y);
         if (request.granted) {
             bar("open", mapping.time, end_, y + 8, 10);

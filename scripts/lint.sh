@@ -6,7 +6,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-[ $# -ne 0 ] || set -- asn1gen asn1per bench cli fuzz gateway H.323 host locator nat samples tests tree
+[ $# -ne 0 ] || set -- asn1gen asn1per bench cli fuzz gateway H.323 host locator nat report samples tests tree
 all=$(git ls-files -- "$@")
 sources=$(echo "$all" | grep -E '\.(c|cpp|h)$')
 units=$(echo "$all" | grep -E '\.cpp$')
