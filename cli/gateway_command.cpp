@@ -21,6 +21,7 @@ struct GatewayArguments {
     std::string configFile;
     std::vector<std::pair<std::string, std::string>> settings;
     bool printRules = false;
+    bool check = false;
     bool dryRun = false;
 };
 
@@ -45,6 +46,9 @@ std::string loadConfig(const GatewayArguments& arguments, gateway::LiveConfig& c
         }
     }
     config.dryRun = arguments.dryRun;
+    if (config.dryRun) {
+        config.table += "_dry"; // beside a gateway that works
+    }
     return gateway::checkConfig(config);
 }
 
@@ -62,11 +66,13 @@ int run(const GatewayArguments& arguments) {
     if (!failure.empty()) {
         return report(failure, exitUnusable);
     }
+    if (arguments.check) {
+        std::cout << "the settings can be used\n";
+        return 0;
+    }
     if (arguments.printRules) {
-        std::string rules;
-        failure = gateway::describeRules(config, rules);
-        std::cout << rules;
-        return report(failure, exitFaults);
+        std::cout << gateway::describeRules(config);
+        return 0;
     }
     const auto source = [&](gateway::LiveConfig& fresh) { return loadConfig(arguments, fresh); };
     return report(gateway::runGateway(source), exitFaults);
@@ -83,6 +89,7 @@ void addGatewayCommand(CLI::App& app, int& exitStatus) {
                      "Read settings from FILE; options here come before it")
         ->type_name("FILE");
     command->add_flag("--print-rules", arguments->printRules, "Print the nftables rules and end");
+    command->add_flag("--check", arguments->check, "Check the settings and end");
     command->add_flag("--dry-run", arguments->dryRun, "Look at packets and report, change nothing");
     for (const gateway::Setting& setting : gateway::settings()) {
         const std::string name = setting.name;

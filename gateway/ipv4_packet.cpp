@@ -221,8 +221,32 @@ uint32_t sequenceNumber(std::span<const uint8_t> packet, const PacketLayout& lay
     return read32(packet, layout.ipHeaderLength + tcpSequence);
 }
 
+uint32_t acknowledgementNumber(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    return read32(packet, layout.ipHeaderLength + tcpAcknowledgement);
+}
+
 uint8_t tcpFlags(std::span<const uint8_t> packet, const PacketLayout& layout) {
     return packet[layout.ipHeaderLength + tcpFlagsAt];
+}
+
+std::vector<uint8_t> emptySegment(const Endpoint& source, const Endpoint& destination,
+                                  uint8_t flags, uint32_t sequence, uint32_t acknowledgement) {
+    constexpr size_t ipHeader = 20;
+    constexpr size_t tcpHeader = 20;
+    std::vector<uint8_t> packet(ipHeader + tcpHeader);
+    packet[0] = 0x45;
+    write16(packet, 2, ipHeader + tcpHeader);
+    packet[8] = 64; // time to live
+    packet[9] = static_cast<uint8_t>(Protocol::Tcp);
+    write32(packet, 12, source.address);
+    write32(packet, 16, destination.address);
+    write16(packet, ipHeader, source.port);
+    write16(packet, ipHeader + 2, destination.port);
+    write32(packet, ipHeader + tcpSequence, sequence);
+    write32(packet, ipHeader + tcpAcknowledgement, acknowledgement);
+    packet[ipHeader + 12] = (tcpHeader / 4) << 4;
+    packet[ipHeader + tcpFlagsAt] = flags;
+    return packet;
 }
 
 void toHostByteOrder(std::span<uint8_t> packet, const PacketLayout& layout) {

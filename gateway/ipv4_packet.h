@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 // IPv4, TCP and UDP headers of one packet in memory (RFC 791, RFC 9293, RFC 768). A packet starts
 // with its IPv4 header; octets behind the total length (link layer padding) are left alone.
@@ -41,12 +42,18 @@ Endpoint destinationOf(std::span<const uint8_t> packet, const PacketLayout& layo
 
 // TCP only, network byte order.
 uint32_t sequenceNumber(std::span<const uint8_t> packet, const PacketLayout& layout);
+uint32_t acknowledgementNumber(std::span<const uint8_t> packet, const PacketLayout& layout);
 uint8_t tcpFlags(std::span<const uint8_t> packet, const PacketLayout& layout);
 
 constexpr uint8_t tcpFin = 0x01;
 constexpr uint8_t tcpSyn = 0x02;
 constexpr uint8_t tcpReset = 0x04;
 constexpr uint8_t tcpAck = 0x10;
+
+// A TCP segment without payload, checksums not set; for showing to the module what it cannot have
+// seen.
+std::vector<uint8_t> emptySegment(const Endpoint& source, const Endpoint& destination,
+                                  uint8_t flags, uint32_t sequence, uint32_t acknowledgement);
 
 // Converts every 16- and 32-bit field of the IPv4 and the TCP or UDP header in place, options and
 // payload excluded. The conversion is its own inverse; on a big-endian machine it does nothing.

@@ -83,7 +83,6 @@ public:
         return announced_.contains({Protocol::Tcp, endpoint});
     }
 
-private:
     void onMessage(const H323ObservedMessage& message) override;
     void onRewritten(const H323ObservedAddress& address) override;
     void onLeft(const H323ObservedAddress& address) override;
@@ -92,6 +91,7 @@ private:
     void onAnnounced(const H323ObservedConnection& connection) override;
     void onOver(const H323ObservedConnection& connection) override;
 
+private:
     std::vector<ReportedMessage> messages_;
     std::vector<ReportedCall> calls_;
     std::unordered_map<LocalId, uint32_t, LocalIdHash> announced_;

@@ -94,7 +94,7 @@ std::vector<uint8_t> SegmentHold::consecutive(const Stream& stream) {
     return octets;
 }
 
-void SegmentHold::begin(const FlowId& flow, uint32_t next) {
+void SegmentHold::begin(const FlowId& flow, uint32_t firstSequence) {
     forget(flow);
     if (streams_.size() >= limits_.streams) {
         // The one longest unused; what it holds, if anything, is let go by `expire` first.
@@ -107,8 +107,8 @@ void SegmentHold::begin(const FlowId& flow, uint32_t next) {
         forget(*oldest);
     }
     Stream& stream = streams_[flow];
-    stream.next = next;
-    stream.framing.messageEnd = next;
+    stream.next = firstSequence;
+    stream.framing.messageEnd = firstSequence;
     stream.age = ages_.insert(ages_.end(), flow);
 }
 

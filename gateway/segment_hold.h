@@ -73,6 +73,9 @@ public:
     Decision take(const FlowId& flow, std::span<const uint8_t> packet, const PacketLayout& layout,
                   uint64_t token, Milliseconds now, ReleasedSegments& released);
 
+    // The octets of one direction begin with this sequence number, whatever was known of it.
+    void begin(const FlowId& flow, uint32_t firstSequence);
+
     // Releases one direction whose oldest segment is held too long, or, with `all`, any. False when
     // there is none.
     bool expire(Milliseconds now, bool all, ReleasedSegments& released);
@@ -105,7 +108,6 @@ private:
 
     static Cut cut(Framing& framing, uint32_t position, std::span<const uint8_t> octets);
     static std::vector<uint8_t> consecutive(const Stream& stream);
-    void begin(const FlowId& flow, uint32_t next);
     void forget(const FlowId& flow);
     void keep(Stream& stream, const FlowId& flow, HeldSegment&& segment, Milliseconds now);
     Decision takeNew(Stream& stream, const FlowId& flow, std::span<const uint8_t> packet,

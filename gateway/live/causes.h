@@ -17,11 +17,19 @@
     X(queueOverruns, "queue_overruns", "reports of the kernel that packets came too fast")         \
     X(queuePassedBy, "queue_passed_by", "packets that the kernel could not queue")                 \
     X(verdictErrors, "verdict_errors", "verdicts that the kernel did not take")                    \
-    X(foreignConnections, "foreign_connections",                                                   \
-      "connections of a calling host that turned out "                                             \
-      "not to be H.245, left to the kernel")                                                       \
-    X(callsStarted, "calls_started", "call-signalling connections that were accepted")             \
-    X(callsEnded, "calls_ended", "call-signalling connections that ended")                         \
+    X(messagesSigned, "messages_signed",                                                           \
+      "messages with H.235 signatures that were rewritten: their receiver may refuse them")        \
+    X(addressesLeft, "addresses_left", "addresses of private hosts that left in messages")         \
+    X(segmentsHeld, "segments_held", "segments kept until the rest of their message came")         \
+    X(segmentsHeldInVain, "segments_held_in_vain",                                                 \
+      "of these, segments that went on before the rest came")                                      \
+    X(segmentsRepeated, "segments_repeated", "repetitions of such segments, dropped")              \
+    X(connectionsAdopted, "connections_adopted",                                                   \
+      "connections older than the gateway that it follows")                                        \
+    X(connectionsUnknown, "connections_unknown",                                                   \
+      "connections that the gateway saw first within a message")                                   \
+    X(callsStarted, "calls_started", "calls, from their Setup on")                                 \
+    X(callsEnded, "calls_ended", "calls that ended")                                               \
     X(callsUntranslated, "calls_untranslated", "calls that no rule of the machine translates")     \
     X(helperSeen, "helper_seen", "calls that the kernel's own H.323 helper works on as well")      \
     X(mappingsOpened, "mappings_opened", "mappings opened for media, RAS and H.245")               \
@@ -32,7 +40,10 @@
     X(refusedHostLimit, "refused_host_limit", "mappings refused: the private host has too many")   \
     X(refusedForeignAddress, "refused_foreign_address",                                            \
       "mappings refused: the address announced is not the sender's")                               \
+    X(refusedLowPort, "refused_low_port",                                                          \
+      "mappings refused: the private port is below lowest-inside-port")                            \
     X(refusedKernel, "refused_kernel", "mappings refused: nftables did not take them")             \
+    X(tableRemade, "table_remade", "times that the nftables table had to be made again")           \
     X(flowRecordsShort, "flow_records_short", "flows not followed: all flow records in use")       \
     X(flowsRemoved, "flows_removed", "tracked connections removed with their mapping")             \
     X(logSuppressed, "log_suppressed", "log lines left out to keep the log readable")

@@ -8,6 +8,8 @@
 namespace gateway {
 namespace {
 
+constexpr uint16_t callSignalPort = 1720;
+
 std::string_view trim(std::string_view text) {
     constexpr std::string_view blanks = " \t\r";
     const size_t first = text.find_first_not_of(blanks);
@@ -38,15 +40,47 @@ std::string readFlag(bool& out, std::string_view value) {
 }
 
 // The name becomes part of rules, so nothing that has a meaning there may pass.
-std::string readInterface(std::string& out, std::string_view value) {
+bool isInterfaceName(std::string_view value) {
     const auto allowed = [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
                c == '.' || c == '-' || c == '_' || c == '@' || c == ':';
     };
-    if (value.empty() || value.size() > 15 || !std::all_of(value.begin(), value.end(), allowed)) {
+    return !value.empty() && value.size() <= 15 && std::all_of(value.begin(), value.end(), allowed);
+}
+
+std::string readInterface(std::string& out, std::string_view value) {
+    if (!isInterfaceName(value)) {
         return "expected the name of a network interface, such as eth0";
     }
     out = value;
+    return {};
+}
+
+// Hands each part of "a, b, c" to `read`, which answers false for a part that makes no sense.
+template <typename Read> bool readList(std::string_view value, Read read) {
+    for (;;) {
+        const size_t comma = std::min(value.find(','), value.size());
+        if (!read(trim(value.substr(0, comma)))) {
+            return false;
+        }
+        if (comma == value.size()) {
+            return true;
+        }
+        value.remove_prefix(comma + 1);
+    }
+}
+
+std::string readInterfaces(std::vector<std::string>& out, std::string_view value) {
+    std::vector<std::string> names;
+    const bool understood = readList(value, [&](std::string_view name) {
+        const bool pattern = name.size() > 1 && name.back() == '*';
+        names.emplace_back(name);
+        return isInterfaceName(pattern ? name.substr(0, name.size() - 1) : name);
+    });
+    if (!understood) {
+        return "expected names of network interfaces, such as eth1 or eth1, vlan*";
+    }
+    out = names;
     return {};
 }
 
@@ -56,6 +90,65 @@ std::string readAddress(uint32_t& out, std::string_view value) {
         return "expected an IPv4 address, such as 10.0.0.5";
     }
     out = *address;
+    return {};
+}
+
+std::string readPublished(std::vector<PublishedHost>& out, std::string_view value) {
+    std::vector<PublishedHost> hosts;
+    const bool understood = readList(value, [&](std::string_view text) {
+        const size_t colon = std::min(text.find(':'), text.size());
+        const auto address = parseAddress(text.substr(0, colon));
+        PublishedHost host{address.value_or(0), callSignalPort};
+        if (colon != text.size() &&
+            !readNumber(host.publicPort, text.substr(colon + 1), 1, 65535).empty()) {
+            return false;
+        }
+        const auto same = [&](const PublishedHost& other) {
+            return other.address == host.address || other.publicPort == host.publicPort;
+        };
+        if (std::any_of(hosts.begin(), hosts.end(), same)) {
+            return false;
+        }
+        hosts.push_back(host);
+        return host.address != 0;
+    });
+    if (!understood) {
+        return "expected IPv4 addresses of private hosts, each with a public port of its own "
+               "unless "
+               "it is 1720, such as 10.0.0.5, 10.0.0.6:1721";
+    }
+    out = hosts;
+    return {};
+}
+
+std::string readMilliseconds(Milliseconds& out, std::string_view value) {
+    uint32_t number = 0;
+    std::string wrong = readNumber(number, value, 1, 5000);
+    out = wrong.empty() ? number : out;
+    return wrong;
+}
+
+// `names` are the words for 0 and 1 of an enumeration.
+template <typename Choice>
+std::string readChoice(Choice& out, std::string_view value, std::string_view first,
+                       std::string_view second) {
+    if (value != first && value != second) {
+        return "expected " + std::string(first) + " or " + std::string(second);
+    }
+    out = value == first ? Choice{0} : Choice{1};
+    return {};
+}
+
+// Part of nft's commands.
+std::string readTableName(std::string& out, std::string_view value) {
+    const auto allowed = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+    };
+    if (value.empty() || value.size() > 31 || value.front() < 'a' ||
+        !std::all_of(value.begin(), value.end(), allowed)) {
+        return "expected a name of small letters, digits and '_', such as h323nat";
+    }
+    out = value;
     return {};
 }
 
@@ -86,22 +179,35 @@ std::string readPath(std::string& out, std::string_view value) {
 }
 
 constexpr Setting table[] = {
-    {"inside", "IF", "interface towards the private hosts",
-     [](LiveConfig& c, std::string_view v) { return readInterface(c.inside, v); }},
+    {"inside", "IF,...", "interfaces towards the private hosts; vlan* stands for all that begin so",
+     [](LiveConfig& c, std::string_view v) { return readInterfaces(c.inside, v); }},
     {"outside", "IF", "interface towards the Internet",
      [](LiveConfig& c, std::string_view v) { return readInterface(c.outside, v); }},
-    {"publish", "ADDRESS", "private host that accepts calls from outside",
-     [](LiveConfig& c, std::string_view v) { return readAddress(c.publishedHost, v); }},
-    {"publish-t120", "yes|no", "forward TCP port 1503 to the published host as well",
+    {"publish", "ADDRESS[:PORT],...",
+     "private hosts that are called from outside without a gatekeeper",
+     [](LiveConfig& c, std::string_view v) { return readPublished(c.published, v); }},
+    {"publish-t120", "yes|no", "forward TCP port 1503 to the first published host as well",
      [](LiveConfig& c, std::string_view v) { return readFlag(c.publishT120, v); }},
     {"public-address", "ADDRESS", "public address, if not the outside interface's own",
      [](LiveConfig& c, std::string_view v) { return readAddress(c.publicAddress, v); }},
+    {"advertise", "ADDRESS", "address that messages carry, if a further router has the public one",
+     [](LiveConfig& c, std::string_view v) { return readAddress(c.advertisedAddress, v); }},
     {"masquerade", "yes|no", "translate the private hosts' connections, if no other rule does",
      [](LiveConfig& c, std::string_view v) { return readFlag(c.masquerade, v); }},
     {"ports", "FIRST-LAST", "public ports for media, RAS and H.245",
      [](LiveConfig& c, std::string_view v) { return readPortRange(c, v); }},
     {"mappings-per-host", "N", "most mappings that one private host may hold",
      [](LiveConfig& c, std::string_view v) { return readNumber(c.mappingsPerHost, v, 1, 10000); }},
+    {"unanswered-per-host", "N", "registrations of one host that no gatekeeper has answered yet",
+     [](LiveConfig& c, std::string_view v) { return readNumber(c.unansweredPerHost, v, 1, 1000); }},
+    {"lowest-inside-port", "PORT", "ports of private hosts below it are never opened",
+     [](LiveConfig& c, std::string_view v) {
+         return readNumber(c.lowestInsidePort, v, 1024, 65535);
+     }},
+    {"media-source", "learned|any", "who may send media once a private host has sent some",
+     [](LiveConfig& c, std::string_view v) {
+         return readChoice(c.mediaSource, v, "learned", "any");
+     }},
     {"media-idle", "SECONDS", "silence after which a mapping ends when its call is over",
      [](LiveConfig& c, std::string_view v) { return readNumber(c.mediaIdle, v, 1, 86400); }},
     {"call-idle", "SECONDS", "silence after which a mapping ends while its call is open",
@@ -112,40 +218,39 @@ constexpr Setting table[] = {
      }},
     {"sweep", "SECONDS", "how often idle mappings are looked for",
      [](LiveConfig& c, std::string_view v) { return readNumber(c.sweepInterval, v, 1, 3600); }},
-    {"strict", "yes|no", "encode changed messages anew instead of keeping all other octets",
+    {"scope", "full|listed", "translate every address, or the list of the module's contract",
+     [](LiveConfig& c, std::string_view v) { return readChoice(c.scope, v, "full", "listed"); }},
+    {"calls", "N", "calls at once that are followed",
+     [](LiveConfig& c, std::string_view v) { return readNumber(c.calls, v, 1, 100000); }},
+    {"hold", "MILLISECONDS", "longest wait for the rest of a message over several segments",
+     [](LiveConfig& c, std::string_view v) { return readMilliseconds(c.hold.longest, v); }},
+    {"hold-octets", "N", "octets of all segments that wait",
+     [](LiveConfig& c, std::string_view v) {
+         return readNumber(c.hold.allOctets, v, 65536, 1073741824);
+     }},
+    {"strict", "yes|no",
+     "with scope = listed: encode changed messages anew instead of keeping all other octets",
      [](LiveConfig& c, std::string_view v) { return readFlag(c.strict, v); }},
     {"queue", "h323|all", "packets shown to the module: those that can matter, or all TCP and UDP",
-     [](LiveConfig& c, std::string_view v) -> std::string {
-         if (v != "h323" && v != "all") {
-             return "expected h323 or all";
-         }
-         c.queueScope = v == "all" ? QueueScope::All : QueueScope::H323;
-         return {};
-     }},
+     [](LiveConfig& c, std::string_view v) { return readChoice(c.queueScope, v, "h323", "all"); }},
     {"queue-number", "N", "netfilter queue to use",
      [](LiveConfig& c, std::string_view v) { return readNumber(c.queueNumber, v, 0, 65535); }},
     {"queue-length", "N", "packets that may wait in the queue; further ones pass unseen",
      [](LiveConfig& c, std::string_view v) { return readNumber(c.queueLength, v, 1, 1000000); }},
+    {"table", "NAME", "name of the nftables table",
+     [](LiveConfig& c, std::string_view v) { return readTableName(c.table, v); }},
+    {"state-file", "PATH", "file that carries open mappings over a restart",
+     [](LiveConfig& c, std::string_view v) { return readPath(c.stateFile, v); }},
     {"status-socket", "PATH", "Unix socket that answers `h323nat status`",
      [](LiveConfig& c, std::string_view v) { return readPath(c.statusSocket, v); }},
     {"metrics-file", "PATH", "file to keep up to date with metrics in the Prometheus text format",
      [](LiveConfig& c, std::string_view v) { return readPath(c.metricsFile, v); }},
     {"log-format", "logfmt|json", "form of the log lines",
-     [](LiveConfig& c, std::string_view v) -> std::string {
-         if (v != "logfmt" && v != "json") {
-             return "expected logfmt or json";
-         }
-         c.logFormat = v == "json" ? LogFormat::Json : LogFormat::Logfmt;
-         return {};
+     [](LiveConfig& c, std::string_view v) {
+         return readChoice(c.logFormat, v, "logfmt", "json");
      }},
     {"log-level", "info|debug", "debug adds a line for each packet",
-     [](LiveConfig& c, std::string_view v) -> std::string {
-         if (v != "info" && v != "debug") {
-             return "expected info or debug";
-         }
-         c.logDebug = v == "debug";
-         return {};
-     }},
+     [](LiveConfig& c, std::string_view v) { return readChoice(c.logDebug, v, "info", "debug"); }},
 };
 
 } // namespace
@@ -166,6 +271,7 @@ std::string applySetting(LiveConfig& config, std::string_view name, std::string_
 }
 
 std::string readConfig(LiveConfig& config, std::string_view text, std::string_view origin) {
+    std::vector<std::string> seen;
     for (size_t line = 1; !text.empty(); ++line) {
         const size_t end = std::min(text.find('\n'), text.size());
         std::string_view content = text.substr(0, end);
@@ -179,8 +285,12 @@ std::string readConfig(LiveConfig& config, std::string_view text, std::string_vi
         if (equals == std::string_view::npos) {
             return where + "expected 'setting = value', found '" + std::string(content) + "'";
         }
-        const std::string wrong =
-            applySetting(config, trim(content.substr(0, equals)), trim(content.substr(equals + 1)));
+        const std::string name(trim(content.substr(0, equals)));
+        if (std::find(seen.begin(), seen.end(), name) != seen.end()) {
+            return where + "'" + name + "' is set twice";
+        }
+        seen.push_back(name);
+        const std::string wrong = applySetting(config, name, trim(content.substr(equals + 1)));
         if (!wrong.empty()) {
             return where + wrong;
         }
@@ -197,10 +307,52 @@ std::string checkConfig(const LiveConfig& config) {
         return "the outside interface is not set; give --outside IF or 'outside = IF' in the "
                "configuration file";
     }
-    if (config.inside == config.outside) {
-        return "inside and outside are the same interface, '" + config.inside + "'";
+    if (isInsideName(config, config.outside)) {
+        return "'" + config.outside + "' is set as inside and as outside";
+    }
+    const uint32_t own = config.publicAddress;
+    for (const PublishedHost& host : config.published) {
+        if (host.address == own || host.address == config.advertisedAddress) {
+            return "publish: " + toText(host.address) +
+                   " is the public address, not a private "
+                   "host's";
+        }
+        if (host.publicPort >= config.firstPort && host.publicPort <= config.lastPort) {
+            return "publish: port " + std::to_string(host.publicPort) + " of " +
+                   toText(host.address) + " lies within 'ports'; choose one outside of them";
+        }
+    }
+    if (config.strict && config.scope == TranslationScope::Full) {
+        return "strict = yes needs scope = listed: the full scope writes addresses alone";
+    }
+    if (config.scope == TranslationScope::Listed && config.published.size() > 1) {
+        return "scope = listed knows one published host; leave the others out or use scope = full";
     }
     return {};
+}
+
+uint32_t LiveConfig::firstPublished() const {
+    for (const PublishedHost& host : published) {
+        if (host.publicPort == callSignalPort) {
+            return host.address;
+        }
+    }
+    return 0;
+}
+
+std::string insideText(const LiveConfig& config) {
+    std::string text;
+    for (const std::string& name : config.inside) {
+        text += (text.empty() ? "" : ", ") + name;
+    }
+    return text;
+}
+
+bool isInsideName(const LiveConfig& config, std::string_view name) {
+    return std::any_of(config.inside.begin(), config.inside.end(), [&](std::string_view wanted) {
+        return wanted.back() == '*' ? name.starts_with(wanted.substr(0, wanted.size() - 1))
+                                    : name == wanted;
+    });
 }
 
 } // namespace gateway

@@ -22,6 +22,7 @@ void DelayHistogram::add(uint64_t nanoseconds) {
     const auto width = static_cast<size_t>(std::bit_width(nanoseconds / 1000));
     ++counts_[std::min(width, buckets - 1)];
     ++total_;
+    sum_ += nanoseconds;
 }
 
 uint64_t DelayHistogram::quantileMicroseconds(double share) const {

@@ -31,6 +31,7 @@ public:
 
     void add(uint64_t nanoseconds);
     [[nodiscard]] uint64_t total() const { return total_; }
+    [[nodiscard]] uint64_t sum() const { return sum_; } // nanoseconds
     [[nodiscard]] uint64_t bucket(size_t index) const { return counts_[index]; }
 
     // Upper bound in microseconds of the bucket in which the given share (0 to 1) of all packets
@@ -40,6 +41,7 @@ public:
 private:
     std::array<uint64_t, buckets> counts_{};
     uint64_t total_ = 0;
+    uint64_t sum_ = 0;
 };
 
 class Counters {

@@ -1,13 +1,18 @@
 #include "gateway/live/daemon.h"
 
 #include "gateway/live/interfaces.h"
+#include "gateway/live/kernel_events.h"
 #include "gateway/live/live_gateway.h"
+#include "gateway/live/replace_file.h"
+#include "gateway/live/saved_state.h"
+#include "gateway/live/service_manager.h"
 #include "gateway/live/status.h"
 #include "gateway/live/status_socket.h"
+#include "gateway/live/survey_thread.h"
+#include "gateway/live/table_lock.h"
 
 #include <poll.h>
 #include <sys/signalfd.h>
-#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +22,7 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <random>
 
 namespace gateway {
 namespace {
@@ -24,17 +30,49 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto soon = std::chrono::milliseconds(200);
+constexpr auto longestSleep = std::chrono::seconds(5);
 constexpr int packetsPerTurn = 256; // then signals, status and time get their turn
 
 LiveSeconds secondsOf(Clock::time_point time) {
     return std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
 }
 
-std::string publicAddressOf(const LiveConfig& config, uint32_t& address) {
-    address = config.publicAddress != 0 ? config.publicAddress : addressOfInterface(config.outside);
-    return address != 0 ? ""
-                        : "the outside interface '" + config.outside +
-                              "' has no IPv4 address; is it up? (public-address sets one by hand)";
+RouterSides sidesOf(const LiveConfig& config) {
+    RouterSides sides;
+    sides.inside = indicesOfInside(config);
+    sides.outside = indexOfInterface(config.outside);
+    sides.publicAddress =
+        config.publicAddress != 0 ? config.publicAddress : addressOfInterface(config.outside);
+    return sides;
+}
+
+std::string whatIsMissing(const LiveConfig& config, const RouterSides& sides) {
+    if (sides.outside == 0) {
+        return "there is no outside interface '" + config.outside + "'";
+    }
+    if (sides.publicAddress == 0) {
+        return "the outside interface '" + config.outside + "' has no IPv4 address";
+    }
+    if (sides.inside.empty()) {
+        return "there is no inside interface '" + insideText(config) + "'";
+    }
+    return {};
+}
+
+std::string whatCannotChange(const LiveConfig& running, const LiveConfig& wanted) {
+    const bool same =
+        wanted.queueNumber == running.queueNumber && wanted.queueLength == running.queueLength &&
+        wanted.statusSocket == running.statusSocket && wanted.dryRun == running.dryRun &&
+        wanted.scope == running.scope && wanted.calls == running.calls &&
+        wanted.strict == running.strict && wanted.table == running.table;
+    return same ? ""
+                : "queue-number, queue-length, status-socket, scope, calls, strict and table "
+                  "cannot change in a running gateway; restart it";
+}
+
+uint64_t newSeed() {
+    std::random_device device;
+    return static_cast<uint64_t>(device()) << 32 | (device() | 1U);
 }
 
 class Signals {
@@ -72,20 +110,28 @@ private:
 
 class Daemon {
 public:
-    Daemon(const ConfigSource& source, const LiveConfig& config, uint32_t publicAddress)
-        : source_(source), log_(counters_),
-          gateway_(config, publicAddress, table_, conntrack_, log_, counters_),
+    Daemon(const ConfigSource& source, const LiveConfig& config, const SavedState& before)
+        : source_(source), log_(counters_), sides_(sidesOf(config)),
+          gateway_(config, sides_.publicAddress, before.seed != 0 ? before.seed : newSeed(), table_,
+                   conntrack_, log_, counters_),
           started_(secondsOf(Clock::now())) {}
 
-    std::string start();
+    std::string start(const SavedState& before);
     std::string run();
 
 private:
+    enum Waiting : uint8_t { Queue, Stop, Status, Survey, Links, Table, count };
+
     std::string drainQueue();
     bool handleSignals();
     void reload();
     void followInterfaces();
-    void sweep(Clock::time_point now);
+    void beginSweep(Clock::time_point now);
+    void endSweep();
+    void restoreTable();
+    void saveState();
+    void tellWatchdog(Clock::time_point now);
+    [[nodiscard]] std::chrono::milliseconds mayWait() const;
     [[nodiscard]] StatusSource status() const {
         return {gateway_, counters_, started_, secondsOf(Clock::now())};
     }
@@ -97,65 +143,93 @@ private:
     Conntrack conntrack_;
     NetfilterTable table_;
     PacketQueue queue_;
+    RouterSides sides_;
     LiveGateway gateway_;
     StatusSocket statusSocket_;
+    SurveyThread surveys_;
+    LinkEvents links_;
+    TableEvents tableEvents_;
     LiveSeconds started_;
+    std::string missing_; // what the gateway waits for
     Clock::time_point nextSweep_;
+    Clock::time_point nextWatchdog_;
 };
 
 // The queue comes first: a queue belongs to one program at a time, so a second gateway stops here
 // and leaves the table of the first alone.
-std::string Daemon::start() {
+std::string Daemon::start(const SavedState& before) {
     const LiveConfig& config = gateway_.config();
     log_.configure(config.logFormat, config.logDebug);
     std::string failure = conntrack_.failure();
-    if (failure.empty()) {
-        failure = queue_.open(config.queueNumber, config.queueLength);
-    }
-    if (failure.empty()) {
-        failure = statusSocket_.open(config.statusSocket);
-    }
-    if (failure.empty()) {
-        failure = gateway_.start(started_);
-    }
+    const auto step = [&](auto&& next) {
+        if (failure.empty()) {
+            failure = next();
+        }
+    };
+    step([&] { return queue_.open(config.queueNumber, config.queueLength); });
+    step([&] { return statusSocket_.open(config.statusSocket); });
+    step([&] { return links_.open(); });
+    step([&] { return tableEvents_.open(config.table); });
+    step([&] { return gateway_.start(before, started_); });
     if (failure.empty()) {
         followInterfaces();
         nextSweep_ = Clock::now();
-        sd_notify(0, "READY=1\nSTATUS=Translating");
+        notifyServiceManager("READY=1\nSTATUS=Translating");
     }
     return failure;
+}
+
+std::chrono::milliseconds Daemon::mayWait() const {
+    const auto next = std::min({nextSweep_, gateway_.nextRelease(), Clock::now() + longestSleep});
+    return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()) +
+                        std::chrono::milliseconds(1),
+                    std::chrono::milliseconds(0));
 }
 
 std::string Daemon::run() {
     for (;;) {
         const auto now = Clock::now();
+        tellWatchdog(now);
         if (gateway_.wantsSweep()) {
             nextSweep_ = std::min(nextSweep_, now + soon);
         }
         if (now >= nextSweep_) {
-            sweep(now);
+            beginSweep(now);
         }
-        const auto wait =
-            std::chrono::duration_cast<std::chrono::milliseconds>(nextSweep_ - Clock::now());
-        std::array<pollfd, 3> waiting{{{queue_.descriptor(), POLLIN, 0},
-                                       {signals_.descriptor(), POLLIN, 0},
-                                       {statusSocket_.descriptor(), POLLIN, 0}}};
-        const int ready = poll(waiting.data(), waiting.size(),
-                               static_cast<int>(std::max<int64_t>(wait.count() + 1, 0)));
+        std::array<pollfd, Waiting::count> waiting{{{queue_.descriptor(), POLLIN, 0},
+                                                    {signals_.descriptor(), POLLIN, 0},
+                                                    {statusSocket_.descriptor(), POLLIN, 0},
+                                                    {surveys_.descriptor(), POLLIN, 0},
+                                                    {links_.descriptor(), POLLIN, 0},
+                                                    {tableEvents_.descriptor(), POLLIN, 0}}};
+        const int ready = poll(waiting.data(), waiting.size(), static_cast<int>(mayWait().count()));
         if (ready < 0 && errno != EINTR) {
             return std::string("poll: ") + std::strerror(errno);
         }
-        if (waiting[0].revents != 0) {
+        if (waiting[Queue].revents != 0) {
             std::string failure = drainQueue();
             if (!failure.empty()) {
                 return failure;
             }
         }
-        if (waiting[2].revents != 0) {
+        if (gateway_.nextRelease() <= Clock::now()) {
+            gateway_.releaseHeld(queue_, Clock::now());
+        }
+        if (waiting[Survey].revents != 0) {
+            endSweep();
+        }
+        if (waiting[Links].revents != 0 && links_.changed()) {
+            followInterfaces();
+        }
+        if (waiting[Table].revents != 0 && tableEvents_.damaged()) {
+            restoreTable();
+        }
+        if (waiting[Status].revents != 0) {
             statusSocket_.answer([this] { return statusJson(status()); });
         }
-        if (waiting[1].revents != 0 && !handleSignals()) {
-            sd_notify(0, "STOPPING=1");
+        if (waiting[Stop].revents != 0 && !handleSignals()) {
+            notifyServiceManager("STOPPING=1");
+            saveState();
             log_.info("stop", {});
             return {};
         }
@@ -163,10 +237,9 @@ std::string Daemon::run() {
 }
 
 std::string Daemon::drainQueue() {
-    const LiveSeconds now = secondsOf(Clock::now());
     for (int packets = 0; packets < packetsPerTurn; ++packets) {
         switch (queue_.receive(
-            [&](const QueuedPacket& packet) { gateway_.handle(packet, queue_, now); })) {
+            [&](const QueuedPacket& packet) { gateway_.handle(packet, queue_, Clock::now()); })) {
         case PacketQueue::Received::Packets:
             break;
         case PacketQueue::Received::Nothing:
@@ -192,92 +265,128 @@ bool Daemon::handleSignals() {
 }
 
 void Daemon::reload() {
-    sd_notify(0, "RELOADING=1");
+    const auto monotonic =
+        std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch())
+            .count();
+    notifyServiceManager("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(monotonic));
     LiveConfig config;
-    uint32_t publicAddress = 0;
     std::string failure = source_(config);
-    if (failure.empty()) {
-        failure = publicAddressOf(config, publicAddress);
-    }
     const LiveConfig& running = gateway_.config();
-    if (failure.empty() &&
-        (config.queueNumber != running.queueNumber || config.queueLength != running.queueLength ||
-         config.statusSocket != running.statusSocket || config.dryRun != running.dryRun)) {
-        failure =
-            "queue-number, queue-length and status-socket cannot change in a running gateway; "
-            "restart it";
+    if (failure.empty()) {
+        failure = whatCannotChange(running, config);
     }
     if (failure.empty()) {
-        failure = gateway_.reconfigure(config, publicAddress);
+        failure = gateway_.reconfigure(config);
     }
     if (failure.empty()) {
         log_.configure(config.logFormat, config.logDebug);
         followInterfaces();
-        log_.info("reload", {{"public", toText(publicAddress)}});
+        log_.info("reload", {{"public", toText(gateway_.publicAddress())}});
     } else {
         log_.warning("reload-refused", {{"failure", failure}});
     }
-    sd_notify(0, "READY=1");
+    notifyServiceManager(failure.empty() ? "READY=1\nSTATUS=Translating"
+                                         : "READY=1\nSTATUS=Reload refused: " + failure);
 }
 
 // Interfaces come and go (a dial-up line has a new index and address each time).
 void Daemon::followInterfaces() {
-    const LiveConfig config = gateway_.config();
-    gateway_.setInterfaces(indexOfInterface(config.inside), indexOfInterface(config.outside));
-    uint32_t publicAddress = 0;
-    if (!publicAddressOf(config, publicAddress).empty() ||
-        publicAddress == gateway_.publicAddress()) {
-        return;
+    const RouterSides sides = sidesOf(gateway_.config());
+    const std::string missing = whatIsMissing(gateway_.config(), sides);
+    if (missing != missing_) {
+        missing_ = missing;
+        if (missing.empty()) {
+            log_.info("interfaces", {{"outside", gateway_.config().outside},
+                                     {"public", toText(sides.publicAddress)}});
+        } else {
+            log_.warning("waiting", {{"for", missing}});
+        }
     }
-    const std::string failure = gateway_.reconfigure(config, publicAddress);
-    log_.warning("public-address",
-                 {{"now", toText(publicAddress)}, {"failure", failure.empty() ? "none" : failure}});
+    const uint32_t before = gateway_.publicAddress();
+    const std::string failure = gateway_.setSides(sides);
+    if (gateway_.publicAddress() != before) {
+        log_.warning("public-address", {{"now", toText(gateway_.publicAddress())},
+                                        {"failure", failure.empty() ? "none" : failure}});
+    }
 }
 
-void Daemon::sweep(Clock::time_point now) {
-    followInterfaces();
-    gateway_.sweep(secondsOf(now));
+void Daemon::restoreTable() {
+    counters_.add(Cause::tableRemade);
+    const std::string failure = gateway_.restoreTable();
+    log_.warning("table-remade", {{"cause", "another program removed the table or parts of it"},
+                                  {"failure", failure.empty() ? "none" : failure}});
+}
+
+void Daemon::saveState() {
+    const std::string& path = gateway_.config().stateFile;
+    const std::string failure =
+        path.empty() || gateway_.config().dryRun ? "" : writeState(path, gateway_.state());
+    if (!failure.empty()) {
+        log_.warning("state-not-saved", {{"failure", failure}});
+    }
+}
+
+void Daemon::tellWatchdog(Clock::time_point now) {
+    const auto interval = watchdogInterval();
+    if (interval.count() != 0 && now >= nextWatchdog_) {
+        notifyServiceManager("WATCHDOG=1");
+        nextWatchdog_ = now + interval / 2;
+    }
+}
+
+void Daemon::beginSweep(Clock::time_point now) {
+    if (!surveys_.isBusy()) {
+        surveys_.start(gateway_.survey());
+    }
+    nextSweep_ = now + std::chrono::seconds(gateway_.config().sweepInterval);
+}
+
+void Daemon::endSweep() {
+    const auto survey = surveys_.take();
+    if (!survey) {
+        return;
+    }
+    gateway_.sweep(*survey, secondsOf(Clock::now()));
     const uint64_t passedBy = queue_.notDelivered(table_.wantedPackets());
     counters_.set(Cause::queuePassedBy, std::max(passedBy, counters_.of(Cause::queuePassedBy)));
     const std::string& path = gateway_.config().metricsFile;
     if (!path.empty()) {
-        const std::string failure = writeMetricsFile(path, metricsText(status()));
+        const std::string failure = replaceFile(path, metricsText(status()), OthersMay::Read);
         if (!failure.empty()) {
             log_.info("metrics", {{"failure", failure}});
         }
     }
-    nextSweep_ = now + std::chrono::seconds(gateway_.config().sweepInterval);
+    saveState();
 }
 
 } // namespace
 
 std::string runGateway(const ConfigSource& source) {
     LiveConfig config;
-    uint32_t publicAddress = 0;
     std::string failure = source(config);
-    if (failure.empty()) {
-        failure = publicAddressOf(config, publicAddress);
+    SavedState before;
+    if (failure.empty() && !config.stateFile.empty() && !config.dryRun) {
+        failure = readState(config.stateFile, before);
+    }
+    TableLock lock;
+    if (failure.empty() && !config.dryRun) {
+        failure = lock.take(config.table);
     }
     if (!failure.empty()) {
         return failure;
     }
     try {
-        Daemon daemon(source, config, publicAddress);
-        failure = daemon.start();
+        Daemon daemon(source, config, before);
+        failure = daemon.start(before);
         return failure.empty() ? daemon.run() : failure;
     } catch (const std::exception& error) {
         return error.what();
     }
 }
 
-std::string describeRules(const LiveConfig& config, std::string& rules) {
-    uint32_t publicAddress = 0;
-    std::string failure = publicAddressOf(config, publicAddress);
-    if (failure.empty()) {
-        rules = renderRuleset(config, publicAddress, {}, Transition::Replace) +
-                renderQueueStatement(config.queueNumber);
-    }
-    return failure;
+std::string describeRules(const LiveConfig& config) {
+    return renderRuleset(config, sidesOf(config).publicAddress, Transition::Replace) +
+           renderQueueStatement(config);
 }
 
 } // namespace gateway

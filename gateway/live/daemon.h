@@ -15,8 +15,8 @@ using ConfigSource = std::function<std::string(LiveConfig& config)>;
 // an orderly end, or why the gateway could not start or go on.
 std::string runGateway(const ConfigSource& source);
 
-// The rules that the gateway would make, as text for nft; nothing is applied. Gives an empty text
-// and fills `rules`, or gives what is missing.
-std::string describeRules(const LiveConfig& config, std::string& rules);
+// The rules that the gateway would make, as text for nft; nothing is applied. An address that is
+// not known yet stands there as 0.0.0.0.
+std::string describeRules(const LiveConfig& config);
 
 } // namespace gateway

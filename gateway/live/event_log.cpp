@@ -4,13 +4,17 @@
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 
 namespace gateway {
 namespace {
 
-constexpr unsigned linesPerSecond = 200;
+constexpr unsigned linesOfCalls = 1000; // in a second
+constexpr unsigned linesOfStrangers = 20;
 
 bool needsQuotes(const std::string& value) {
     return value.empty() || std::any_of(value.begin(), value.end(), [](unsigned char c) {
@@ -58,34 +62,51 @@ void EventLog::configure(LogFormat format, bool debug) {
                          spdlog::pattern_time_type::utc);
 }
 
-bool EventLog::mayWrite() {
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    const int64_t second = std::chrono::duration_cast<std::chrono::seconds>(now).count();
-    if (second != second_) {
-        second_ = second;
-        linesThisSecond_ = 0;
-    }
-    if (++linesThisSecond_ <= linesPerSecond) {
+// A pipe that nobody empties would stop every call.
+bool EventLog::takesLines() {
+    pollfd error{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&error, 1, 0) == 1 && (error.revents & POLLOUT) != 0) {
         return true;
     }
     counters_.add(Cause::logSuppressed);
     return false;
 }
 
+bool EventLog::mayWrite(Budget& budget, unsigned linesPerSecond) {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    const int64_t second = std::chrono::duration_cast<std::chrono::seconds>(now).count();
+    if (second != budget.second) {
+        budget = {second, 0};
+    }
+    if (++budget.lines <= linesPerSecond) {
+        return takesLines();
+    }
+    counters_.add(Cause::logSuppressed);
+    return false;
+}
+
 void EventLog::info(const char* event, std::initializer_list<LogField> fields) {
-    if (mayWrite()) {
+    if (mayWrite(calls_, linesOfCalls)) {
+        logger_->info("{}", formatEvent(format_, event, fields));
+    }
+}
+
+void EventLog::stranger(const char* event, std::initializer_list<LogField> fields) {
+    if (mayWrite(strangers_, linesOfStrangers)) {
         logger_->info("{}", formatEvent(format_, event, fields));
     }
 }
 
 void EventLog::debug(const char* event, std::initializer_list<LogField> fields) {
-    if (debug_ && mayWrite()) {
+    if (debug_ && mayWrite(calls_, linesOfCalls)) {
         logger_->debug("{}", formatEvent(format_, event, fields));
     }
 }
 
 void EventLog::warning(const char* event, std::initializer_list<LogField> fields) {
-    logger_->warn("{}", formatEvent(format_, event, fields));
+    if (takesLines()) {
+        logger_->warn("{}", formatEvent(format_, event, fields));
+    }
 }
 
 } // namespace gateway

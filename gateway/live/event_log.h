@@ -19,7 +19,9 @@ std::string formatEvent(LogFormat format, const char* event,
                         std::initializer_list<LogField> fields);
 
 // The gateway's log: a line for each event on standard error, where systemd's journal takes it.
-// Nobody can flood it: past a number of lines per second, lines are counted instead.
+// Nobody can flood it: past a number of lines per second, lines are counted instead. What strangers
+// can cause has a number of its own, so that it takes no line from a call. A reader that does not
+// read costs lines, never time.
 class EventLog {
 public:
     explicit EventLog(Counters& counters);
@@ -27,21 +29,29 @@ public:
     void configure(LogFormat format, bool debug);
 
     void info(const char* event, std::initializer_list<LogField> fields);
+    // As `info`, for what anybody may cause.
+    void stranger(const char* event, std::initializer_list<LogField> fields);
     void debug(const char* event, std::initializer_list<LogField> fields);
-    // Never left out.
+    // Never left out for its number.
     void warning(const char* event, std::initializer_list<LogField> fields);
 
     [[nodiscard]] bool isDebug() const { return debug_; }
 
 private:
-    bool mayWrite();
+    struct Budget {
+        int64_t second = 0;
+        unsigned lines = 0;
+    };
+
+    bool mayWrite(Budget& budget, unsigned linesPerSecond);
+    bool takesLines();
 
     Counters& counters_;
     std::shared_ptr<spdlog::logger> logger_;
     LogFormat format_ = LogFormat::Logfmt;
     bool debug_ = false;
-    int64_t second_ = 0;
-    unsigned linesThisSecond_ = 0;
+    Budget calls_;
+    Budget strangers_;
 };
 
 } // namespace gateway

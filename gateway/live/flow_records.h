@@ -15,13 +15,19 @@ namespace gateway {
 // ended waits at the end of a line until it stands for another flow.
 class FlowRecords {
 public:
-    static constexpr size_t capacity = 4096;
+    static constexpr size_t capacity = 65536;
 
     // The record of a flow by its inside view; null when all are in use.
     HostMappingRecord* obtain(const FlowId& insideView, LiveSeconds now);
 
     // Ends the records of flows for which `isOpen` is false and which nobody asked about lately.
     void sweep(const std::function<bool(const FlowId&)>& isOpen, LiveSeconds now);
+
+    template <typename Visit> void forEach(Visit visit) const {
+        for (const auto& [flow, entry] : byFlow_) {
+            visit(flow);
+        }
+    }
 
     [[nodiscard]] size_t inUse() const { return byFlow_.size(); }
 

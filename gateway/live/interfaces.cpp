@@ -22,6 +22,19 @@ uint32_t addressOfInterface(const std::string& name) {
     return address;
 }
 
+std::set<uint32_t> indicesOfInside(const LiveConfig& config) {
+    std::set<uint32_t> indices;
+    struct if_nameindex* const list = if_nameindex();
+    for (const struct if_nameindex* entry = list; entry != nullptr && entry->if_index != 0;
+         ++entry) {
+        if (isInsideName(config, entry->if_name)) {
+            indices.insert(entry->if_index);
+        }
+    }
+    if_freenameindex(list);
+    return indices;
+}
+
 uint32_t indexOfInterface(const std::string& name) {
     return if_nametoindex(name.c_str());
 }

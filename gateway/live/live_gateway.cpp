@@ -1,60 +1,101 @@
 #include "gateway/live/live_gateway.h"
 
+#include "gateway/live/nft_reader.h"
+#include "gateway/live/router_ports.h"
 #include "gateway/mapping_links.h"
 
 #include <algorithm>
-#include <chrono>
+#include <string_view>
+#include <utility>
 
 namespace gateway {
 namespace {
 
 constexpr uint16_t callSignalPort = 1720;
-constexpr size_t maxCalls = 4096;
-constexpr size_t maxControlConnections = 4096;
+constexpr uint16_t dataPort = 1503;      // T.120
+constexpr LiveSeconds useTimeout = 3600; // of the table's set `active`
 
-FlowId insideViewOf(const FlowViews& views) {
-    return {Protocol::Tcp, views.inside, views.remote};
+LiveSeconds secondsOf(LiveGateway::Clock::time_point time) {
+    return std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
 }
 
-// Call signalling and H.245 come in TPKT packets (RFC 1006): version 3, reserved 0, length. The
-// first payload of a connection may hold only the beginning of that header.
+Milliseconds millisecondsOf(LiveGateway::Clock::time_point time) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
+
+Endpoint endpointOf(const H323Endpoint& endpoint) {
+    return {endpoint.address, endpoint.port};
+}
+
+LocalId keyOf(const Endpoint& endpoint) {
+    return {Protocol::Tcp, endpoint};
+}
+
+bool isFollowedRole(uint32_t role) {
+    return role == H323NAT_ROLE_SIGNALLING || role == H323NAT_ROLE_H245;
+}
+
+// Call signalling and H.245 come in TPKT packets (RFC 1006): version 3, reserved 0, length.
 bool beginsTpkt(std::span<const uint8_t> payload) {
-    static constexpr uint8_t beginning[] = {3, 0};
-    const size_t compared = std::min(payload.size(), std::size(beginning));
-    return std::equal(payload.begin(), payload.begin() + static_cast<std::ptrdiff_t>(compared),
-                      beginning);
+    return payload.size() > 4 && payload[0] == 3 && payload[1] == 0 &&
+           (payload[2] != 0 || payload[3] > 4);
+}
+
+std::span<const uint8_t> payloadOf(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    return packet.subspan(layout.payloadOffset, layout.payloadLength);
 }
 
 ModuleSettings moduleSettings(const LiveConfig& config, uint32_t publicAddress) {
     ModuleSettings settings;
-    settings.publicAddress = publicAddress;
-    settings.publishedAddress = config.publishedHost;
+    settings.publicAddress =
+        config.advertisedAddress != 0 ? config.advertisedAddress : publicAddress;
+    settings.publishedAddress = config.firstPublished();
     settings.lossless = !config.strict;
+    settings.fullScope = config.scope == TranslationScope::Full;
+    settings.calls = config.calls;
     return settings;
 }
 
-void chooseRewriting(const LiveConfig& config) {
-    H323SetRewriteMode(config.strict ? H323NAT_REWRITE_ENCODED : H323NAT_REWRITE_LOSSLESS);
+// "setup.h245Address: the host opened no mapping"
+std::string troubleText(const ReportedMessage& message, const ReportedAddress& address) {
+    const std::string path = shortPath(address.path);
+    const std::string where = path.starts_with(message.name) ? path : message.name + " " + path;
+    return where + ": " + leftCauseText(address.cause);
+}
+
+std::string changesText(const ReportedMessage& message) {
+    std::string changes;
+    for (const ReportedAddress& address : message.rewritten) {
+        changes += (changes.empty() ? "" : ", ") + shortPath(address.path) + " " +
+                   toText(address.from) + " -> " + toText(address.to);
+    }
+    return changes;
 }
 
 } // namespace
 
-LiveGateway::LiveGateway(const LiveConfig& config, uint32_t publicAddress, NetfilterTable& table,
-                         Conntrack& conntrack, EventLog& log, Counters& counters)
-    : config_(config), publicAddress_(publicAddress), table_(table), conntrack_(conntrack),
-      log_(log), counters_(counters), mappings_(config),
-      module_(*this, moduleSettings(config, publicAddress)) {
-    chooseRewriting(config);
+LiveGateway::LiveGateway(const LiveConfig& config, uint32_t publicAddress, uint64_t seed,
+                         NetfilterTable& table, Conntrack& conntrack, EventLog& log,
+                         Counters& counters)
+    : config_(config), seed_(seed), table_(table), conntrack_(conntrack), log_(log),
+      counters_(counters), mappings_(config, seed, isFreeOnRouter),
+      module_(*this, moduleSettings(config, publicAddress), this), hold_(config.hold) {
+    sides_.publicAddress = publicAddress;
 }
 
-std::string LiveGateway::start(LiveSeconds now) {
-    const size_t adopted = mappings_.adopt(table_.readLeftover(), now);
+// --- Start and change
+
+std::string LiveGateway::start(const SavedState& before, LiveSeconds now) {
+    const uint32_t address = sides_.publicAddress;
+    size_t adopted = mappings_.adopt(table_.readLeftover(config_.table), address, now);
+    adopted += mappings_.adopt(before.forwards, address, now);
     counters_.add(Cause::mappingsAdopted, adopted);
-    std::string failure = table_.create(config_, publicAddress_, mappings_.allForwards());
+    std::string failure = restoreTable();
     if (failure.empty()) {
-        log_.info("start", {{"inside", config_.inside},
+        log_.info("start", {{"inside", insideText(config_)},
                             {"outside", config_.outside},
-                            {"public", toText(publicAddress_)},
+                            {"public", toText(address)},
+                            {"scope", config_.scope == TranslationScope::Full ? "full" : "listed"},
                             {"queue", std::to_string(config_.queueNumber)},
                             {"queue_form", table_.queueForm()},
                             {"adopted_mappings", std::to_string(adopted)}});
@@ -62,253 +103,443 @@ std::string LiveGateway::start(LiveSeconds now) {
     return failure;
 }
 
-void LiveGateway::setInterfaces(uint32_t inside, uint32_t outside) {
-    insideIndex_ = inside;
-    outsideIndex_ = outside;
+std::string LiveGateway::restoreTable() {
+    table_.discard();
+    std::string failure = table_.create(config_, sides_.publicAddress);
+    if (!failure.empty() || config_.dryRun) {
+        return failure;
+    }
+    fillTable();
+    return table_.commit();
 }
 
-std::string LiveGateway::reconfigure(const LiveConfig& config, uint32_t publicAddress) {
-    std::string failure = table_.refresh(config, publicAddress, mappings_.allForwards());
+void LiveGateway::addPublished() {
+    for (const PublishedHost& host : config_.published) {
+        const Endpoint inside{host.address, callSignalPort};
+        table_.add(PortForward{MappingKind::Control, host.publicPort, inside, 0});
+        table_.add(elementOf(SetId::Listening, inside));
+        table_.add(elementOf(SetId::Answering, host.publicPort));
+    }
+    if (config_.publishT120 && config_.firstPublished() != 0) {
+        table_.add(
+            PortForward{MappingKind::Control, dataPort, {config_.firstPublished(), dataPort}, 0});
+    }
+}
+
+// Everything that its sets have to hold.
+void LiveGateway::fillTable() {
+    addPublished();
+    for (const LiveMapping& mapping : mappings_.all()) {
+        for (const PortForward& forward : LiveMappings::forwardsOf(mapping)) {
+            table_.add(forward);
+        }
+        // Of a run before it is not known which of them are signalling.
+        if (mapping.kind == MappingKind::Control &&
+            (mapping.adopted || isFollowedRole(mapping.role))) {
+            table_.add(elementOf(SetId::Listening, mapping.inside));
+            table_.add(elementOf(SetId::Answering, mapping.publicEndpoint.port));
+        }
+    }
+    for (const auto& [endpoint, count] : expected_) {
+        table_.add(elementOf(SetId::Expected, endpoint.endpoint));
+    }
+}
+
+std::string LiveGateway::reconfigure(const LiveConfig& config) {
+    std::string failure = table_.refresh(config, sides_.publicAddress);
     if (!failure.empty()) {
         return failure;
     }
-    if (config.publishedHost != config_.publishedHost) {
-        ModuleSession::publish(config.publishedHost);
+    const bool otherPublished =
+        config.published != config_.published || config.publishT120 != config_.publishT120;
+    if (config.firstPublished() != config_.firstPublished()) {
+        ModuleSession::publish(config.firstPublished());
     }
-    module_.setPublicAddress(publicAddress);
-    chooseRewriting(config);
+    module_.setPublicAddress(moduleSettings(config, sides_.publicAddress).publicAddress);
     mappings_.configure(config);
+    hold_.configure(config.hold);
     config_ = config;
-    publicAddress_ = publicAddress;
-    return {};
+    if (otherPublished && !config_.dryRun) {
+        failure = table_.emptySets(config_);
+        fillTable();
+        const std::string refused = table_.commit();
+        failure = failure.empty() ? refused : failure;
+    }
+    return failure;
 }
 
-void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue, LiveSeconds now) {
-    const auto arrived = std::chrono::steady_clock::now();
-    now_ = now;
-    const Side side = packet.arrivedOn == insideIndex_ ? Side::Inside : Side::Outside;
-    Shown shown;
-    if (side == Side::Inside || packet.arrivedOn == outsideIndex_) {
-        shown = show(packet.octets, side);
-    } else {
-        counters_.add(Cause::packetsUnseen);
+std::string LiveGateway::setSides(const RouterSides& sides) {
+    const uint32_t before = sides_.publicAddress;
+    const bool moved = sides.publicAddress != 0 && sides.publicAddress != before;
+    sides_ = sides;
+    if (!moved) {
+        sides_.publicAddress = before;
+        return {};
     }
-    const bool replace = shown.changed && !config_.dryRun;
-    if (!queue.accept(packet.id, replace ? packet.octets : std::span<uint8_t>())) {
-        counters_.add(Cause::verdictErrors);
+    mappings_.setPublicAddress(before, sides.publicAddress);
+    module_.setPublicAddress(moduleSettings(config_, sides.publicAddress).publicAddress);
+    std::string failure = table_.refresh(config_, sides.publicAddress);
+    if (failure.empty() && !config_.dryRun) {
+        failure = table_.emptySets(config_);
+        fillTable();
+        const std::string refused = table_.commit();
+        failure = failure.empty() ? refused : failure;
     }
-    const auto stayed = std::chrono::steady_clock::now() - arrived;
-    counters_.delay.add(static_cast<uint64_t>(
-        std::chrono::duration_cast<std::chrono::nanoseconds>(stayed).count()));
-    if (shown.reported) {
-        report(packet.octets, side, shown);
-    }
+    return failure;
 }
 
-LiveGateway::Shown LiveGateway::show(std::span<uint8_t> octets, Side side) {
-    Shown shown;
-    PacketLayout& layout = shown.layout;
-    const PacketKind kind = classifyPacket(octets, layout);
-    if (kind != PacketKind::Tcp && kind != PacketKind::Udp) {
+SavedState LiveGateway::state() const {
+    return {seed_, mappings_.allForwards()};
+}
+
+// --- Packets
+
+void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue,
+                         Clock::time_point arrived) {
+    now_ = secondsOf(arrived);
+    Parcel parcel{packet.octets, {}, Side::Inside, false};
+    const PacketKind kind = classifyPacket(packet.octets, parcel.layout);
+    const bool inside = sides_.inside.contains(packet.arrivedOn);
+    if ((!inside && packet.arrivedOn != sides_.outside) ||
+        (kind != PacketKind::Tcp && kind != PacketKind::Udp)) {
         counters_.add(kind == PacketKind::Malformed || kind == PacketKind::Truncated
                           ? Cause::packetsMalformed
                           : Cause::packetsUnseen);
-        return shown;
+        give(packet.id, parcel, queue, arrived);
+        return;
     }
+    parcel.side = inside ? Side::Inside : Side::Outside;
+    if (kind == PacketKind::Tcp && !introduce(parcel)) {
+        give(packet.id, parcel, queue, arrived);
+        return;
+    }
+    if (kind == PacketKind::Tcp && config_.scope == TranslationScope::Full && !config_.dryRun) {
+        const FlowId flow{Protocol::Tcp, sourceOf(packet.octets, parcel.layout),
+                          destinationOf(packet.octets, parcel.layout)};
+        ReleasedSegments released;
+        switch (hold_.take(flow, packet.octets, parcel.layout, packet.id, millisecondsOf(arrived),
+                           released)) {
+        case SegmentHold::Decision::Pass:
+            break;
+        case SegmentHold::Decision::Drop:
+            counters_.add(Cause::segmentsRepeated);
+            counters_.add(Cause::verdictErrors, queue.drop(packet.id) ? 0 : 1);
+            return;
+        case SegmentHold::Decision::Held:
+            counters_.add(Cause::segmentsHeld);
+            waiting_.insert_or_assign(packet.id, Waiting{parcel.side, arrived});
+            return;
+        case SegmentHold::Decision::Release:
+            waiting_.insert_or_assign(packet.id, Waiting{parcel.side, arrived});
+            release(released, queue);
+            return;
+        }
+    }
+    show(parcel);
+    give(packet.id, parcel, queue, arrived);
+    report(now_);
+}
+
+// The verdict. A packet that did not change goes on as the kernel has it.
+void LiveGateway::give(uint32_t id, const Parcel& parcel, PacketQueue& queue,
+                       Clock::time_point arrived) {
+    const bool replace = parcel.changed && !config_.dryRun;
+    if (!queue.accept(id, replace ? parcel.packet : std::span<uint8_t>())) {
+        counters_.add(Cause::verdictErrors);
+    }
+    const auto stayed = Clock::now() - arrived;
+    counters_.delay.add(static_cast<uint64_t>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(stayed).count()));
+}
+
+void LiveGateway::release(ReleasedSegments& released, PacketQueue& queue) {
+    std::vector<bool> changed(released.segments.size(), false);
+    const auto waitingOf = [this](const HeldSegment& segment) {
+        return waiting_.at(static_cast<uint32_t>(segment.token));
+    };
+    if (released.joint) {
+        std::vector<uint8_t> octets = joinSegments(released.segments);
+        Parcel joint{octets, {}, waitingOf(released.segments.front()).side, false};
+        if (classifyPacket(octets, joint.layout) == PacketKind::Tcp) {
+            show(joint);
+        }
+        if (joint.changed) {
+            changed = splitJoint(octets, released.segments);
+        }
+    }
+    for (size_t i = 0; i < released.segments.size(); ++i) {
+        HeldSegment& segment = released.segments[i];
+        const Waiting waiting = waitingOf(segment);
+        Parcel parcel{segment.packet, segment.layout, waiting.side, changed[i]};
+        if (!released.joint) {
+            show(parcel);
+        } else if (parcel.changed) {
+            recomputeChecksums(parcel.packet, parcel.layout);
+        }
+        waiting_.erase(static_cast<uint32_t>(segment.token));
+        give(static_cast<uint32_t>(segment.token), parcel, queue, waiting.arrived);
+    }
+    const HoldCounts& counts = hold_.counts();
+    counters_.set(Cause::segmentsHeldInVain, counts.late + counts.crowded + counts.broken);
+    report(now_);
+}
+
+void LiveGateway::releaseHeld(PacketQueue& queue, Clock::time_point now) {
+    now_ = secondsOf(now);
+    ReleasedSegments released;
+    while (hold_.expire(millisecondsOf(now), false, released)) {
+        log_.info("held-in-vain", {{"from", toText(sourceOf(released.segments.front().packet,
+                                                            released.segments.front().layout))},
+                                   {"to", toText(destinationOf(released.segments.front().packet,
+                                                               released.segments.front().layout))},
+                                   {"segments", std::to_string(released.segments.size())}});
+        release(released, queue);
+        released = {};
+    }
+}
+
+LiveGateway::Clock::time_point LiveGateway::nextRelease() const {
+    const Milliseconds next = hold_.nextExpiry();
+    return next < 0 ? Clock::time_point::max()
+                    : Clock::time_point(std::chrono::milliseconds(next + 1));
+}
+
+void LiveGateway::show(Parcel& parcel) {
     if (log_.isDebug()) {
-        log_.debug("packet", {{"side", side == Side::Inside ? "inside" : "outside"},
-                              {"from", toText(sourceOf(octets, layout))},
-                              {"to", toText(destinationOf(octets, layout))},
-                              {"octets", std::to_string(layout.payloadLength)}});
+        log_.debug("packet", {{"side", parcel.side == Side::Inside ? "inside" : "outside"},
+                              {"from", toText(sourceOf(parcel.packet, parcel.layout))},
+                              {"to", toText(destinationOf(parcel.packet, parcel.layout))},
+                              {"octets", std::to_string(parcel.layout.payloadLength)}});
     }
-    prepareReport(octets, side, shown);
-    if (side == Side::Outside) {
-        counters_.add(Cause::packetsReceived);
-        followCall(octets, layout, side);
-        shown.changed = module_.receive(octets, layout);
+    if (parcel.side == Side::Inside) {
+        showSent(parcel);
     } else {
-        counters_.add(Cause::packetsSent);
-        sentFlow_ = {layout.protocol, sourceOf(octets, layout), destinationOf(octets, layout)};
-        shown.changed = module_.send(octets, layout);
-        followCall(octets, layout, side);
-        leaveForeign(octets, layout);
+        showReceived(parcel);
     }
-    if (shown.changed) {
-        recomputeChecksums(octets, layout);
+    // What was announced must be reachable before the message goes on.
+    if (!commit()) {
+        parcel.changed = false;
+    }
+    if (parcel.changed) {
+        recomputeChecksums(parcel.packet, parcel.layout);
         counters_.add(Cause::packetsRewritten);
     }
-    return shown;
 }
 
-std::optional<FlowId> LiveGateway::insideViewOfPacket(std::span<const uint8_t> octets,
-                                                      const PacketLayout& layout, Side side) {
-    const Endpoint source = sourceOf(octets, layout);
-    const Endpoint destination = destinationOf(octets, layout);
-    if (side == Side::Inside) {
-        return FlowId{layout.protocol, source, destination};
+void LiveGateway::showSent(Parcel& parcel) {
+    counters_.add(Cause::packetsSent);
+    sentFlow_ = {parcel.layout.protocol, sourceOf(parcel.packet, parcel.layout),
+                 destinationOf(parcel.packet, parcel.layout)};
+    if (parcel.layout.protocol == Protocol::Udp) {
+        if (LiveMapping* const mapping = mappings_.findInside(MappingKind::Ras, sentFlow_.local)) {
+            mapping->lastUse = now_;
+        }
     }
-    const auto flow = conntrack_.find(layout.protocol, source, destination);
-    if (!flow) {
+    parcel.changed = module_.send(parcel.packet, parcel.layout);
+}
+
+// The module knows the public address that messages carry.
+void LiveGateway::showReceived(Parcel& parcel) {
+    counters_.add(Cause::packetsReceived);
+    receivedAt_ = destinationOf(parcel.packet, parcel.layout);
+    writeDestination(parcel.packet, parcel.layout,
+                     {advertised(receivedAt_.address), receivedAt_.port});
+    parcel.changed = module_.receive(parcel.packet, parcel.layout);
+    writeDestination(parcel.packet, parcel.layout, receivedAt_);
+}
+
+bool LiveGateway::commit() {
+    const LiveMappings::Swept over = mappings_.takeOver();
+    close(over);
+    if (config_.dryRun) {
+        table_.discard();
+    }
+    const std::string failure = table_.commit();
+    if (!failure.empty()) {
+        log_.warning("nftables", {{"failure", failure}});
+        withdrawOpened();
+    }
+    opened_.clear();
+    return failure.empty();
+}
+
+// The kernel has none of the changes of this packet, so it goes out as it came.
+void LiveGateway::withdrawOpened() {
+    counters_.add(Cause::refusedKernel, opened_.size());
+    for (const uint64_t number : opened_) {
+        mappings_.withdraw(number);
+    }
+    calls_.noteTrouble(call_, "nftables refused the mappings");
+}
+
+// --- Connections whose beginning the module has not seen
+
+std::optional<Endpoint> LiveGateway::listenerAt(uint16_t publicPort) {
+    for (const PublishedHost& host : config_.published) {
+        if (host.publicPort == publicPort) {
+            return Endpoint{host.address, callSignalPort};
+        }
+    }
+    const LiveMapping* const mapping = mappings_.findPublic(Protocol::Tcp, publicPort);
+    return mapping == nullptr ? std::nullopt : std::optional(mapping->inside);
+}
+
+// The public end of a private host's connection; `accepted` when it came from outside.
+std::optional<Endpoint> LiveGateway::publicOf(const FlowId& insideView, bool& accepted) {
+    accepted = true;
+    if (const PublishedHost* const host = publishedAt(insideView.local)) {
+        return Endpoint{sides_.publicAddress, host->publicPort};
+    }
+    if (const LiveMapping* const mapping =
+            mappings_.findInside(MappingKind::Control, insideView.local)) {
+        return mapping->publicEndpoint;
+    }
+    accepted = false;
+    if (insideView.remote.port != callSignalPort && !expected_.contains(keyOf(insideView.remote))) {
         return std::nullopt;
     }
-    const FlowViews views = viewsOf(*flow, flow->originalSource != source);
-    return FlowId{layout.protocol, views.inside, views.remote};
+    const auto flow = conntrack_.find(Protocol::Tcp, insideView.local, insideView.remote);
+    return flow ? std::optional(viewsOf(*flow, true).outside) : std::nullopt;
 }
 
-void LiveGateway::prepareReport(std::span<const uint8_t> octets, Side side, Shown& shown) {
-    const bool opens =
-        shown.layout.protocol == Protocol::Tcp && (tcpFlags(octets, shown.layout) & tcpSyn) != 0;
-    if (shown.layout.payloadLength == 0 && !opens) {
-        return;
-    }
-    const auto view = insideViewOfPacket(octets, shown.layout, side);
-    if (!view || !messages_.mayCarryMessages(*view)) {
-        return;
-    }
-    const auto payload = octets.subspan(shown.layout.payloadOffset, shown.layout.payloadLength);
-    before_.assign(payload.begin(), payload.end());
-    shown.insideView = *view;
-    shown.reported = true;
-}
-
-// Decoding for the log and the counters happens when the packet is on its way already.
-void LiveGateway::report(std::span<const uint8_t> octets, Side side, const Shown& shown) {
-    const PacketLayout& layout = shown.layout;
-    ObservedPayload payload;
-    payload.direction = side == Side::Inside ? Direction::Sent : Direction::Received;
-    payload.insideView = shown.insideView;
-    if (layout.protocol == Protocol::Tcp) {
-        payload.sequence = sequenceNumber(octets, layout);
-        payload.tcpFlags = tcpFlags(octets, layout);
-    }
-    payload.before = before_;
-    payload.after = octets.subspan(layout.payloadOffset, layout.payloadLength);
-    for (const ObservedMessage& message : messages_.observe(payload)) {
-        counters_.add(message.repeated ? Cause::messagesRepeated : Cause::messagesSeen);
-        if (!message.description.decoded) {
-            counters_.add(Cause::messagesUndecodable);
-            log_.info("undecodable", {{"inside", toText(shown.insideView.local)},
-                                      {"remote", toText(shown.insideView.remote)}});
+// Tells the module of a connection when its first octets come. False: not for the module.
+//
+// A private host's SYN tells all. But anybody may knock at a private host that accepts calls; its
+// answer is only remembered, until the connection speaks.
+bool LiveGateway::introduce(const Parcel& parcel) {
+    const uint8_t flags = tcpFlags(parcel.packet, parcel.layout);
+    const Endpoint source = sourceOf(parcel.packet, parcel.layout);
+    const Endpoint destination = destinationOf(parcel.packet, parcel.layout);
+    FlowId insideView{Protocol::Tcp, source, destination};
+    if ((flags & tcpSyn) != 0) {
+        const bool answer = (flags & tcpAck) != 0;
+        if (parcel.side == Side::Inside) {
+            known_.set(insideView,
+                       answer
+                           ? KnownConnection{Acquaintance::Answered,
+                                             {sequenceNumber(parcel.packet, parcel.layout) + 1,
+                                              acknowledgementNumber(parcel.packet, parcel.layout)}}
+                           : KnownConnection{Acquaintance::Introduced, {}});
         }
-        if (message.rewritten) {
-            counters_.add(Cause::messagesRewritten);
-            logRewrite(message, shown.insideView, side);
+        return (parcel.side == Side::Inside) != answer;
+    }
+    if (parcel.layout.payloadLength == 0) {
+        return true;
+    }
+    if (parcel.side == Side::Outside) {
+        const auto listener = listenerAt(destination.port);
+        if (!listener) {
+            return true; // an answer to a private host
         }
+        insideView = {Protocol::Tcp, *listener, source};
     }
+    KnownConnection* const known = known_.find(insideView);
+    if (known != nullptr && known->acquaintance == Acquaintance::Introduced) {
+        return true;
+    }
+    bool accepted = false;
+    auto publicEndpoint = publicOf(insideView, accepted);
+    if (!publicEndpoint) {
+        return config_.scope == TranslationScope::Listed;
+    }
+    if (parcel.side == Side::Outside) {
+        publicEndpoint = destination;
+    }
+    if (known == nullptr || known->acquaintance == Acquaintance::Unknown) {
+        return adopt(parcel, insideView, *publicEndpoint, accepted);
+    }
+    const FirstSequences first = known->first;
+    known->acquaintance = Acquaintance::Introduced;
+    introduceAccepted(insideView, first, *publicEndpoint);
+    return true;
 }
 
-void LiveGateway::logRewrite(const ObservedMessage& message, const FlowId& insideView, Side side) {
-    std::string changes;
-    for (const AddressChange& change : message.changes) {
-        changes += (changes.empty() ? "" : ", ") + change.field + " " + toText(change.from) +
-                   " -> " + toText(change.to);
-    }
-    log_.info("rewrite", {{"direction", side == Side::Inside ? "sent" : "received"},
-                          {"message", message.description.name},
-                          {"inside", toText(insideView.local)},
-                          {"remote", toText(insideView.remote)},
-                          {"changes", changes}});
+void LiveGateway::introduceAccepted(const FlowId& insideView, const FirstSequences& first,
+                                    const Endpoint& publicEndpoint) {
+    PacketLayout layout;
+    const Endpoint told{advertised(publicEndpoint.address), publicEndpoint.port};
+    auto syn = emptySegment(insideView.remote, told, tcpSyn, first.received - 1, 0);
+    classifyPacket(syn, layout);
+    module_.receive(syn, layout);
+    auto answer = emptySegment(insideView.local, insideView.remote, tcpSyn | tcpAck, first.sent - 1,
+                               first.received);
+    classifyPacket(answer, layout);
+    module_.send(answer, layout);
+    hold_.begin(insideView, first.sent);
+    hold_.begin({Protocol::Tcp, insideView.remote, publicEndpoint}, first.received);
 }
 
-// The connections of a private host with a call are shown to the module because one of them may be
-// H.245. One whose first payload is something else goes back to the kernel's own care.
-void LiveGateway::leaveForeign(std::span<const uint8_t> octets, const PacketLayout& layout) {
-    const bool judged = layout.protocol == Protocol::Tcp && layout.payloadLength != 0 &&
-                        config_.queueScope == QueueScope::H323 &&
-                        sentFlow_.local.port != callSignalPort &&
-                        sentFlow_.remote.port != callSignalPort;
-    if (!judged || control_.contains(sentFlow_)) {
-        return;
-    }
-    if (beginsTpkt(octets.subspan(layout.payloadOffset, layout.payloadLength))) {
-        if (control_.size() < maxControlConnections) {
-            control_.insert(sentFlow_);
+// A connection that was there before: it is followed from the first packet that begins with a
+// message. Its other direction is taken to stand between messages too.
+bool LiveGateway::adopt(const Parcel& parcel, const FlowId& insideView,
+                        const Endpoint& publicEndpoint, bool accepted) {
+    const bool sent = parcel.side == Side::Inside;
+    if (!beginsTpkt(payloadOf(parcel.packet, parcel.layout))) {
+        if (known_.find(insideView) == nullptr) {
+            known_.set(insideView, {});
+            counters_.add(Cause::connectionsUnknown);
+            log_.stranger("connection-unknown", {{"inside", toText(insideView.local)},
+                                                 {"remote", toText(insideView.remote)}});
         }
-        return;
+        return false;
     }
-    counters_.add(Cause::foreignConnections);
-    table_.leaveToKernel(sentFlow_.local, sentFlow_.remote);
+    const uint32_t sequence = sequenceNumber(parcel.packet, parcel.layout);
+    const uint32_t acknowledged = acknowledgementNumber(parcel.packet, parcel.layout);
+    const FirstSequences first =
+        sent ? FirstSequences{sequence, acknowledged} : FirstSequences{acknowledged, sequence};
+    known_.set(insideView, {Acquaintance::Introduced, {}});
+    counters_.add(Cause::connectionsAdopted);
+    if (accepted) {
+        introduceAccepted(insideView, first, publicEndpoint);
+        return true;
+    }
+    PacketLayout layout;
+    auto syn = emptySegment(insideView.local, insideView.remote, tcpSyn, first.sent - 1, 0);
+    classifyPacket(syn, layout);
+    module_.send(syn, layout);
+    receivedAt_ = publicEndpoint;
+    auto answer =
+        emptySegment(insideView.remote, {advertised(publicEndpoint.address), publicEndpoint.port},
+                     tcpSyn | tcpAck, first.received - 1, first.sent);
+    classifyPacket(answer, layout);
+    module_.receive(answer, layout);
+    hold_.begin(insideView, first.sent);
+    hold_.begin({Protocol::Tcp, insideView.remote, publicEndpoint}, first.received);
+    return true;
 }
 
-void LiveGateway::followCall(std::span<const uint8_t> octets, const PacketLayout& layout,
-                             Side side) {
-    if (layout.protocol != Protocol::Tcp) {
-        return;
-    }
-    const Endpoint source = sourceOf(octets, layout);
-    const Endpoint destination = destinationOf(octets, layout);
-    const uint8_t flags = tcpFlags(octets, layout);
-    const bool accepted =
-        source.port == callSignalPort && (flags & tcpSyn) != 0 && (flags & tcpAck) != 0;
-    const bool ended = (source.port == callSignalPort || destination.port == callSignalPort) &&
-                       (flags & (tcpFin | tcpReset)) != 0;
-    // A call that is older than the gateway, or whose answers nobody translates and so nobody saw.
-    const bool unknown = side == Side::Inside && destination.port == callSignalPort &&
-                         layout.payloadLength != 0 && !ended &&
-                         !calls_.contains({Protocol::Tcp, source, destination});
-    if (!accepted && !ended && !unknown) {
-        return;
-    }
-    const auto flow = conntrack_.find(Protocol::Tcp, source, destination);
+// --- What the module asks
+
+uint32_t LiveGateway::advertised(uint32_t publicAddress) const {
+    return config_.advertisedAddress != 0 ? config_.advertisedAddress : publicAddress;
+}
+
+const PublishedHost* LiveGateway::publishedAt(const Endpoint& inside) const {
+    const auto found = std::find_if(config_.published.begin(), config_.published.end(),
+                                    [&](const PublishedHost& host) {
+                                        return inside == Endpoint{host.address, callSignalPort};
+                                    });
+    return found == config_.published.end() ? nullptr : &*found;
+}
+
+// The address that the connection in hand leaves from: a router may have several.
+uint32_t LiveGateway::leavesFrom() {
+    const auto flow = conntrack_.find(sentFlow_.protocol, sentFlow_.local, sentFlow_.remote);
     if (!flow) {
-        return;
+        return sides_.publicAddress;
     }
-    const bool towardsOriginal = flow->originalSource == source;
-    const FlowViews views = viewsOf(*flow, (side == Side::Inside) == towardsOriginal);
-    if (ended) {
-        endCall(insideViewOf(views));
-    } else {
-        startCall(insideViewOf(views), accepted && side == Side::Inside, views);
-    }
-}
-
-void LiveGateway::startCall(const FlowId& flow, bool inbound, const FlowViews& views) {
-    if (calls_.size() >= maxCalls || !calls_.emplace(flow, LiveCall{flow, inbound, now_}).second) {
-        return;
-    }
-    counters_.add(Cause::callsStarted);
-    log_.info("call-start", {{"direction", inbound ? "in" : "out"},
-                             {"inside", toText(flow.local)},
-                             {"public", toText(views.outside)},
-                             {"remote", toText(flow.remote)}});
-    if (views.outside.address != publicAddress_) {
-        counters_.add(Cause::callsUntranslated);
-        log_.warning(
-            "call-untranslated",
-            {{"inside", toText(flow.local)},
-             {"leaves_from", toText(views.outside)},
-             {"hint", "no rule gives this connection the public address " + toText(publicAddress_) +
-                          "; set masquerade = yes or add such a rule"}});
-    }
-    if (views.hasHelper) {
-        counters_.add(Cause::helperSeen);
-        log_.warning("kernel-helper",
-                     {{"inside", toText(flow.local)},
-                      {"hint", "the kernel's nf_conntrack_h323 works on this call as well; remove "
-                               "the rule that assigns it, or unload the module"}});
-    }
-}
-
-void LiveGateway::endCall(const FlowId& flow) {
-    const auto found = calls_.find(flow);
-    if (found == calls_.end()) {
-        return;
-    }
-    counters_.add(Cause::callsEnded);
-    log_.info("call-end", {{"direction", found->second.inbound ? "in" : "out"},
-                           {"inside", toText(flow.local)},
-                           {"remote", toText(flow.remote)},
-                           {"seconds", std::to_string(now_ - found->second.started)}});
-    calls_.erase(found);
+    const bool startedInside = flow->originalSource == sentFlow_.local;
+    const uint32_t address = viewsOf(*flow, startedInside).outside.address;
+    return address == sentFlow_.local.address ? sides_.publicAddress : address;
 }
 
 void LiveGateway::refuse(Cause cause, MappingKind kind, const Endpoint& inside,
                          uint32_t remoteAddress) {
     counters_.add(cause);
-    log_.info("mapping-refused", {{"kind", nameOf(kind)},
-                                  {"inside", toText(inside)},
-                                  {"remote", toText(remoteAddress)},
-                                  {"cause", causeTexts()[static_cast<size_t>(cause)].name}});
+    log_.stranger("mapping-refused", {{"kind", nameOf(kind)},
+                                      {"inside", toText(inside)},
+                                      {"remote", toText(remoteAddress)},
+                                      {"cause", causeTexts()[static_cast<size_t>(cause)].name}});
 }
 
 LiveMapping* LiveGateway::openMapping(MappingKind kind, const Endpoint& inside,
@@ -318,7 +549,13 @@ LiveMapping* LiveGateway::openMapping(MappingKind kind, const Endpoint& inside,
         refuse(Cause::refusedForeignAddress, kind, inside, remoteAddress);
         return nullptr;
     }
-    const auto opened = mappings_.open(kind, inside, remoteAddress, sentFlow_, now_);
+    if (inside.port < config_.lowestInsidePort) {
+        refuse(Cause::refusedLowPort, kind, inside, remoteAddress);
+        return nullptr;
+    }
+    const bool known = mappings_.findInside(kind, inside) != nullptr;
+    const auto opened = mappings_.open(
+        {kind, inside, known ? sides_.publicAddress : leavesFrom(), sentFlow_, call_}, now_);
     reused = opened.reused;
     if (opened.mapping == nullptr) {
         refuse(opened.refusal, kind, inside, remoteAddress);
@@ -328,28 +565,24 @@ LiveMapping* LiveGateway::openMapping(MappingKind kind, const Endpoint& inside,
         counters_.add(Cause::mappingsReused);
         return opened.mapping;
     }
-    const std::string failure =
-        config_.dryRun
-            ? ""
-            : table_.addForwards(publicAddress_, LiveMappings::forwardsOf(*opened.mapping));
-    if (!failure.empty()) {
-        log_.warning("nftables", {{"failure", failure}});
-        mappings_.withdraw(*opened.mapping);
-        refuse(Cause::refusedKernel, kind, inside, remoteAddress);
-        return nullptr;
+    for (const PortForward& forward : LiveMappings::forwardsOf(*opened.mapping)) {
+        table_.add(forward);
     }
+    opened_.push_back(opened.mapping->number);
     counters_.add(Cause::mappingsOpened);
     wantsSweep_ = true;
-    log_.info("mapping-open",
-              {{"kind", nameOf(kind)},
-               {"inside", toText(inside)},
-               {"public", toText(Endpoint{publicAddress_, opened.mapping->publicPort})},
-               {"remote", toText(remoteAddress)}});
+    log_.info("mapping-open", {{"kind", nameOf(kind)},
+                               {"inside", toText(inside)},
+                               {"public", toText(opened.mapping->publicEndpoint)}});
     return opened.mapping;
 }
 
+// In the full scope a remote address tells that the mapping is for RAS.
 MediaMapping LiveGateway::openMedia(const Endpoint& inside, uint32_t remoteAddress) {
-    const auto kind = sentFlow_.protocol == Protocol::Udp ? MappingKind::Ras : MappingKind::Media;
+    const bool ras =
+        sentFlow_.protocol == Protocol::Udp &&
+        (config_.scope == TranslationScope::Listed || remoteAddress != UNKNOWN_REMOTE_ADDRESS);
+    const MappingKind kind = ras ? MappingKind::Ras : MappingKind::Media;
     MediaMapping answer;
     answer.publicEndpoint = inside;
     LiveMapping* mapping = openMapping(kind, inside, remoteAddress, answer.reused);
@@ -357,7 +590,8 @@ MediaMapping LiveGateway::openMedia(const Endpoint& inside, uint32_t remoteAddre
         return answer;
     }
     answer.granted = true;
-    answer.publicEndpoint = {publicAddress_, mapping->publicPort};
+    answer.publicEndpoint = {advertised(mapping->publicEndpoint.address),
+                             mapping->publicEndpoint.port};
     // Linked once is enough: the lists are the module's, the lifetimes are ours.
     if (kind == MappingKind::Media && !isLinked(mapping->records[0]) &&
         !isLinked(mapping->records[1])) {
@@ -370,12 +604,19 @@ MediaMapping LiveGateway::openMedia(const Endpoint& inside, uint32_t remoteAddre
 std::optional<ControlMapping> LiveGateway::openControl(const Endpoint& inside,
                                                        uint32_t remoteAddress) {
     ControlMapping answer;
+    if (const PublishedHost* const host = publishedAt(inside);
+        host != nullptr && inside.address == sentFlow_.local.address) {
+        answer.publicEndpoint = {advertised(leavesFrom()), host->publicPort};
+        answer.reused = true;
+        return answer;
+    }
     const LiveMapping* mapping =
         openMapping(MappingKind::Control, inside, remoteAddress, answer.reused);
     if (mapping == nullptr) {
         return std::nullopt;
     }
-    answer.publicEndpoint = {publicAddress_, mapping->publicPort};
+    answer.publicEndpoint = {advertised(mapping->publicEndpoint.address),
+                             mapping->publicEndpoint.port};
     return answer;
 }
 
@@ -394,60 +635,244 @@ HostMappingRecord* LiveGateway::findInside(const Endpoint& inside, const Endpoin
 
 HostMappingRecord* LiveGateway::findOutside(const Endpoint& publicEndpoint,
                                             const Endpoint& remote) {
-    const auto flow = conntrack_.find(Protocol::Tcp, remote, publicEndpoint);
+    if (const auto listener = listenerAt(publicEndpoint.port)) {
+        return recordOf({Protocol::Tcp, *listener, remote});
+    }
+    const auto flow =
+        conntrack_.find(Protocol::Tcp, remote, {receivedAt_.address, publicEndpoint.port});
     if (!flow) {
         return nullptr;
     }
     const bool startedInside = flow->originalSource != remote;
-    return recordOf(insideViewOf(viewsOf(*flow, startedInside)));
+    const FlowViews views = viewsOf(*flow, startedInside);
+    return recordOf({Protocol::Tcp, views.inside, views.remote});
 }
 
-void LiveGateway::sweep(LiveSeconds now) {
-    now_ = now;
-    wantsSweep_ = false;
-    std::vector<TrackedFlow> flows;
-    if (!conntrack_.list(flows)) {
+// --- What the module tells
+
+void LiveGateway::onMessage(const H323ObservedMessage& message) {
+    call_ = message.call;
+    messages_.onMessage(message);
+    const std::string_view name(reinterpret_cast<const char*>(message.name.data),
+                                message.name.length);
+    if (message.direction == H323NAT_RECEIVED &&
+        (name == "gatekeeperConfirm" || name == "registrationConfirm")) {
+        LiveMapping* const mapping = mappings_.findPublic(Protocol::Udp, message.inside.port);
+        if (mapping != nullptr && mapping->kind == MappingKind::Ras &&
+            mapping->owner.remote.address == message.outside.address) {
+            mapping->answered = true;
+        }
+    }
+}
+
+void LiveGateway::onRewritten(const H323ObservedAddress& address) {
+    messages_.onRewritten(address);
+}
+
+void LiveGateway::onLeft(const H323ObservedAddress& address) {
+    messages_.onLeft(address);
+}
+
+void LiveGateway::onCallBegan(const H323ObservedCall& told) {
+    const LiveCall& call = calls_.begin(told, now_);
+    begun_.push_back(call.number);
+    counters_.add(Cause::callsStarted);
+    log_.info("call-start", {{"call", std::to_string(call.number)},
+                             {"direction", call.inbound ? "in" : "out"},
+                             {"inside", toText(call.inside)},
+                             {"remote", toText(call.remote)},
+                             {"from", call.calling},
+                             {"to", call.called}});
+}
+
+void LiveGateway::onCallEnded(const H323ObservedCall& told) {
+    mappings_.endCall(told.call, now_);
+    const LiveCall* const call = calls_.end(told, now_);
+    if (call == nullptr) {
         return;
     }
-    const LiveMappings::Swept swept = mappings_.sweep(flows, publicAddress_, now);
-    if (!config_.dryRun && !swept.forwards.empty()) {
-        table_.removeForwards(swept.forwards);
+    wantsSweep_ = true;
+    counters_.add(Cause::callsEnded);
+    log_.info("call-end", {{"call", std::to_string(call->number)},
+                           {"direction", call->inbound ? "in" : "out"},
+                           {"inside", toText(call->inside)},
+                           {"remote", toText(call->remote)},
+                           {"seconds", std::to_string(now_ - call->started)},
+                           {"end", endName(call->end)},
+                           {"cause", std::to_string(call->cause)},
+                           {"verdict", call->verdict()}});
+}
+
+void LiveGateway::watch(SetId set, const Endpoint& endpoint) {
+    auto& counts = set == SetId::Expected ? expected_ : listening_;
+    if (++counts[keyOf(endpoint)] == 1) {
+        table_.add(elementOf(set, endpoint));
+    }
+}
+
+void LiveGateway::unwatch(SetId set, const Endpoint& endpoint) {
+    auto& counts = set == SetId::Expected ? expected_ : listening_;
+    const auto found = counts.find(keyOf(endpoint));
+    if (found != counts.end() && --found->second == 0) {
+        counts.erase(found);
+        table_.remove(elementOf(set, endpoint));
+    }
+}
+
+void LiveGateway::onAnnounced(const H323ObservedConnection& connection) {
+    messages_.onAnnounced(connection);
+    if (connection.protocol != static_cast<uint32_t>(Protocol::Tcp)) {
+        return;
+    }
+    const Endpoint publicEndpoint = endpointOf(connection.publicEndpoint);
+    if (publicEndpoint.port == 0) {
+        if (connection.outside.port != 0 && isFollowedRole(connection.role)) {
+            watch(SetId::Expected, endpointOf(connection.outside));
+        }
+        return;
+    }
+    LiveMapping* const mapping = mappings_.findPublic(Protocol::Tcp, publicEndpoint.port);
+    if (mapping == nullptr) {
+        return; // published: its elements stay
+    }
+    mapping->role = connection.role;
+    if (isFollowedRole(connection.role)) {
+        watch(SetId::Listening, mapping->inside);
+        table_.add(elementOf(SetId::Answering, publicEndpoint.port));
+    }
+}
+
+void LiveGateway::onOver(const H323ObservedConnection& connection) {
+    messages_.onOver(connection);
+    const Endpoint publicEndpoint = endpointOf(connection.publicEndpoint);
+    const auto protocol = static_cast<Protocol>(connection.protocol);
+    if (publicEndpoint.port == 0) {
+        if (protocol == Protocol::Tcp && connection.outside.port != 0 &&
+            isFollowedRole(connection.role)) {
+            unwatch(SetId::Expected, endpointOf(connection.outside));
+        }
+        return;
+    }
+    mappings_.markOver(protocol, publicEndpoint.port);
+}
+
+// --- Reports, when the packet is on its way already
+
+void LiveGateway::report(LiveSeconds now) {
+    for (const uint64_t number : std::exchange(begun_, {})) {
+        const auto call = calls_.running().find(number);
+        if (call != calls_.running().end()) {
+            checkTranslated(call->second);
+        }
+    }
+    for (const ReportedMessage& message : messages_.takeMessages()) {
+        calls_.note(message, now);
+        reportMessage(message);
+    }
+    call_ = 0;
+}
+
+void LiveGateway::reportMessage(const ReportedMessage& message) {
+    const bool repeated = (message.flags & H323NAT_MESSAGE_REPEATED) != 0;
+    const bool sent = message.direction == H323NAT_SENT;
+    counters_.add(repeated ? Cause::messagesRepeated : Cause::messagesSeen);
+    if ((message.flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) != 0) {
+        counters_.add(Cause::messagesUndecodable);
+        log_.stranger("undecodable", {{"direction", sent ? "sent" : "received"},
+                                      {"message", message.name},
+                                      {"inside", toText(message.inside)},
+                                      {"remote", toText(message.outside)}});
+    }
+    if (!message.rewritten.empty()) {
+        counters_.add(Cause::messagesRewritten);
+        if ((message.flags & H323NAT_MESSAGE_SIGNED) != 0) {
+            counters_.add(Cause::messagesSigned);
+        }
+        log_.info("rewrite", {{"direction", sent ? "sent" : "received"},
+                              {"message", message.name},
+                              {"inside", toText(message.inside)},
+                              {"remote", toText(message.outside)},
+                              {"changes", changesText(message)}});
+    }
+    if (!sent) {
+        return;
+    }
+    for (const ReportedAddress& address :
+         addressesRemaining(message, Network{message.inside.address, 32})) {
+        counters_.add(Cause::addressesLeft);
+        calls_.noteTrouble(message.call, troubleText(message, address));
+        log_.info("address-left", {{"message", message.name},
+                                   {"inside", toText(message.inside)},
+                                   {"remote", toText(message.outside)},
+                                   {"path", shortPath(address.path)},
+                                   {"address", toText(address.from)},
+                                   {"cause", leftCauseName(address.cause)}});
+    }
+}
+
+void LiveGateway::checkTranslated(const LiveCall& call) {
+    const auto flow = conntrack_.find(Protocol::Tcp, call.inside, call.remote);
+    if (!flow) {
+        return;
+    }
+    const FlowViews views = viewsOf(*flow, !call.inbound);
+    if (!call.inbound && views.outside.address == call.inside.address) {
+        counters_.add(Cause::callsUntranslated);
+        calls_.noteTrouble(call.number, "no rule of the machine translates it");
+        log_.warning("call-untranslated",
+                     {{"inside", toText(call.inside)},
+                      {"leaves_from", toText(views.outside)},
+                      {"hint", "no rule gives this connection the public address " +
+                                   toText(sides_.publicAddress) +
+                                   "; set masquerade = yes or add such a rule"}});
+    }
+    if (views.hasHelper) {
+        counters_.add(Cause::helperSeen);
+        calls_.noteTrouble(call.number, "the kernel's own helper works on it as well");
+        log_.warning("kernel-helper",
+                     {{"inside", toText(call.inside)},
+                      {"hint", "the kernel's nf_conntrack_h323 works on this call as well; remove "
+                               "the rule that assigns it, or unload the module"}});
+    }
+}
+
+// --- Ends
+
+void LiveGateway::close(const LiveMappings::Swept& swept) {
+    for (const PortForward& forward : swept.forwards) {
+        table_.remove(forward);
+    }
+    for (const LiveMapping& mapping : swept.ended) {
+        if (mapping.kind == MappingKind::Control) {
+            table_.remove(elementOf(SetId::Listening, mapping.inside));
+            table_.remove(elementOf(SetId::Answering, mapping.publicEndpoint.port));
+            listening_.erase(keyOf(mapping.inside));
+        }
+        counters_.add(Cause::mappingsEnded);
+        log_.info("mapping-end", {{"kind", nameOf(mapping.kind)},
+                                  {"inside", toText(mapping.inside)},
+                                  {"public", toText(mapping.publicEndpoint)},
+                                  {"seconds", std::to_string(now_ - mapping.opened)}});
     }
     for (const TrackedFlow& flow : swept.flows) {
         if (!config_.dryRun && conntrack_.remove(flow)) {
             counters_.add(Cause::flowsRemoved);
         }
     }
-    for (const LiveMapping& mapping : swept.ended) {
-        counters_.add(Cause::mappingsEnded);
-        log_.info("mapping-end", {{"kind", nameOf(mapping.kind)},
-                                  {"inside", toText(mapping.inside)},
-                                  {"public", toText(Endpoint{publicAddress_, mapping.publicPort})},
-                                  {"seconds", std::to_string(now - mapping.opened)}});
-    }
-    forgetClosed(flows);
 }
 
-void LiveGateway::forgetClosed(std::span<const TrackedFlow> flows) {
-    std::unordered_set<FlowId, FlowIdHash> open;
-    for (const TrackedFlow& flow : flows) {
-        if (flow.tcpOpen) {
-            open.insert(insideViewOf(viewsOf(flow, true)));
-            open.insert(insideViewOf(viewsOf(flow, false)));
-        }
-    }
-    const auto isOpen = [&](const FlowId& flow) { return open.contains(flow); };
-    records_.sweep(isOpen, now_);
-    std::erase_if(control_, [&](const FlowId& flow) { return !isOpen(flow); });
-    std::vector<FlowId> over;
-    for (const auto& [flow, call] : calls_) {
-        if (!isOpen(flow)) {
-            over.push_back(flow);
-        }
-    }
-    for (const FlowId& flow : over) {
-        endCall(flow);
-    }
+void LiveGateway::sweep(const FlowSurvey& survey, LiveSeconds now) {
+    now_ = now;
+    wantsSweep_ = false;
+    close(mappings_.sweep(survey, readUses(config_.table, "active", useTimeout), now));
+    commit();
+    records_.sweep([&](const FlowId& flow) { return survey.isOpen(flow); }, now_);
+}
+
+FlowSurvey LiveGateway::survey() const {
+    FlowSurvey survey = mappings_.survey();
+    records_.forEach([&](const FlowId& flow) { survey.addOwner(flow); });
+    return survey;
 }
 
 } // namespace gateway

@@ -4,60 +4,93 @@
 #include "gateway/live/conntrack.h"
 #include "gateway/live/event_log.h"
 #include "gateway/live/flow_records.h"
+#include "gateway/live/known_connections.h"
+#include "gateway/live/live_calls.h"
 #include "gateway/live/live_mappings.h"
 #include "gateway/live/netfilter_table.h"
 #include "gateway/live/packet_queue.h"
-#include "gateway/message_tracker.h"
+#include "gateway/live/saved_state.h"
+#include "gateway/message_log.h"
 #include "gateway/module_session.h"
+#include "gateway/segment_hold.h"
 
-#include <memory>
+#include <chrono>
+#include <set>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace gateway {
 
-// A call-signalling connection between a private host and an outside party.
-struct LiveCall {
-    FlowId flow; // inside view
-    bool inbound = false;
-    LiveSeconds started = 0;
+// The machine's interfaces and address as they are now.
+struct RouterSides {
+    std::set<uint32_t> inside; // interface indices
+    uint32_t outside = 0;      // 0: the interface does not exist
+    uint32_t publicAddress = 0;
 };
 
 // The host of the module on a Linux router: packets of the queue go to the module's hooks, the
-// module's requests become elements of the nftables maps, and the kernel's connection table tells
+// module's requests become elements of the nftables sets, and the kernel's connection table tells
 // which flows are whose.
-class LiveGateway final : private Translator {
+class LiveGateway final : private Translator, private ModuleObserver {
 public:
-    LiveGateway(const LiveConfig& config, uint32_t publicAddress, NetfilterTable& table,
-                Conntrack& conntrack, EventLog& log, Counters& counters);
+    using Clock = std::chrono::steady_clock;
 
-    // Takes over the mappings of a table left behind, and makes the gateway's own. Gives an empty
-    // text, or what went wrong.
-    std::string start(LiveSeconds now);
+    LiveGateway(const LiveConfig& config, uint32_t publicAddress, uint64_t seed,
+                NetfilterTable& table, Conntrack& conntrack, EventLog& log, Counters& counters);
 
-    // One packet that the kernel waits for. The verdict is given before it returns.
-    void handle(const QueuedPacket& packet, PacketQueue& queue, LiveSeconds now);
+    // Takes over the mappings of an earlier run, by its state and by the table that it may have
+    // left behind, and makes the gateway's own table. Gives an empty text, or what went wrong.
+    std::string start(const SavedState& before, LiveSeconds now);
 
-    // Closes what is over. To be called every `sweep` seconds, and soon when `wantsSweep`.
-    void sweep(LiveSeconds now);
+    // One packet that the kernel waits for. Its verdict is given before this returns, or when the
+    // rest of its message has come.
+    void handle(const QueuedPacket& packet, PacketQueue& queue, Clock::time_point now);
+
+    // Lets go what was held for too long. `nextRelease` tells when to call it: never, if nothing is
+    // held.
+    void releaseHeld(PacketQueue& queue, Clock::time_point now);
+    [[nodiscard]] Clock::time_point nextRelease() const;
+
+    // What a survey of the kernel's flows has to look for.
+    [[nodiscard]] FlowSurvey survey() const;
+
+    // Closes what is over, by a survey that `survey` began.
+    // To be called every `sweep` seconds, and soon when `wantsSweep`.
+    void sweep(const FlowSurvey& survey, LiveSeconds now);
     [[nodiscard]] bool wantsSweep() const { return wantsSweep_; }
 
-    // Goes on with a new configuration or public address; calls and mappings stay. Gives an empty
-    // text, or why the kernel refused the new rules, in which case nothing has changed.
-    std::string reconfigure(const LiveConfig& config, uint32_t publicAddress);
+    // Goes on with a new configuration; calls and mappings stay. Gives an empty text, or why the
+    // kernel refused the new rules, in which case nothing has changed.
+    std::string reconfigure(const LiveConfig& config);
 
-    // The indices of the two interfaces; 0 while an interface does not exist.
-    void setInterfaces(uint32_t inside, uint32_t outside);
+    // Goes on with other interfaces or another public address. Gives an empty text, or why the
+    // kernel refused the new rules.
+    std::string setSides(const RouterSides& sides);
 
+    // Makes the table again, after somebody else has removed it or parts of it.
+    std::string restoreTable();
+
+    [[nodiscard]] SavedState state() const;
     [[nodiscard]] const LiveConfig& config() const { return config_; }
-    [[nodiscard]] uint32_t publicAddress() const { return publicAddress_; }
+    [[nodiscard]] const RouterSides& sides() const { return sides_; }
+    [[nodiscard]] uint32_t publicAddress() const { return sides_.publicAddress; }
     [[nodiscard]] const LiveMappings& mappings() const { return mappings_; }
-    [[nodiscard]] const std::unordered_map<FlowId, LiveCall, FlowIdHash>& calls() const {
-        return calls_;
-    }
+    [[nodiscard]] const LiveCalls& calls() const { return calls_; }
 
 private:
     enum class Side : uint8_t { Inside, Outside };
+
+    // A packet that waits for the rest of its message.
+    struct Waiting {
+        Side side;
+        Clock::time_point arrived;
+    };
+    // What goes to the module together, and what becomes of it.
+    struct Parcel {
+        std::span<uint8_t> packet;
+        PacketLayout layout;
+        Side side;
+        bool changed = false;
+    };
 
     MediaMapping openMedia(const Endpoint& inside, uint32_t remoteAddress) override;
     std::optional<ControlMapping> openControl(const Endpoint& inside,
@@ -65,32 +98,52 @@ private:
     HostMappingRecord* findInside(const Endpoint& inside, const Endpoint& remote) override;
     HostMappingRecord* findOutside(const Endpoint& publicEndpoint, const Endpoint& remote) override;
 
-    // A packet that may carry H.323 messages, kept until its verdict is given.
-    struct Shown {
-        bool changed = false;
-        bool reported = false;
-        FlowId insideView;
-        PacketLayout layout;
-    };
+    void onMessage(const H323ObservedMessage& message) override;
+    void onRewritten(const H323ObservedAddress& address) override;
+    void onLeft(const H323ObservedAddress& address) override;
+    void onCallBegan(const H323ObservedCall& call) override;
+    void onCallEnded(const H323ObservedCall& call) override;
+    void onAnnounced(const H323ObservedConnection& connection) override;
+    void onOver(const H323ObservedConnection& connection) override;
 
-    Shown show(std::span<uint8_t> octets, Side side);
-    void prepareReport(std::span<const uint8_t> octets, Side side, Shown& shown);
-    void report(std::span<const uint8_t> octets, Side side, const Shown& shown);
-    void logRewrite(const ObservedMessage& message, const FlowId& insideView, Side side);
-    std::optional<FlowId> insideViewOfPacket(std::span<const uint8_t> octets,
-                                             const PacketLayout& layout, Side side);
+    void pass(const QueuedPacket& packet, PacketQueue& queue, Clock::time_point arrived);
+    void release(ReleasedSegments& released, PacketQueue& queue);
+    void give(uint32_t id, const Parcel& parcel, PacketQueue& queue, Clock::time_point arrived);
+
+    void show(Parcel& parcel);
+    void showSent(Parcel& parcel);
+    void showReceived(Parcel& parcel);
+    bool commit();
+
+    bool introduce(const Parcel& parcel);
+    void introduceAccepted(const FlowId& insideView, const FirstSequences& first,
+                           const Endpoint& publicEndpoint);
+    bool adopt(const Parcel& parcel, const FlowId& insideView, const Endpoint& publicEndpoint,
+               bool accepted);
+    std::optional<Endpoint> publicOf(const FlowId& insideView, bool& accepted);
+    std::optional<Endpoint> listenerAt(uint16_t publicPort);
+
     LiveMapping* openMapping(MappingKind kind, const Endpoint& inside, uint32_t remoteAddress,
                              bool& reused);
     void refuse(Cause cause, MappingKind kind, const Endpoint& inside, uint32_t remoteAddress);
-    void followCall(std::span<const uint8_t> octets, const PacketLayout& layout, Side side);
-    void startCall(const FlowId& flow, bool inbound, const FlowViews& views);
-    void endCall(const FlowId& flow);
-    void forgetClosed(std::span<const TrackedFlow> flows);
-    void leaveForeign(std::span<const uint8_t> octets, const PacketLayout& layout);
+    void withdrawOpened();
+    [[nodiscard]] uint32_t leavesFrom();
+    [[nodiscard]] uint32_t advertised(uint32_t publicAddress) const;
+    const PublishedHost* publishedAt(const Endpoint& inside) const;
+    void addPublished();
+    void fillTable();
+    void watch(SetId set, const Endpoint& endpoint);
+    void unwatch(SetId set, const Endpoint& endpoint);
+    void close(const LiveMappings::Swept& swept);
+
+    void report(LiveSeconds now);
+    void reportMessage(const ReportedMessage& message);
+    void checkTranslated(const LiveCall& call);
     HostMappingRecord* recordOf(const FlowId& insideView);
 
     LiveConfig config_;
-    uint32_t publicAddress_;
+    RouterSides sides_;
+    uint64_t seed_;
     NetfilterTable& table_;
     Conntrack& conntrack_;
     EventLog& log_;
@@ -98,18 +151,22 @@ private:
     LiveMappings mappings_;
     FlowRecords records_;
     ModuleSession module_;
-    std::unordered_map<FlowId, LiveCall, FlowIdHash> calls_;
-    std::unordered_set<FlowId, FlowIdHash> control_; // TCP connections that may be H.245
-    uint32_t insideIndex_ = 0;
-    uint32_t outsideIndex_ = 0;
+    SegmentHold hold_;
+    KnownConnections known_;
+    LiveCalls calls_;
+    MessageLog messages_;
+    std::unordered_map<uint32_t, Waiting> waiting_; // by packet number
+    std::unordered_map<LocalId, uint32_t, LocalIdHash> expected_;
+    std::unordered_map<LocalId, uint32_t, LocalIdHash> listening_;
     bool wantsSweep_ = false;
-
-    MessageTracker messages_;
-    std::vector<uint8_t> before_; // payload before the module saw it
 
     // Of the packet in the module's hands.
     LiveSeconds now_ = 0;
-    FlowId sentFlow_;
+    FlowId sentFlow_;              // what the private host sent
+    Endpoint receivedAt_;          // where the packet from outside arrived
+    uint64_t call_ = 0;            // of the message in it
+    std::vector<uint64_t> opened_; // mappings
+    std::vector<uint64_t> begun_;  // calls
 };
 
 } // namespace gateway

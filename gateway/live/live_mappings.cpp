@@ -3,19 +3,27 @@
 #include "gateway/mapping_links.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace gateway {
 namespace {
+
+constexpr LiveSeconds unansweredHold = 30; // of a RAS mapping, until a gatekeeper confirms
+constexpr uint32_t unansweredOfAll = 256;
 
 Endpoint neighbour(const Endpoint& endpoint, int index) {
     return {endpoint.address, static_cast<uint16_t>(endpoint.port + index)};
 }
 
-// A port outside the range is no wish: rules of the operator may open only the range.
-uint16_t wishFor(const Endpoint& inside, const LiveConfig& config) {
-    const bool usable =
-        inside.port % 2 == 0 && inside.port >= config.firstPort && inside.port < config.lastPort;
-    return usable ? inside.port : uint16_t{0};
+Protocol protocolOf(MappingKind kind) {
+    return kind == MappingKind::Control ? Protocol::Tcp : Protocol::Udp;
+}
+
+// Steele, Lea, Flood: "Fast splittable pseudorandom number generators", the mixing function.
+uint64_t mixed(uint64_t value) {
+    value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9U;
+    value = (value ^ (value >> 27)) * 0x94D049BB133111EBU;
+    return value ^ (value >> 31);
 }
 
 } // namespace
@@ -26,13 +34,12 @@ const char* nameOf(MappingKind kind) {
 }
 
 size_t LiveMappings::KeyHash::operator()(const Key& key) const noexcept {
-    const auto protocol = key.kind == MappingKind::Control ? Protocol::Tcp : Protocol::Udp;
-    return LocalIdHash{}({protocol, key.inside}) * 3 + static_cast<size_t>(key.kind);
+    return LocalIdHash{}({protocolOf(key.kind), key.inside}) * 3 + static_cast<size_t>(key.kind);
 }
 
-LiveMappings::LiveMappings(const LiveConfig& config)
-    : config_(config), udpPorts_(config.firstPort, config.lastPort),
-      tcpPorts_(config.firstPort, config.lastPort) {}
+LiveMappings::LiveMappings(const LiveConfig& config, uint64_t seed, PortCheck isFree)
+    : config_(config), seed_(seed), isFree_(std::move(isFree)),
+      udpPorts_(config.firstPort, config.lastPort), tcpPorts_(config.firstPort, config.lastPort) {}
 
 void LiveMappings::configure(const LiveConfig& config) {
     const bool sameRange =
@@ -44,7 +51,9 @@ void LiveMappings::configure(const LiveConfig& config) {
     udpPorts_ = PortAllocator(config.firstPort, config.lastPort);
     tcpPorts_ = PortAllocator(config.firstPort, config.lastPort);
     for (const LiveMapping& mapping : mappings_) {
-        allocator(mapping.protocol()).takePairExactly(mapping.publicPort);
+        for (int i = 0; i < mapping.ports(); ++i) {
+            allocator(mapping.protocol()).takeExactly(neighbour(mapping.publicEndpoint, i).port);
+        }
     }
 }
 
@@ -52,56 +61,122 @@ PortAllocator& LiveMappings::allocator(Protocol protocol) {
     return protocol == Protocol::Udp ? udpPorts_ : tcpPorts_;
 }
 
-LiveMapping& LiveMappings::add(MappingKind kind, const Endpoint& inside, uint16_t publicPort,
-                               LiveSeconds now) {
+LiveMapping& LiveMappings::add(MappingKind kind, const Endpoint& inside,
+                               const Endpoint& publicEndpoint, LiveSeconds now) {
     LiveMapping& mapping = mappings_.emplace_back();
+    const auto position = std::prev(mappings_.end());
+    mapping.number = nextNumber_++;
     mapping.kind = kind;
     mapping.inside = inside;
-    mapping.publicPort = publicPort;
+    mapping.publicEndpoint = publicEndpoint;
     mapping.opened = now;
     mapping.lastUse = now;
     for (int i = 0; i < mapping.ports(); ++i) {
         mapping.records[i].insideAddress = inside.address;
         mapping.records[i].insidePort = neighbour(inside, i).port;
+        byPublicPort_.emplace(LocalId{mapping.protocol(), {0, neighbour(publicEndpoint, i).port}},
+                              position);
         if (mapping.protocol() == Protocol::Udp) {
             const LocalId local{Protocol::Udp, neighbour(inside, i)};
-            mapping.leaves[i] = leaving_.emplace(local, &mapping).second;
+            mapping.leaves[i] = leaving_.emplace(local, mapping.number).second;
         }
     }
-    byInside_.emplace(Key{kind, inside}, std::prev(mappings_.end()));
+    byInside_.emplace(Key{kind, inside}, position);
+    byNumber_.emplace(mapping.number, position);
     ++perHost_[inside.address];
     return mapping;
 }
 
-LiveMappings::Opened LiveMappings::open(MappingKind kind, const Endpoint& inside,
-                                        uint32_t remoteAddress, const FlowId& owner,
-                                        LiveSeconds now) {
+// Spread over the range by endpoint and seed.
+uint16_t LiveMappings::wishFor(MappingKind kind, const Endpoint& inside) const {
+    const uint64_t key = static_cast<uint64_t>(inside.address) << 24 ^
+                         static_cast<uint64_t>(inside.port) << 4 ^ static_cast<uint64_t>(kind);
+    const auto ports = static_cast<uint64_t>(config_.lastPort - config_.firstPort + 1);
+    auto wish = static_cast<uint16_t>(config_.firstPort + mixed(key ^ seed_) % ports);
+    if (kind != MappingKind::Media) {
+        return wish;
+    }
+    wish = static_cast<uint16_t>(wish & ~1U);
+    return wish < config_.firstPort || wish >= config_.lastPort
+               ? static_cast<uint16_t>((config_.firstPort + 1) & ~1U)
+               : wish;
+}
+
+std::optional<uint16_t> LiveMappings::takePort(MappingKind kind, const Endpoint& inside) {
+    const Protocol protocol = protocolOf(kind);
+    PortAllocator& ports = allocator(protocol);
+    const bool pair = kind == MappingKind::Media;
+    if (pair && inside.port == 65535) {
+        return std::nullopt;
+    }
+    uint16_t wish = wishFor(kind, inside);
+    // Ports that the machine uses itself stay taken: a few looks more, once each.
+    for (;;) {
+        const auto port = pair ? ports.takePair(wish) : ports.take(wish);
+        if (!port || (isFree_(protocol, *port) &&
+                      (!pair || isFree_(protocol, static_cast<uint16_t>(*port + 1))))) {
+            return port;
+        }
+        wish = *port;
+    }
+}
+
+// Registrations that no gatekeeper answers may come under any address: the oldest gives way.
+bool LiveMappings::makeRoomForRegistration(uint32_t host) {
+    uint32_t ofHost = 0;
+    uint32_t ofAll = 0;
+    const LiveMapping* oldest = nullptr;
+    for (const LiveMapping& mapping : mappings_) {
+        if (mapping.kind == MappingKind::Ras && !mapping.answered && !mapping.over) {
+            ++ofAll;
+            ofHost += mapping.inside.address == host ? 1 : 0;
+            oldest = oldest == nullptr ? &mapping : oldest;
+        }
+    }
+    if (ofHost >= config_.unansweredPerHost) {
+        return false;
+    }
+    if (ofAll >= unansweredOfAll) {
+        markOver(Protocol::Udp, oldest->publicEndpoint.port);
+    }
+    return true;
+}
+
+LiveMappings::Opened LiveMappings::open(const Request& request, LiveSeconds now) {
     Opened opened;
-    if (const auto found = byInside_.find(Key{kind, inside}); found != byInside_.end()) {
+    if (const auto found = byInside_.find(Key{request.kind, request.inside});
+        found != byInside_.end()) {
         opened.mapping = &*found->second;
         opened.reused = true;
-        opened.mapping->lastUse = now;
-        opened.mapping->owner = owner;
-        return opened;
+    } else {
+        const auto held = perHost_.find(request.inside.address);
+        if ((held != perHost_.end() && held->second >= config_.mappingsPerHost) ||
+            (request.kind == MappingKind::Ras &&
+             !makeRoomForRegistration(request.inside.address))) {
+            opened.refusal = Cause::refusedHostLimit;
+            return opened;
+        }
+        const auto port = takePort(request.kind, request.inside);
+        if (!port) {
+            return opened;
+        }
+        opened.mapping = &add(request.kind, request.inside, {request.publicAddress, *port}, now);
+        opened.mapping->answered = config_.scope == TranslationScope::Listed;
     }
-    const auto held = perHost_.find(inside.address);
-    if (held != perHost_.end() && held->second >= config_.mappingsPerHost) {
-        opened.refusal = Cause::refusedHostLimit;
-        return opened;
+    LiveMapping& mapping = *opened.mapping;
+    mapping.lastUse = now;
+    mapping.owner = request.owner;
+    mapping.over = false;
+    mapping.callOver = false;
+    if (mapping.call != request.call && request.call != 0) {
+        byCall_[request.call].push_back(mapping.number);
     }
-    const Protocol protocol = kind == MappingKind::Control ? Protocol::Tcp : Protocol::Udp;
-    const auto port = inside.port == 65535 ? std::nullopt
-                                           : allocator(protocol).takePair(wishFor(inside, config_));
-    if (!port) {
-        return opened;
-    }
-    opened.mapping = &add(kind, inside, *port, now);
-    opened.mapping->remoteAddress = remoteAddress;
-    opened.mapping->owner = owner;
+    mapping.call = request.call;
     return opened;
 }
 
-size_t LiveMappings::adopt(std::span<const PortForward> forwards, LiveSeconds now) {
+size_t LiveMappings::adopt(std::span<const PortForward> forwards, uint32_t publicAddress,
+                           LiveSeconds now) {
     const auto hasNeighbour = [&](const PortForward& forward) {
         return std::any_of(forwards.begin(), forwards.end(), [&](const PortForward& other) {
             return other.publicPort == forward.publicPort + 1 &&
@@ -110,39 +185,87 @@ size_t LiveMappings::adopt(std::span<const PortForward> forwards, LiveSeconds no
     };
     size_t adopted = 0;
     for (const PortForward& forward : forwards) {
-        // The odd port of a pair comes with the even one; RAS has an even port alone.
-        const MappingKind kind = hasNeighbour(forward) ? MappingKind::Media : MappingKind::Ras;
-        if (forward.publicPort % 2 != 0 || forward.inside.port == 65535 ||
-            byInside_.contains(Key{kind, forward.inside}) ||
-            !udpPorts_.takePairExactly(forward.publicPort)) {
+        // The odd port of a pair comes with the even one.
+        const bool pair = forward.kind == MappingKind::Media;
+        PortAllocator& ports = allocator(protocolOf(forward.kind));
+        if ((pair && (forward.publicPort % 2 != 0 || !hasNeighbour(forward))) ||
+            byInside_.contains(Key{forward.kind, forward.inside}) ||
+            !(pair ? ports.takePairExactly(forward.publicPort)
+                   : ports.takeExactly(forward.publicPort))) {
             continue;
         }
-        LiveMapping& mapping = add(kind, forward.inside, forward.publicPort, now);
+        LiveMapping& mapping =
+            add(forward.kind, forward.inside, {publicAddress, forward.publicPort}, now);
         mapping.adopted = true;
+        mapping.answered = true;
         mapping.fresh = false;
         ++adopted;
     }
     return adopted;
 }
 
-void LiveMappings::withdraw(LiveMapping& mapping) {
-    const auto found = byInside_.find(Key{mapping.kind, mapping.inside});
-    if (found != byInside_.end()) {
+LiveMapping* LiveMappings::findPublic(Protocol protocol, uint16_t publicPort) {
+    const auto found = byPublicPort_.find({protocol, {0, publicPort}});
+    return found == byPublicPort_.end() ? nullptr : &*found->second;
+}
+
+LiveMapping* LiveMappings::findInside(MappingKind kind, const Endpoint& inside) {
+    const auto found = byInside_.find(Key{kind, inside});
+    return found == byInside_.end() ? nullptr : &*found->second;
+}
+
+void LiveMappings::withdraw(uint64_t number) {
+    const auto found = byNumber_.find(number);
+    if (found != byNumber_.end()) {
         const Iterator position = found->second;
         release(position);
         mappings_.erase(position);
     }
 }
 
+void LiveMappings::endCall(uint64_t call, LiveSeconds now) {
+    const auto found = byCall_.find(call);
+    if (found == byCall_.end()) {
+        return;
+    }
+    for (const uint64_t number : found->second) {
+        const auto mapping = byNumber_.find(number);
+        if (mapping != byNumber_.end() && mapping->second->call == call) {
+            mapping->second->callOver = true;
+            mapping->second->lastUse = std::max(mapping->second->lastUse, now);
+        }
+    }
+    byCall_.erase(found);
+}
+
+void LiveMappings::markOver(Protocol protocol, uint16_t publicPort) {
+    LiveMapping* const mapping = findPublic(protocol, publicPort);
+    if (mapping != nullptr && !mapping->over) {
+        mapping->over = true;
+        over_.push_back(mapping->number);
+    }
+}
+
+void LiveMappings::setPublicAddress(uint32_t before, uint32_t address) {
+    for (LiveMapping& mapping : mappings_) {
+        if (mapping.publicEndpoint.address == before) {
+            mapping.publicEndpoint.address = address;
+        }
+    }
+}
+
 void LiveMappings::release(Iterator mapping) {
     for (int i = 0; i < mapping->ports(); ++i) {
         unlink(mapping->records[i]);
+        const uint16_t publicPort = neighbour(mapping->publicEndpoint, i).port;
+        byPublicPort_.erase(LocalId{mapping->protocol(), {0, publicPort}});
+        allocator(mapping->protocol()).release(publicPort);
         if (mapping->leaves[i]) {
             leaving_.erase({Protocol::Udp, neighbour(mapping->inside, i)});
         }
     }
-    allocator(mapping->protocol()).releasePair(mapping->publicPort);
     byInside_.erase(Key{mapping->kind, mapping->inside});
+    byNumber_.erase(mapping->number);
     if (--perHost_[mapping->inside.address] == 0) {
         perHost_.erase(mapping->inside.address);
     }
@@ -152,8 +275,9 @@ std::vector<PortForward> LiveMappings::forwardsOf(const LiveMapping& mapping) {
     std::vector<PortForward> forwards;
     forwards.reserve(static_cast<size_t>(mapping.ports()));
     for (int i = 0; i < mapping.ports(); ++i) {
-        forwards.push_back({mapping.protocol(), static_cast<uint16_t>(mapping.publicPort + i),
-                            neighbour(mapping.inside, i), mapping.leaves[i]});
+        forwards.push_back({mapping.kind, neighbour(mapping.publicEndpoint, i).port,
+                            neighbour(mapping.inside, i),
+                            mapping.leaves[i] ? mapping.publicEndpoint.address : 0});
     }
     return forwards;
 }
@@ -167,117 +291,78 @@ std::vector<PortForward> LiveMappings::allForwards() const {
     return forwards;
 }
 
-// What one sweep finds out, before anything changes.
-struct LiveMappings::Sweep {
-    struct Port {
-        LiveMapping* mapping;
-        Endpoint inside;
-        Endpoint publicEndpoint;
-    };
-    struct Use {
-        LiveSeconds deadline = 0;
-        bool open = false; // a TCP connection through the mapping, or the call's own
-        std::vector<const TrackedFlow*> flows;
-    };
-    std::unordered_map<LocalId, Port, LocalIdHash> byInside;
-    std::unordered_map<LocalId, Port, LocalIdHash> byPublic;
-    std::unordered_map<FlowId, bool, FlowIdHash> owners;
-    std::unordered_map<const LiveMapping*, Use> uses;
-    std::vector<const TrackedFlow*> conflicts;
-
-    Sweep(std::list<LiveMapping>& mappings, uint32_t publicAddress) {
-        for (LiveMapping& mapping : mappings) {
-            owners.emplace(mapping.owner, false);
-            for (int i = 0; i < mapping.ports(); ++i) {
-                const Port port{&mapping,
-                                neighbour(mapping.inside, i),
-                                {publicAddress, static_cast<uint16_t>(mapping.publicPort + i)}};
-                byPublic.emplace(LocalId{mapping.protocol(), port.publicEndpoint}, port);
-                if (mapping.leaves[i]) {
-                    byInside.emplace(LocalId{mapping.protocol(), port.inside}, port);
-                }
-            }
+FlowSurvey LiveMappings::survey() const {
+    FlowSurvey survey;
+    for (const LiveMapping& mapping : mappings_) {
+        survey.addOwner(mapping.owner);
+        for (int i = 0; i < mapping.ports(); ++i) {
+            survey.addPort(mapping.number, mapping.protocol(), neighbour(mapping.inside, i),
+                           neighbour(mapping.publicEndpoint, i), mapping.leaves[i], mapping.fresh);
         }
     }
+    return survey;
+}
 
-    void noteOwner(const TrackedFlow& flow) {
-        for (const bool startedInside : {true, false}) {
-            const FlowViews views = viewsOf(flow, startedInside);
-            const auto owner = owners.find({flow.protocol, views.inside, views.remote});
-            if (owner != owners.end()) {
-                owner->second = true;
-            }
-        }
+LiveSeconds LiveMappings::idleLimit(const LiveMapping& mapping, bool ownerOpen) const {
+    if (mapping.over) {
+        return -1;
     }
-
-    void note(const TrackedFlow& flow, LiveSeconds now) {
-        if (flow.tcpOpen) {
-            noteOwner(flow);
-        }
-        const auto sent = byInside.find({flow.protocol, flow.originalSource});
-        if (sent != byInside.end()) {
-            use(sent->second, flow, flow.replyDestination == sent->second.publicEndpoint, now);
-        }
-        const auto received = byPublic.find({flow.protocol, flow.originalDestination});
-        if (received != byPublic.end()) {
-            use(received->second, flow, flow.replySource == received->second.inside, now);
-        }
-    }
-
-    void use(const Port& port, const TrackedFlow& flow, bool throughMapping, LiveSeconds now) {
-        if (!throughMapping) {
-            if (port.mapping->fresh) {
-                conflicts.push_back(&flow);
-            }
-            return;
-        }
-        Use& use = uses[port.mapping];
-        use.deadline = std::max(use.deadline, now + flow.secondsLeft);
-        use.open = use.open || flow.tcpOpen;
-        use.flows.push_back(&flow);
-    }
-};
-
-LiveSeconds LiveMappings::idleLimit(const LiveMapping& mapping, bool callOpen) const {
     if (mapping.kind == MappingKind::Ras) {
+        return mapping.answered ? config_.registrationIdle : unansweredHold;
+    }
+    // In the full scope the module tells when a signalling or H.245 endpoint is over.
+    if (mapping.kind == MappingKind::Control && mapping.role != 0 && !mapping.adopted) {
         return config_.registrationIdle;
     }
+    const bool callOpen = mapping.call != 0 ? !mapping.callOver : ownerOpen;
     return callOpen ? config_.callIdle : config_.mediaIdle;
 }
 
-LiveMappings::Swept LiveMappings::sweep(std::span<const TrackedFlow> flows, uint32_t publicAddress,
-                                        LiveSeconds now) {
-    // The kernel tells whole seconds, so a step of one is no sign of traffic.
-    constexpr LiveSeconds deadlineJitter = 1;
+void LiveMappings::close(Iterator mapping, Swept& swept) {
+    const auto forwards = forwardsOf(*mapping);
+    swept.forwards.insert(swept.forwards.end(), forwards.begin(), forwards.end());
+    release(mapping);
+    swept.ended.splice(swept.ended.end(), mappings_, mapping);
+}
 
-    Sweep found(mappings_, publicAddress);
-    for (const TrackedFlow& flow : flows) {
-        found.note(flow, now);
+LiveMappings::Swept LiveMappings::sweep(const FlowSurvey& survey, std::span<const EndpointUse> uses,
+                                        LiveSeconds now) {
+    for (const EndpointUse& use : uses) {
+        const auto user = leaving_.find({Protocol::Udp, use.inside});
+        if (user != leaving_.end()) {
+            LiveMapping& mapping = *byNumber_.at(user->second);
+            mapping.lastUse = std::max(mapping.lastUse, now - use.ago);
+        }
     }
     Swept swept;
-    for (const TrackedFlow* flow : found.conflicts) {
-        swept.flows.push_back(*flow);
-    }
+    swept.flows = survey.conflicts();
     for (auto mapping = mappings_.begin(); mapping != mappings_.end();) {
         const auto current = mapping++;
-        Sweep::Use& use = found.uses[&*current];
+        const FlowSurvey::Use* use = survey.useOf(current->number);
         current->fresh = false;
-        if (use.deadline > current->deadline + deadlineJitter) {
+        const bool connected = use != nullptr && use->open;
+        if (connected && !current->over) {
             current->lastUse = now;
-            current->deadline = use.deadline;
         }
-        current->deadline = std::min(current->deadline, use.deadline + deadlineJitter);
-        const bool callOpen = use.open || found.owners[current->owner];
-        if (now - current->lastUse <= idleLimit(*current, callOpen)) {
+        if (now - current->lastUse <= idleLimit(*current, survey.isOpen(current->owner))) {
             continue;
         }
-        const auto forwards = forwardsOf(*current);
-        swept.forwards.insert(swept.forwards.end(), forwards.begin(), forwards.end());
-        for (const TrackedFlow* flow : use.flows) {
-            swept.flows.push_back(*flow);
+        // A connection that runs ends by itself; media must not come in any more.
+        if (use != nullptr && current->kind != MappingKind::Control) {
+            swept.flows.insert(swept.flows.end(), use->flows.begin(), use->flows.end());
         }
-        release(current);
-        swept.ended.splice(swept.ended.end(), mappings_, current);
+        close(current, swept);
+    }
+    return swept;
+}
+
+LiveMappings::Swept LiveMappings::takeOver() {
+    Swept swept;
+    for (const uint64_t number : std::exchange(over_, {})) {
+        const auto found = byNumber_.find(number);
+        if (found != byNumber_.end() && found->second->over) {
+            close(found->second, swept);
+        }
     }
     return swept;
 }

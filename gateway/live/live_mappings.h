@@ -2,13 +2,14 @@
 
 #include "gateway/endpoint.h"
 #include "gateway/live/config.h"
-#include "gateway/live/conntrack.h"
 #include "gateway/live/counters.h"
-#include "gateway/live/ruleset.h"
+#include "gateway/live/flow_survey.h"
+#include "gateway/live/table_sets.h"
 #include "gateway/port_allocator.h"
 #include "include/h323nat.h"
 
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <span>
 #include <unordered_map>
@@ -19,20 +20,22 @@ namespace gateway {
 // Seconds of a clock that never steps back.
 using LiveSeconds = int64_t;
 
-enum class MappingKind : uint8_t { Media, Ras, Control };
-
 const char* nameOf(MappingKind kind);
 
 // A public port that leads to a private endpoint; for media also the port above it.
 struct LiveMapping {
+    uint64_t number = 0; // no number comes twice
     MappingKind kind = MappingKind::Media;
+    uint32_t role = 0; // of a control mapping, H323NAT_ROLE_..., as soon as the module tells it
     Endpoint inside;
-    uint16_t publicPort = 0; // even
-    uint32_t remoteAddress = 0;
-    FlowId owner; // inside view of the connection whose message asked last
+    Endpoint publicEndpoint; // of media an even port
+    FlowId owner;            // inside view of the connection whose message asked last
+    uint64_t call = 0;       // of that message; 0: none
     LiveSeconds opened = 0;
-    LiveSeconds lastUse = 0;
-    LiveSeconds deadline = 0;        // when the kernel would forget its flows, as of the last sweep
+    LiveSeconds lastUse = 0;         // by the private host
+    bool callOver = false;           // `call` has ended
+    bool answered = false;           // RAS: a gatekeeper has confirmed
+    bool over = false;               // the module needs it no more
     bool adopted = false;            // from an earlier run: its call is not known
     bool fresh = true;               // no sweep has looked for flows that were there before it
     bool leaves[2] = {false, false}; // packets of this endpoint leave from the public port
@@ -44,14 +47,33 @@ struct LiveMapping {
     [[nodiscard]] int ports() const { return kind == MappingKind::Media ? 2 : 1; }
 };
 
+// When a private endpoint last sent something.
+struct EndpointUse {
+    Endpoint inside;
+    LiveSeconds ago = 0;
+};
+
+// Whether a public port may be handed out, for all that the machine does with it otherwise.
+using PortCheck = std::function<bool(Protocol, uint16_t)>;
+
 // The mappings that are open. Knows nothing of the kernel: the caller installs what `forwardsOf`
-// says and tells `sweep` which flows there are.
+// says, and surveys the flows that there are.
 class LiveMappings {
 public:
-    explicit LiveMappings(const LiveConfig& config);
+    // `seed` decides which public port a private endpoint gets: the same one in every run that has
+    // the same seed, where it is free. No private host can choose it.
+    LiveMappings(const LiveConfig& config, uint64_t seed, PortCheck isFree);
     LiveMappings(const LiveMappings&) = delete;
     LiveMappings& operator=(const LiveMappings&) = delete;
 
+    // Who asks, and for what it stands outside.
+    struct Request {
+        MappingKind kind = MappingKind::Media;
+        Endpoint inside;
+        uint32_t publicAddress = 0;
+        FlowId owner;
+        uint64_t call = 0;
+    };
     struct Opened {
         LiveMapping* mapping = nullptr; // null: refused
         bool reused = false;
@@ -59,14 +81,26 @@ public:
     };
 
     // The mapping for a private endpoint; the one that is open already, if there is one.
-    Opened open(MappingKind kind, const Endpoint& inside, uint32_t remoteAddress,
-                const FlowId& owner, LiveSeconds now);
+    Opened open(const Request& request, LiveSeconds now);
 
     // Takes over forwards of an earlier run. Returns how many mappings came of it.
-    size_t adopt(std::span<const PortForward> forwards, LiveSeconds now);
+    size_t adopt(std::span<const PortForward> forwards, uint32_t publicAddress, LiveSeconds now);
 
     // Takes back a mapping that the kernel refused.
-    void withdraw(LiveMapping& mapping);
+    void withdraw(uint64_t number);
+
+    // The mapping of a public endpoint's port; null when there is none.
+    LiveMapping* findPublic(Protocol protocol, uint16_t publicPort);
+    LiveMapping* findInside(MappingKind kind, const Endpoint& inside);
+
+    // A call has ended: its mappings wait for silence.
+    void endCall(uint64_t call, LiveSeconds now);
+
+    // The module needs the mapping of this public port no more; `takeOver` closes it.
+    void markOver(Protocol protocol, uint16_t publicPort);
+
+    // Packets leave from another public address from now on, also those of open mappings.
+    void setPublicAddress(uint32_t before, uint32_t address);
 
     // New limits and times for mappings opened from now on; open ones stay.
     void configure(const LiveConfig& config);
@@ -77,9 +111,15 @@ public:
         std::list<LiveMapping> ended;
     };
 
-    // Brings the mappings up to date with the flows that the kernel tracks and closes those whose
-    // call is over and which nobody uses.
-    Swept sweep(std::span<const TrackedFlow> flows, uint32_t publicAddress, LiveSeconds now);
+    // What a survey of the kernel's flows has to look for.
+    [[nodiscard]] FlowSurvey survey() const;
+
+    // Brings the mappings up to date with a survey and with what private hosts sent, and closes
+    // those whose call is over and which nobody uses.
+    Swept sweep(const FlowSurvey& survey, std::span<const EndpointUse> uses, LiveSeconds now);
+
+    // Closes mappings that have made room for others or that the module needs no more.
+    Swept takeOver();
 
     [[nodiscard]] static std::vector<PortForward> forwardsOf(const LiveMapping& mapping);
     [[nodiscard]] std::vector<PortForward> allForwards() const;
@@ -95,21 +135,31 @@ private:
     struct KeyHash {
         size_t operator()(const Key& key) const noexcept;
     };
-    struct Sweep;
 
-    LiveMapping& add(MappingKind kind, const Endpoint& inside, uint16_t publicPort,
+    LiveMapping& add(MappingKind kind, const Endpoint& inside, const Endpoint& publicEndpoint,
                      LiveSeconds now);
+    std::optional<uint16_t> takePort(MappingKind kind, const Endpoint& inside);
+    [[nodiscard]] uint16_t wishFor(MappingKind kind, const Endpoint& inside) const;
+    bool makeRoomForRegistration(uint32_t host);
+    void close(Iterator mapping, Swept& swept);
     void release(Iterator mapping);
     PortAllocator& allocator(Protocol protocol);
-    [[nodiscard]] LiveSeconds idleLimit(const LiveMapping& mapping, bool callOpen) const;
+    [[nodiscard]] LiveSeconds idleLimit(const LiveMapping& mapping, bool ownerOpen) const;
 
     LiveConfig config_;
+    uint64_t seed_;
+    PortCheck isFree_;
     PortAllocator udpPorts_;
     PortAllocator tcpPorts_;
+    uint64_t nextNumber_ = 1;
     std::list<LiveMapping> mappings_;
     std::unordered_map<Key, Iterator, KeyHash> byInside_;
+    std::unordered_map<LocalId, Iterator, LocalIdHash> byPublicPort_; // address 0
+    std::unordered_map<uint64_t, Iterator> byNumber_;
+    std::unordered_map<uint64_t, std::vector<uint64_t>> byCall_;
     std::unordered_map<uint32_t, uint32_t> perHost_;
-    std::unordered_map<LocalId, const LiveMapping*, LocalIdHash> leaving_;
+    std::unordered_map<LocalId, uint64_t, LocalIdHash> leaving_;
+    std::vector<uint64_t> over_;
 };
 
 } // namespace gateway

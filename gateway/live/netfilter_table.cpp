@@ -1,5 +1,6 @@
 #include "gateway/live/netfilter_table.h"
 
+#include "gateway/live/nft_reader.h"
 #include "gateway/live/xt_queue_rule.h"
 
 #include <nftables/libnftables.h>
@@ -12,44 +13,43 @@ namespace {
 
 using nlohmann::json;
 
-const std::string table = std::string("ip ") + tableName;
-
-// One element of media_in as nft prints it: [port, {"concat": ["10.0.0.5", 5000]}].
-std::optional<PortForward> forwardOf(const json& element) {
-    if (!element.is_array() || element.size() != 2 || !element[0].is_number_unsigned() ||
-        !element[1].contains("concat")) {
+std::optional<Endpoint> endpointOf(const json& element) {
+    if (!element.is_object() || !element.contains("concat")) {
         return std::nullopt;
     }
-    const json& target = element[1]["concat"];
-    if (target.size() != 2 || !target[0].is_string() || !target[1].is_number_unsigned()) {
+    const json& parts = element["concat"];
+    if (parts.size() != 2 || !parts[0].is_string() || !parts[1].is_number_unsigned() ||
+        parts[1].get<uint64_t>() > 65535) {
         return std::nullopt;
     }
-    const auto address = parseAddress(target[0].get<std::string>());
-    const auto publicPort = element[0].get<uint64_t>();
-    const auto insidePort = target[1].get<uint64_t>();
-    if (!address || publicPort > 65535 || insidePort > 65535) {
-        return std::nullopt;
-    }
-    return PortForward{Protocol::Udp, static_cast<uint16_t>(publicPort),
-                       Endpoint{*address, static_cast<uint16_t>(insidePort)}, false};
+    const auto address = parseAddress(parts[0].get<std::string>());
+    return address ? std::optional(Endpoint{*address, parts[1].get<uint16_t>()}) : std::nullopt;
 }
 
-std::vector<PortForward> forwardsIn(const json& listing) {
-    std::vector<PortForward> forwards;
-    if (!listing.contains("nftables")) {
-        return forwards;
-    }
-    for (const json& item : listing["nftables"]) {
-        if (!item.contains("map") || !item["map"].contains("elem")) {
-            continue;
-        }
-        for (const json& element : item["map"]["elem"]) {
-            if (const auto forward = forwardOf(element)) {
-                forwards.push_back(*forward);
+// The elements of the one set or map of a listing.
+std::vector<json> elementsIn(const std::string& listing) {
+    const json parsed = json::parse(listing, nullptr, false);
+    if (parsed.is_object() && parsed.contains("nftables")) {
+        for (const json& item : parsed["nftables"]) {
+            for (const char* kind : {"map", "set"}) {
+                if (item.contains(kind) && item[kind].contains("elem")) {
+                    return item[kind]["elem"];
+                }
             }
         }
     }
-    return forwards;
+    return {};
+}
+
+// [port, {"concat": ["10.0.0.5", 5000]}]
+std::optional<PortForward> forwardOf(const json& element, MappingKind kind) {
+    if (!element.is_array() || element.size() != 2 || !element[0].is_number_unsigned() ||
+        element[0].get<uint64_t>() > 65535) {
+        return std::nullopt;
+    }
+    const auto inside = endpointOf(element[1]);
+    return inside ? std::optional(PortForward{kind, element[0].get<uint16_t>(), *inside, 0})
+                  : std::nullopt;
 }
 
 // nft explains over several lines, quoting the commands; the operator needs the first.
@@ -92,38 +92,64 @@ std::string NetfilterTable::list(const std::string& what) {
     return listed && text != nullptr ? text : "";
 }
 
-std::vector<PortForward> NetfilterTable::readLeftover() {
-    const json listing = json::parse(list("map " + table + " media_in"), nullptr, false);
-    return listing.is_object() ? forwardsIn(listing) : std::vector<PortForward>();
+std::vector<PortForward> NetfilterTable::readLeftover(const std::string& table) {
+    const std::string ofTable = " ip " + table + " ";
+    std::vector<Endpoint> ras;
+    for (const json& element : elementsIn(list("set" + ofTable + "ras_hosts"))) {
+        if (const auto endpoint = endpointOf(element)) {
+            ras.push_back(*endpoint);
+        }
+    }
+    std::vector<PortForward> forwards;
+    for (const json& element : elementsIn(list("map" + ofTable + "media_in"))) {
+        if (auto forward = forwardOf(element, MappingKind::Media)) {
+            const bool isRas = std::find(ras.begin(), ras.end(), forward->inside) != ras.end();
+            forward->kind = isRas ? MappingKind::Ras : MappingKind::Media;
+            forwards.push_back(*forward);
+        }
+    }
+    for (const json& element : elementsIn(list("map" + ofTable + "control_in"))) {
+        if (const auto forward = forwardOf(element, MappingKind::Control)) {
+            forwards.push_back(*forward);
+        }
+    }
+    return forwards;
+}
+
+void NetfilterTable::add(const PortForward& forward) {
+    for (const SetElement& element : elementsOf(forward)) {
+        changes_.add(element);
+    }
+}
+
+void NetfilterTable::remove(const PortForward& forward) {
+    for (const SetElement& element : elementsOf(forward)) {
+        changes_.remove(element);
+    }
+}
+
+std::string NetfilterTable::commit() {
+    return changes_.isEmpty() ? "" : changes_.commit(name_);
 }
 
 uint64_t NetfilterTable::wantedPackets() {
-    const json listing = json::parse(list("counter " + table + " shown"), nullptr, false);
-    if (listing.is_object() && listing.contains("nftables")) {
-        for (const json& item : listing["nftables"]) {
-            if (item.contains("counter")) {
-                return item["counter"].value("packets", uint64_t{0});
-            }
-        }
-    }
-    return 0;
+    return readCounter(name_, "shown");
 }
 
-std::string NetfilterTable::create(const LiveConfig& config, uint32_t publicAddress,
-                                   std::span<const PortForward> forwards) {
-    const std::string failure =
-        run(renderRuleset(config, publicAddress, forwards, Transition::Replace));
+std::string NetfilterTable::create(const LiveConfig& config, uint32_t publicAddress) {
+    const std::string failure = run(renderRuleset(config, publicAddress, Transition::Replace));
     if (!failure.empty()) {
-        return "cannot make the nftables table '" + std::string(tableName) + "': " + failure;
+        return "cannot make the nftables table '" + config.table + "': " + failure;
     }
+    name_ = config.table;
     created_ = true;
     queueForm_ = "nft queue";
-    const std::string noStatement = run(renderQueueStatement(config.queueNumber));
+    const std::string noStatement = run(renderQueueStatement(config));
     if (noStatement.empty()) {
         return {};
     }
     queueForm_ = "xt NFQUEUE";
-    const std::string noTarget = appendXtQueueRule(tableName, queueChain, config.queueNumber);
+    const std::string noTarget = appendXtQueueRule(config.table, queueChain, config.queueNumber);
     if (noTarget.empty()) {
         return {};
     }
@@ -132,26 +158,16 @@ std::string NetfilterTable::create(const LiveConfig& config, uint32_t publicAddr
            noTarget + "'; load or enable one of them";
 }
 
-std::string NetfilterTable::refresh(const LiveConfig& config, uint32_t publicAddress,
-                                    std::span<const PortForward> forwards) {
-    return run(renderRuleset(config, publicAddress, forwards, Transition::Refresh));
+std::string NetfilterTable::refresh(const LiveConfig& config, uint32_t publicAddress) {
+    return run(renderRuleset(config, publicAddress, Transition::Refresh));
 }
 
-std::string NetfilterTable::addForwards(uint32_t publicAddress,
-                                        std::span<const PortForward> forwards) {
-    return run(renderAddition(publicAddress, forwards));
-}
-
-std::string NetfilterTable::removeForwards(std::span<const PortForward> forwards) {
-    return run(renderRemoval(forwards));
-}
-
-std::string NetfilterTable::leaveToKernel(const Endpoint& inside, const Endpoint& remote) {
-    return run(renderForeign(inside, remote));
+std::string NetfilterTable::emptySets(const LiveConfig& config) {
+    return run(renderEmptySets(config));
 }
 
 void NetfilterTable::remove() {
-    run("add table " + table + "\ndelete table " + table + "\n");
+    run("add table ip " + name_ + "\ndelete table ip " + name_ + "\n");
     created_ = false;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/live/ruleset.h"
+#include "gateway/live/set_transaction.h"
 
 #include <memory>
 #include <string>
@@ -19,22 +20,29 @@ public:
     NetfilterTable(const NetfilterTable&) = delete;
     NetfilterTable& operator=(const NetfilterTable&) = delete;
 
-    // UDP forwards of media and RAS in a table that an earlier run left behind; empty if there is
-    // no such table. Elements that make no sense are skipped.
-    std::vector<PortForward> readLeftover();
+    // Forwards in a table of this name that an earlier run left behind; empty if there is none.
+    // Elements that make no sense are skipped.
+    std::vector<PortForward> readLeftover(const std::string& table);
 
     // Makes the table, replacing one that was left behind, and the rule that queues packets: nft's
-    // queue statement where the kernel has it, the xtables target NFQUEUE otherwise.
-    std::string create(const LiveConfig& config, uint32_t publicAddress,
-                       std::span<const PortForward> forwards);
+    // queue statement where the kernel has it, the xtables target NFQUEUE otherwise. Its sets are
+    // empty.
+    std::string create(const LiveConfig& config, uint32_t publicAddress);
 
-    // Renews rules and maps in one transaction; the queueing rule and the kernel's sets stay.
-    std::string refresh(const LiveConfig& config, uint32_t publicAddress,
-                        std::span<const PortForward> forwards);
+    // Renews the rules in one transaction; the queueing rule and the sets stay.
+    std::string refresh(const LiveConfig& config, uint32_t publicAddress);
 
-    std::string addForwards(uint32_t publicAddress, std::span<const PortForward> forwards);
-    std::string removeForwards(std::span<const PortForward> forwards);
-    std::string leaveToKernel(const Endpoint& inside, const Endpoint& remote);
+    // Takes all elements out of the sets that the gateway fills.
+    std::string emptySets(const LiveConfig& config);
+
+    // Changes of the sets, made together by `commit`.
+    void add(const SetElement& element) { changes_.add(element); }
+    void remove(const SetElement& element) { changes_.remove(element); }
+    void add(const PortForward& forward);
+    void remove(const PortForward& forward);
+    [[nodiscard]] bool hasChanges() const { return !changes_.isEmpty(); }
+    void discard() { changes_.discard(); }
+    std::string commit();
 
     // Packets that the rules wanted queued since the table was made; 0 when it cannot be read.
     uint64_t wantedPackets();
@@ -53,6 +61,8 @@ private:
         void operator()(nft_ctx* context) const;
     };
     std::unique_ptr<nft_ctx, Release> context_;
+    SetTransaction changes_;
+    std::string name_;
     std::string queueForm_;
     bool created_ = false;
 };

@@ -107,16 +107,24 @@ PacketQueue::Received PacketQueue::receive(const std::function<void(const Queued
     return Received::Packets;
 }
 
-bool PacketQueue::accept(uint32_t id, std::span<const uint8_t> replacement) {
-    nlmsghdr* verdict =
+bool PacketQueue::giveVerdict(uint32_t id, int verdict, std::span<const uint8_t> replacement) {
+    nlmsghdr* message =
         nfq_nlmsg_put(reinterpret_cast<char*>(output_.data()), NFQNL_MSG_VERDICT, number_);
-    nfq_nlmsg_verdict_put(verdict, static_cast<int>(id), NF_ACCEPT);
+    nfq_nlmsg_verdict_put(message, static_cast<int>(id), verdict);
     if (!replacement.empty()) {
-        nfq_nlmsg_verdict_put_pkt(verdict, replacement.data(),
+        nfq_nlmsg_verdict_put_pkt(message, replacement.data(),
                                   static_cast<uint32_t>(replacement.size()));
     }
-    ++accepted_;
-    return mnl_socket_sendto(socket_.get(), verdict, verdict->nlmsg_len) >= 0;
+    ++judged_;
+    return mnl_socket_sendto(socket_.get(), message, message->nlmsg_len) >= 0;
+}
+
+bool PacketQueue::accept(uint32_t id, std::span<const uint8_t> replacement) {
+    return giveVerdict(id, NF_ACCEPT, replacement);
+}
+
+bool PacketQueue::drop(uint32_t id) {
+    return giveVerdict(id, NF_DROP, {});
 }
 
 // Columns of the kernel's table: queue, port, packets waiting for a verdict, ...
@@ -129,7 +137,7 @@ uint64_t PacketQueue::notDelivered(uint64_t wanted) const {
         uint64_t waiting = 0;
         columns >> queue >> port >> waiting;
         if (columns && queue == number_) {
-            return wanted > accepted_ + waiting ? wanted - accepted_ - waiting : 0;
+            return wanted > judged_ + waiting ? wanted - judged_ - waiting : 0;
         }
     }
     return 0;

@@ -37,6 +37,9 @@ public:
     // when the kernel did not take the verdict.
     bool accept(uint32_t id, std::span<const uint8_t> replacement);
 
+    // Lets a packet vanish. False when the kernel did not take the verdict.
+    bool drop(uint32_t id);
+
     // Of `wanted` packets that the rules sent this way, those that the kernel could not queue: it
     // let them pass, or dropped them for want of memory. A packet that the kernel cut into segments
     // counts once in `wanted`, so this is the least that it can have been.
@@ -44,10 +47,11 @@ public:
 
 private:
     std::string configure(const nlmsghdr* request);
+    bool giveVerdict(uint32_t id, int verdict, std::span<const uint8_t> replacement);
 
     NetlinkSocket socket_;
     uint16_t number_ = 0;
-    uint64_t accepted_ = 0;
+    uint64_t judged_ = 0;
     std::vector<uint8_t> input_;
     std::vector<uint8_t> output_;
 };

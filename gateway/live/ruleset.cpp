@@ -1,60 +1,102 @@
 #include "gateway/live/ruleset.h"
 
+#include "gateway/live/table_sets.h"
+
 namespace gateway {
 namespace {
 
-const std::string table = std::string("ip ") + tableName;
-
-std::string concatenated(const Endpoint& endpoint) {
-    return toText(endpoint.address) + " . " + std::to_string(endpoint.port);
+std::string nameOf(const LiveConfig& config) {
+    return "ip " + config.table;
 }
 
-// Which packets of private hosts can matter. A call announces its H.245 address in a message, and
-// that address may belong to anybody; so while a private host has a call, its other TCP connections
-// are shown to the gateway until their first payload tells what they are.
+// A rule for each inside interface: names with a wildcard cannot stand in a set.
+std::string forEachInside(const LiveConfig& config, const std::string& before,
+                          const std::string& after) {
+    std::string rules;
+    for (const std::string& name : config.inside) {
+        rules += "    " + before + " \"" + name + "\" " + after + "\n";
+    }
+    return rules;
+}
+
+std::string ownAddresses(const LiveConfig& config, uint32_t publicAddress) {
+    const std::string own = toText(publicAddress);
+    return config.advertisedAddress == 0 || config.advertisedAddress == publicAddress
+               ? own
+               : "{ " + own + ", " + toText(config.advertisedAddress) + " }";
+}
+
+// What private hosts send out. What they send to each other, or to the router itself, is not for
+// the module.
 std::string sentRules(const LiveConfig& config) {
-    std::string rules = "    fib daddr type != unicast return\n"
-                        "    fib daddr oifname != \"" +
-                        config.outside + "\" return\n";
+    const std::string rules = "    fib daddr type != unicast return\n" +
+                              forEachInside(config, "fib daddr oifname", "return") +
+                              "    ip saddr . udp sport @media_hosts goto media_sent\n";
     if (config.queueScope == QueueScope::All) {
         return rules + "    meta l4proto { tcp, udp } goto to_module\n";
     }
-    rules += "    udp sport 1719 goto to_module\n"
-             "    meta l4proto != tcp return\n"
-             "    tcp dport 1720 update @callers { ip saddr }\n"
-             "    tcp dport 1720 goto to_module\n";
-    if (config.publishedHost != 0) {
-        const std::string published =
-            "    ip saddr " + toText(config.publishedHost) + " tcp sport 1720 ";
-        rules += published + "update @callers { ip saddr }\n" + published + "goto to_module\n";
-    }
-    return rules + "    ip saddr != @callers return\n"
-                   "    ip saddr . tcp sport . ip daddr . tcp dport @foreign return\n"
-                   "    goto to_module\n";
+    return rules + "    udp dport { 1718, 1719 } goto to_module\n"
+                   "    ip saddr . udp sport @ras_hosts goto to_module\n"
+                   "    tcp dport 1720 goto to_module\n"
+                   "    ip daddr . tcp dport @expected goto to_module\n"
+                   "    ip saddr . tcp sport @listening goto to_module\n";
 }
 
+// What comes from outside is shown as an answer to a private host, or once the connection is
+// established: a SYN, or an answer to nothing, may come from anybody under any address.
 std::string receivedRules(const LiveConfig& config) {
-    std::string rules = "    fib daddr type != local return\n";
+    const std::string rules = "    fib daddr type != local return\n";
     if (config.queueScope == QueueScope::All) {
         return rules + "    meta l4proto { tcp, udp } goto to_module\n";
     }
-    rules += "    tcp sport { 1503, 1720 } goto to_module\n";
-    if (config.publishedHost != 0) {
-        rules += "    tcp dport 1720 goto to_module\n";
-    }
-    return rules;
+    return rules + "    udp dport @ras_in goto to_module\n"
+                   "    udp sport { 1718, 1719 } ct direction reply goto to_module\n"
+                   "    meta l4proto != tcp return\n"
+                   "    ct state != established return\n"
+                   "    ct direction reply tcp sport { 1503, 1720 } goto to_module\n"
+                   "    ct direction reply ip saddr . tcp sport @expected goto to_module\n"
+                   "    ct direction original tcp dport @answering goto to_module\n";
 }
 
+// An acknowledgement without payload tells the module nothing, and every second packet is one.
+std::string queueRules() {
+    const std::string bare = "    tcp flags & (fin | syn | rst | ack) == ack ip hdrlength 5 ";
+    return bare + "tcp doff 5 ip length 40 return\n" + bare + "tcp doff 8 ip length 52 return\n" +
+           "    counter name shown\n";
+}
+
+// Private hosts may use the public address as well.
 std::string forwardRules(const LiveConfig& config, uint32_t publicAddress) {
-    const std::string match =
-        "    iifname \"" + config.outside + "\" ip daddr " + toText(publicAddress) + " ";
-    std::string rules = match + "dnat ip to udp dport map @media_in\n" + match +
-                        "dnat ip to tcp dport map @control_in\n";
-    if (config.publishedHost != 0) {
-        rules += match + "tcp dport " + (config.publishT120 ? "{ 1503, 1720 }" : "1720") +
-                 " dnat to " + toText(config.publishedHost) + "\n";
-    }
-    return rules;
+    const std::string own = ownAddresses(config, publicAddress);
+    return forEachInside(config, "iifname", "ip daddr " + own + " goto hairpin_arriving") +
+           "    iifname != \"" + config.outside + "\" return\n" +
+           "    fib daddr type != local return\n"
+           "    dnat ip to udp dport map @media_in\n"
+           "    dnat ip to tcp dport map @control_in\n";
+}
+
+std::string hairpinRules() {
+    return "    meta l4proto { tcp, udp } update @hairpin { ip saddr . th sport }\n"
+           "    dnat ip to udp dport map @media_in\n"
+           "    dnat ip to tcp dport map @control_in\n";
+}
+
+std::string leavingRules(const LiveConfig& config) {
+    const std::string hairpin = "ip saddr . th sport @hairpin ";
+    return "    oifname \"" + config.outside +
+           "\" snat ip to ip saddr . udp sport map @media_out\n" +
+           forEachInside(config, "oifname",
+                         hairpin + "snat ip to ip saddr . udp sport map @media_out") +
+           forEachInside(config, "oifname", hairpin + "masquerade");
+}
+
+// Once a private host has sent media from a port, only those to whom it sends may send to it.
+std::string guardRules(const LiveConfig& config) {
+    return config.mediaSource == MediaSource::Any
+               ? ""
+               : "    iifname \"" + config.outside +
+                     "\" ip daddr . udp dport @active"
+                     " ip daddr . udp dport . ip saddr != @peers drop\n";
 }
 
 std::string chain(const std::string& name, const std::string& hook, const std::string& rules) {
@@ -63,117 +105,93 @@ std::string chain(const std::string& name, const std::string& hook, const std::s
 }
 
 std::string definitions() {
-    return "  set callers {\n"
-           "    type ipv4_addr; flags dynamic,timeout; size 4096; timeout 4h;\n"
-           "  }\n"
-           "  set foreign {\n"
-           "    type ipv4_addr . inet_service . ipv4_addr . inet_service;\n"
-           "    flags timeout; size 16384; timeout 10m;\n"
-           "  }\n"
-           "  counter shown { }\n"
-           "  map media_in { type inet_service : ipv4_addr . inet_service; }\n"
-           "  map media_out { type ipv4_addr . inet_service : ipv4_addr . inet_service; }\n"
-           "  map control_in { type inet_service : ipv4_addr . inet_service; }\n";
-}
-
-// A dry run shows packets to the module and translates nothing.
-std::string chains(const LiveConfig& config, uint32_t publicAddress) {
-    const std::string hook = "type filter hook prerouting priority dstnat - 10; policy accept;";
-    const std::string classify = "    iifname \"" + config.inside + "\" goto sent\n    iifname \"" +
-                                 config.outside + "\" goto received\n";
-    std::string text =
-        chain(queueChain, "", "    counter name shown\n") + chain("sent", "", sentRules(config)) +
-        chain("received", "", receivedRules(config)) + chain("classify", hook, classify);
-    if (config.dryRun) {
-        return text;
-    }
-    const std::string outside = "    oifname \"" + config.outside + "\" ";
-    return text +
-           chain("arriving", "type nat hook prerouting priority dstnat - 5; policy accept;",
-                 forwardRules(config, publicAddress)) +
-           chain("leaving", "type nat hook postrouting priority srcnat - 5; policy accept;",
-                 outside + "snat ip to ip saddr . udp sport map @media_out\n") +
-           chain("masquerading", "type nat hook postrouting priority srcnat + 5; policy accept;",
-                 config.masquerade ? outside + "masquerade\n" : "");
-}
-
-std::string refreshCommands(const LiveConfig& config) {
     std::string text;
-    for (const char* name : {"sent", "received", "classify"}) {
-        text += "flush chain " + table + " " + name + "\n";
+    for (const TableSet& set : tableSets()) {
+        text += "  " + std::string(set.isMap ? "map " : "set ") + set.name + " { type " + set.type +
+                "; }\n";
     }
+    const std::string dynamic = " flags dynamic,timeout; ";
+    return text + "  set active { type ipv4_addr . inet_service;" + dynamic +
+           "size 65536; timeout 1h; }\n"
+           "  set peers { type ipv4_addr . inet_service . ipv4_addr;" +
+           dynamic +
+           "size 65536; timeout 1h; }\n"
+           "  set hairpin { type ipv4_addr . inet_service;" +
+           dynamic +
+           "size 4096; timeout 1m; }\n"
+           "  counter shown { }\n";
+}
+
+struct Chain {
+    const char* name;
+    const char* hook;
+    std::string rules;
+};
+
+// In the order in which one refers to another. A dry run shows packets to the module and translates
+// nothing.
+std::vector<Chain> chainsOf(const LiveConfig& config, uint32_t publicAddress) {
+    std::vector<Chain> chains = {
+        {"media_sent", "",
+         "    update @active { ip saddr . udp sport }\n"
+         "    update @peers { ip saddr . udp sport . ip daddr }\n" +
+             std::string(config.queueScope == QueueScope::All ? "    goto to_module\n" : "")},
+        {"sent", "", sentRules(config)},
+        {"received", "", receivedRules(config)},
+        {"classify", "type filter hook prerouting priority dstnat - 10; policy accept;",
+         forEachInside(config, "iifname", "goto sent") + "    iifname \"" + config.outside +
+             "\" goto received\n"}};
     if (!config.dryRun) {
-        for (const char* name : {"arriving", "leaving", "masquerading"}) {
-            text += "flush chain " + table + " " + name + "\n";
-        }
+        const std::vector<Chain> translating = {
+            {"hairpin_arriving", "", hairpinRules()},
+            {"arriving", "type nat hook prerouting priority dstnat - 5; policy accept;",
+             forwardRules(config, publicAddress)},
+            {"guard", "type filter hook forward priority filter - 5; policy accept;",
+             guardRules(config)},
+            {"leaving", "type nat hook postrouting priority srcnat - 5; policy accept;",
+             leavingRules(config)},
+            {"masquerading", "type nat hook postrouting priority srcnat + 5; policy accept;",
+             config.masquerade ? "    oifname \"" + config.outside + "\" masquerade\n" : ""}};
+        chains.insert(chains.end(), translating.begin(), translating.end());
     }
-    for (const char* name : {"media_in", "media_out", "control_in"}) {
-        text += "flush map " + table + " " + name + "\n";
-    }
-    return text;
-}
-
-std::string elementCommand(const char* command, const char* map, const std::string& elements) {
-    return elements.empty()
-               ? ""
-               : std::string(command) + " element " + table + " " + map + " { " + elements + " }\n";
-}
-
-void append(std::string& list, const std::string& element) {
-    list += (list.empty() ? "" : ", ") + element;
+    return chains;
 }
 
 } // namespace
 
-std::string renderRuleset(const LiveConfig& config, uint32_t publicAddress,
-                          std::span<const PortForward> forwards, Transition transition) {
-    std::string text = transition == Transition::Replace
-                           ? "add table " + table + "\ndelete table " + table + "\n"
-                           : refreshCommands(config);
-    text += "table " + table + " {\n" + definitions() + chains(config, publicAddress) + "}\n";
-    return text + renderAddition(publicAddress, forwards);
-}
-
-std::string renderAddition(uint32_t publicAddress, std::span<const PortForward> forwards) {
-    std::string mediaIn;
-    std::string mediaOut;
-    std::string controlIn;
-    for (const PortForward& forward : forwards) {
-        append(forward.protocol == Protocol::Udp ? mediaIn : controlIn,
-               std::to_string(forward.publicPort) + " : " + concatenated(forward.inside));
-        if (forward.leaveFromPublicPort) {
-            append(mediaOut, concatenated(forward.inside) + " : " +
-                                 concatenated({publicAddress, forward.publicPort}));
+std::string renderRuleset(const LiveConfig& config, uint32_t publicAddress, Transition transition) {
+    const std::string table = nameOf(config);
+    const std::vector<Chain> chains = chainsOf(config, publicAddress);
+    std::string text;
+    if (transition == Transition::Replace) {
+        text = "add table " + table + "\ndelete table " + table + "\n";
+    } else {
+        for (const Chain& renewed : chains) {
+            text += "flush chain " + table + " " + renewed.name + "\n";
         }
     }
-    return elementCommand("add", "media_in", mediaIn) +
-           elementCommand("add", "media_out", mediaOut) +
-           elementCommand("add", "control_in", controlIn);
-}
-
-std::string renderRemoval(std::span<const PortForward> forwards) {
-    std::string mediaIn;
-    std::string mediaOut;
-    std::string controlIn;
-    for (const PortForward& forward : forwards) {
-        append(forward.protocol == Protocol::Udp ? mediaIn : controlIn,
-               std::to_string(forward.publicPort));
-        if (forward.leaveFromPublicPort) {
-            append(mediaOut, concatenated(forward.inside));
-        }
+    text += "table " + table + " {\n" + definitions();
+    if (transition == Transition::Replace) {
+        text += chain(queueChain, "", queueRules());
     }
-    return elementCommand("delete", "media_in", mediaIn) +
-           elementCommand("delete", "media_out", mediaOut) +
-           elementCommand("delete", "control_in", controlIn);
+    for (const Chain& each : chains) {
+        text += chain(each.name, each.hook, each.rules);
+    }
+    return text + "}\n";
 }
 
-std::string renderForeign(const Endpoint& inside, const Endpoint& remote) {
-    return elementCommand("add", "foreign", concatenated(inside) + " . " + concatenated(remote));
+std::string renderEmptySets(const LiveConfig& config) {
+    std::string text;
+    for (const TableSet& set : tableSets()) {
+        text += std::string("flush ") + (set.isMap ? "map " : "set ") + nameOf(config) + " " +
+                set.name + "\n";
+    }
+    return text;
 }
 
-std::string renderQueueStatement(uint16_t queueNumber) {
-    return "add rule " + table + " " + queueChain + " queue flags bypass to " +
-           std::to_string(queueNumber) + "\n";
+std::string renderQueueStatement(const LiveConfig& config) {
+    return "add rule " + nameOf(config) + " " + queueChain + " queue flags bypass to " +
+           std::to_string(config.queueNumber) + "\n";
 }
 
 } // namespace gateway

@@ -3,9 +3,8 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <fstream>
+#include <iomanip>
 #include <sstream>
 
 namespace gateway {
@@ -14,17 +13,44 @@ namespace {
 using nlohmann::json;
 
 json callJson(const LiveCall& call, LiveSeconds now) {
-    return {{"direction", call.inbound ? "in" : "out"},
-            {"inside", toText(call.flow.local)},
-            {"remote", toText(call.flow.remote)},
-            {"seconds", now - call.started}};
+    json text = {{"call", call.number},
+                 {"direction", call.inbound ? "in" : "out"},
+                 {"inside", toText(call.inside)},
+                 {"remote", toText(call.remote)},
+                 {"identifier", call.identifier},
+                 {"from", call.calling},
+                 {"to", call.called},
+                 {"verdict", call.verdict()},
+                 {"addresses_rewritten", call.rewritten},
+                 {"seconds", (call.ended != 0 ? call.ended : now) - call.started}};
+    if (call.connected != 0) {
+        text["connected_after"] = call.connected - call.started;
+    }
+    if (call.ended != 0) {
+        text["ended_ago"] = now - call.ended;
+        text["end"] = endName(call.end);
+        text["cause"] = call.cause;
+    }
+    return text;
 }
 
-json mappingJson(const LiveMapping& mapping, uint32_t publicAddress, LiveSeconds now) {
-    return {{"kind", nameOf(mapping.kind)},
+const char* kindText(const LiveMapping& mapping) {
+    switch (mapping.role) {
+    case H323NAT_ROLE_SIGNALLING:
+        return "signalling";
+    case H323NAT_ROLE_T120:
+        return "t120";
+    default:
+        return nameOf(mapping.kind);
+    }
+}
+
+json mappingJson(const LiveMapping& mapping, LiveSeconds now) {
+    return {{"kind", kindText(mapping)},
             {"inside", toText(mapping.inside)},
-            {"public", toText(Endpoint{publicAddress, mapping.publicPort})},
+            {"public", toText(mapping.publicEndpoint)},
             {"ports", mapping.ports()},
+            {"call", mapping.call},
             {"seconds", now - mapping.opened},
             {"idle", now - mapping.lastUse},
             {"adopted", mapping.adopted}};
@@ -44,47 +70,85 @@ void gauge(std::ostringstream& out, const char* name, const char* help, uint64_t
         << " gauge\nh323nat_" << name << ' ' << value << '\n';
 }
 
+// In seconds, as the format's users expect.
 void delayMetrics(std::ostringstream& out, const DelayHistogram& delay) {
-    out << "# HELP h323nat_packet_delay_microseconds time that packets spent with the gateway\n"
-           "# TYPE h323nat_packet_delay_microseconds histogram\n";
+    out << "# HELP h323nat_packet_delay_seconds time that packets spent with the gateway\n"
+           "# TYPE h323nat_packet_delay_seconds histogram\n";
     uint64_t seen = 0;
     for (size_t index = 0; index + 1 < DelayHistogram::buckets; ++index) {
         seen += delay.bucket(index);
-        out << "h323nat_packet_delay_microseconds_bucket{le=\"" << (uint64_t{1} << index) << "\"} "
-            << seen << '\n';
+        out << "h323nat_packet_delay_seconds_bucket{le=\""
+            << static_cast<double>(uint64_t{1} << index) / 1e6 << "\"} " << seen << '\n';
     }
-    out << "h323nat_packet_delay_microseconds_bucket{le=\"+Inf\"} " << delay.total() << '\n'
-        << "h323nat_packet_delay_microseconds_count " << delay.total() << '\n';
+    out << "h323nat_packet_delay_seconds_bucket{le=\"+Inf\"} " << delay.total()
+        << "\nh323nat_packet_delay_seconds_sum " << static_cast<double>(delay.sum()) / 1e9
+        << "\nh323nat_packet_delay_seconds_count " << delay.total() << '\n';
+}
+
+template <typename Calls, typename CallOf>
+json callList(const Calls& calls, LiveSeconds now, CallOf callOf) {
+    json list = json::array();
+    for (const auto& entry : calls) {
+        if (list.size() < statusListLimit) {
+            list.push_back(callJson(callOf(entry), now));
+        }
+    }
+    return list;
+}
+
+std::string publishedText(const LiveConfig& config) {
+    std::string text;
+    for (const PublishedHost& host : config.published) {
+        text += (text.empty() ? "" : ", ") + toText(host.address) +
+                (host.publicPort == 1720 ? "" : ":" + std::to_string(host.publicPort));
+    }
+    return text;
+}
+
+std::string callLine(const json& call) {
+    const auto word = [&](const char* name) { return call.at(name).get<std::string>(); };
+    std::ostringstream line;
+    line << (word("direction") == "in" ? "in   " : "out  ") << std::left << std::setw(21)
+         << word("inside") << ' ' << std::setw(21) << word("remote") << ' ' << std::right
+         << std::setw(6) << call.at("seconds").get<int64_t>() << " s  " << word("verdict");
+    return line.str();
 }
 
 } // namespace
 
 std::string statusJson(const StatusSource& source) {
     const LiveGateway& gateway = source.gateway;
-    json status = {{"inside", gateway.config().inside},
-                   {"outside", gateway.config().outside},
+    const LiveConfig& config = gateway.config();
+    const LiveCalls& calls = gateway.calls();
+    json status = {{"inside", insideText(config)},
+                   {"outside", config.outside},
                    {"public", toText(gateway.publicAddress())},
-                   {"dry_run", gateway.config().dryRun},
+                   {"dry_run", config.dryRun},
                    {"uptime", source.now - source.started},
                    {"resident_kib", residentKibibytes()},
-                   {"call_total", gateway.calls().size()},
+                   {"scope", config.scope == TranslationScope::Full ? "full" : "listed"},
+                   {"call_total", calls.running().size()},
                    {"mapping_total", gateway.mappings().all().size()},
                    {"delay_us_median", source.counters.delay.quantileMicroseconds(0.5)},
                    {"delay_us_p99", source.counters.delay.quantileMicroseconds(0.99)},
-                   {"calls", json::array()},
+                   {"calls", callList(calls.running(), source.now,
+                                      [](const auto& entry) { return entry.second; })},
+                   {"ended_calls", json::array()},
                    {"mappings", json::array()},
                    {"counters", json::object()}};
-    if (gateway.config().publishedHost != 0) {
-        status["published"] = toText(gateway.config().publishedHost);
+    if (!config.published.empty()) {
+        status["published"] = publishedText(config);
     }
-    for (const auto& [flow, call] : gateway.calls()) {
-        if (status["calls"].size() < statusListLimit) {
-            status["calls"].push_back(callJson(call, source.now));
-        }
+    if (config.advertisedAddress != 0) {
+        status["advertised"] = toText(config.advertisedAddress);
+    }
+    for (auto call = calls.ended().rbegin();
+         call != calls.ended().rend() && status["ended_calls"].size() < statusListLimit; ++call) {
+        status["ended_calls"].push_back(callJson(*call, source.now));
     }
     for (const LiveMapping& mapping : gateway.mappings().all()) {
         if (status["mappings"].size() < statusListLimit) {
-            status["mappings"].push_back(mappingJson(mapping, gateway.publicAddress(), source.now));
+            status["mappings"].push_back(mappingJson(mapping, source.now));
         }
     }
     for (size_t index = 0; index < causeTexts().size(); ++index) {
@@ -110,8 +174,7 @@ std::string statusText(const std::string& statusJson) {
         << "stay " << status.at("delay_us_median") << " us (median), " << status.at("delay_us_p99")
         << " us (99 of 100)\n\ncalls: " << status.at("call_total") << '\n';
     for (const json& call : status.at("calls")) {
-        out << "  " << (word(call, "direction") == "in" ? "in   " : "out  ") << word(call, "inside")
-            << "  " << word(call, "remote") << "  " << call.at("seconds") << " s\n";
+        out << "  " << callLine(call) << '\n';
     }
     out << "\nmappings: " << status.at("mapping_total") << '\n';
     for (const json& mapping : status.at("mappings")) {
@@ -136,7 +199,7 @@ std::string metricsText(const StatusSource& source) {
             << "\n# TYPE h323nat_" << text.name << "_total counter\nh323nat_" << text.name
             << "_total " << source.counters.of(static_cast<Cause>(index)) << '\n';
     }
-    gauge(out, "calls", "call-signalling connections now", source.gateway.calls().size());
+    gauge(out, "calls", "calls now", source.gateway.calls().running().size());
     gauge(out, "mappings", "mappings now", source.gateway.mappings().all().size());
     gauge(out, "uptime_seconds", "seconds since the start",
           static_cast<uint64_t>(source.now - source.started));
@@ -144,19 +207,18 @@ std::string metricsText(const StatusSource& source) {
     return out.str();
 }
 
-std::string writeMetricsFile(const std::string& path, const std::string& text) {
-    const std::string temporary = path + ".new";
-    {
-        std::ofstream file(temporary, std::ios::trunc);
-        file << text;
-        if (!file.flush()) {
-            return "cannot write '" + temporary + "': " + std::strerror(errno);
+std::string callsText(const std::string& statusJson) {
+    const json status = json::parse(statusJson);
+    std::ostringstream out;
+    for (const json& call : status.at("ended_calls")) {
+        out << std::setw(6) << call.at("ended_ago").get<int64_t>() << " s ago  " << callLine(call)
+            << "  " << call.at("end").get<std::string>();
+        if (call.at("cause") != 0) {
+            out << ", cause " << call.at("cause");
         }
+        out << '\n';
     }
-    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-        return "cannot rename '" + temporary + "' to '" + path + "': " + std::strerror(errno);
-    }
-    return {};
+    return out.str();
 }
 
 } // namespace gateway

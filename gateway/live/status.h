@@ -25,11 +25,10 @@ std::string statusJson(const StatusSource& source);
 // when the text is not such an object.
 std::string statusText(const std::string& statusJson);
 
+// The calls that ended last, newest first, for people; from the JSON text of a running gateway.
+std::string callsText(const std::string& statusJson);
+
 // Counters and gauges in the Prometheus text format, version 0.0.4.
 std::string metricsText(const StatusSource& source);
-
-// Replaces the file in one step, so that a reader never sees half of it. Gives an empty text, or
-// what went wrong.
-std::string writeMetricsFile(const std::string& path, const std::string& text);
 
 } // namespace gateway

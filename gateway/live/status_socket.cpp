@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@ namespace gateway {
 namespace {
 
 constexpr int waitingConnections = 8;
+constexpr timeval patience{3, 0};
 constexpr int sendBuffer = 1024 * 1024;
 constexpr mode_t ownerAndGroup = 0117; // umask
 
@@ -27,6 +29,28 @@ bool fillAddress(const std::string& path, sockaddr_un& address) {
 
 std::string failureAt(const std::string& path) {
     return "status socket '" + path + "': " + std::strerror(errno);
+}
+
+// Removes the socket of a run that ended; anything else stays.
+std::string makeRoom(const std::string& path, const sockaddr_un& address) {
+    struct stat there {};
+    if (lstat(path.c_str(), &there) != 0) {
+        return {};
+    }
+    const std::string prefix = "status socket '" + path + "': ";
+    if (!S_ISSOCK(there.st_mode)) {
+        return prefix + "a file that is no socket is there; choose another path";
+    }
+    const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const bool answered =
+        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
+        errno == EAGAIN;
+    close(probe);
+    if (answered) {
+        return prefix + "another gateway answers there; status-socket chooses another path";
+    }
+    unlink(path.c_str());
+    return {};
 }
 
 } // namespace
@@ -47,12 +71,16 @@ std::string StatusSocket::open(const std::string& path) {
     if (listener < 0) {
         return failureAt(path);
     }
-    unlink(path.c_str());
+    std::string failure = makeRoom(path, address);
+    if (!failure.empty()) {
+        close(listener);
+        return failure;
+    }
     const mode_t before = umask(ownerAndGroup);
     const int bound = bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
     umask(before);
     if (bound != 0 || listen(listener, waitingConnections) != 0) {
-        std::string failure = failureAt(path) + "; does its directory exist?";
+        failure = failureAt(path) + "; does its directory exist?";
         close(listener);
         return failure;
     }
@@ -79,6 +107,9 @@ std::string readStatus(const std::string& path, std::string& answer) {
         return "status socket '" + path + "': the path is too long";
     }
     const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    for (const int limit : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+        (void)setsockopt(connection, SOL_SOCKET, limit, &patience, sizeof patience);
+    }
     if (connection < 0 ||
         connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
         std::string failure =
@@ -93,8 +124,14 @@ std::string readStatus(const std::string& path, std::string& answer) {
     while ((length = recv(connection, part.data(), part.size(), 0)) > 0) {
         answer.append(part.data(), static_cast<size_t>(length));
     }
+    const bool late = length < 0 && errno == EAGAIN;
+    std::string failure = late
+                              ? "status socket '" + path + "': the gateway did not answer within " +
+                                    std::to_string(patience.tv_sec) + " seconds"
+                          : length < 0 ? failureAt(path)
+                                       : "";
     close(connection);
-    return length < 0 ? failureAt(path) : "";
+    return failure;
 }
 
 } // namespace gateway

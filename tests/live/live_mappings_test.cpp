@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 namespace gateway {
 namespace {
 
@@ -24,8 +26,8 @@ LiveConfig configured() {
     return config;
 }
 
-TrackedFlow udpOut(const Endpoint& inside, const Endpoint& seenAs, uint32_t secondsLeft) {
-    return {Protocol::Udp, inside, relay, relay, seenAs, secondsLeft, false, false};
+TrackedFlow udpOut(const Endpoint& inside, const Endpoint& seenAs) {
+    return {Protocol::Udp, inside, relay, relay, seenAs, 30, false, false};
 }
 
 TrackedFlow openCall() {
@@ -35,37 +37,64 @@ TrackedFlow openCall() {
 
 class LiveMappingsTest : public testing::Test {
 protected:
-    LiveMapping* open(MappingKind kind, const Endpoint& inside, LiveSeconds now = 0) {
-        return mappings.open(kind, inside, relay.address, call, now).mapping;
+    LiveMapping* open(MappingKind kind, const Endpoint& inside, LiveSeconds now = 0,
+                      uint64_t number = 0) {
+        return mappings.open({kind, inside, publicAddress, call, number}, now).mapping;
     }
 
-    LiveMappings mappings{configured()};
+    Cause refusal(MappingKind kind, const Endpoint& inside) {
+        const auto opened = mappings.open({kind, inside, publicAddress, call, 0}, 0);
+        EXPECT_EQ(opened.mapping, nullptr);
+        return opened.refusal;
+    }
+
+    LiveMappings::Swept sweep(const std::vector<TrackedFlow>& flows, LiveSeconds now,
+                              const std::vector<EndpointUse>& uses = {}) {
+        FlowSurvey survey = mappings.survey();
+        for (const TrackedFlow& flow : flows) {
+            survey.note(flow);
+        }
+        return mappings.sweep(survey, uses, now);
+    }
+
+    std::set<uint16_t> ownPorts;
+    LiveMappings mappings{configured(), 7,
+                          [this](Protocol, uint16_t port) { return !ownPorts.contains(port); }};
 };
 
-TEST_F(LiveMappingsTest, PairsAreEvenWithinTheRangeAndEnd) {
-    const LiveMapping* kept = open(MappingKind::Media, {host, 20002});
-    ASSERT_NE(kept, nullptr);
-    EXPECT_EQ(kept->publicPort, 20002); // its own port is in the range and free
-    const LiveMapping* odd = open(MappingKind::Media, {host, 20005});
-    const LiveMapping* outside = open(MappingKind::Media, {host, 5000});
-    ASSERT_NE(odd, nullptr);
-    ASSERT_NE(outside, nullptr);
-    EXPECT_EQ(odd->publicPort % 2, 0);
-    EXPECT_NE(odd->publicPort, outside->publicPort);
-    ASSERT_NE(open(MappingKind::Media, {otherHost, 5000}), nullptr);
-    const auto refused = mappings.open(MappingKind::Media, {otherHost, 7000}, 0, call, 0);
-    EXPECT_EQ(refused.mapping, nullptr);
-    EXPECT_EQ(refused.refusal, Cause::refusedPorts);
-    // TCP has ports of its own.
-    EXPECT_NE(open(MappingKind::Control, {host, 5000}), nullptr);
+TEST_F(LiveMappingsTest, PairsAreEvenAndNeverTheMachinesOwn) {
+    ownPorts = {20003};
+    std::set<uint16_t> pairs;
+    for (const uint16_t port : {uint16_t{5000}, uint16_t{20005}, uint16_t{7001}}) {
+        const LiveMapping* mapping = open(MappingKind::Media, {host, port});
+        ASSERT_NE(mapping, nullptr);
+        EXPECT_EQ(mapping->publicEndpoint.port % 2, 0);
+        pairs.insert(mapping->publicEndpoint.port);
+    }
+    EXPECT_EQ(pairs, (std::set<uint16_t>{20000, 20004, 20006}));
+    EXPECT_EQ(refusal(MappingKind::Media, {otherHost, 7000}), Cause::refusedPorts);
+    // One port is enough for others, and TCP has ports of its own.
+    for (uint16_t port = 5000; port < 5007; ++port) {
+        EXPECT_NE(open(MappingKind::Control, {host, port}), nullptr);
+    }
+    EXPECT_EQ(refusal(MappingKind::Control, {host, 5007}), Cause::refusedPorts);
 }
 
-TEST_F(LiveMappingsTest, AskedAgainGivesTheSame) {
-    const auto first = mappings.open(MappingKind::Media, {host, 5000}, 0, call, 0);
-    const auto again = mappings.open(MappingKind::Media, {host, 5000}, 1, call, 5);
-    EXPECT_EQ(first.mapping, again.mapping);
-    EXPECT_FALSE(first.reused);
-    EXPECT_TRUE(again.reused);
+TEST_F(LiveMappingsTest, AskedAgainGivesTheSameAlsoInAnotherRun) {
+    LiveMapping* const first = open(MappingKind::Media, {host, 5000});
+    EXPECT_EQ(open(MappingKind::Media, {host, 5000}, 5), first);
+    const uint16_t port = first->publicEndpoint.port;
+    LiveMappings again{configured(), 7, [](Protocol, uint16_t) { return true; }};
+    std::set<uint16_t> bySeed;
+    for (uint64_t seed = 0; seed < 30; ++seed) {
+        LiveMappings other{configured(), seed, [](Protocol, uint16_t) { return true; }};
+        bySeed.insert(other.open({MappingKind::Media, {host, 5000}, 0, call, 0}, 0)
+                          .mapping->publicEndpoint.port);
+    }
+    EXPECT_EQ(
+        again.open({MappingKind::Media, {host, 5000}, 0, call, 0}, 0).mapping->publicEndpoint.port,
+        port);
+    EXPECT_EQ(bySeed.size(), 4U); // nobody inside can tell which one it will be
 }
 
 TEST_F(LiveMappingsTest, OneHostCannotTakeAll) {
@@ -74,12 +103,10 @@ TEST_F(LiveMappingsTest, OneHostCannotTakeAll) {
     mappings.configure(config);
     open(MappingKind::Media, {host, 5000});
     open(MappingKind::Media, {host, 5002});
-    const auto refused = mappings.open(MappingKind::Media, {host, 5004}, 0, call, 0);
-    EXPECT_EQ(refused.mapping, nullptr);
-    EXPECT_EQ(refused.refusal, Cause::refusedHostLimit);
+    EXPECT_EQ(refusal(MappingKind::Media, {host, 5004}), Cause::refusedHostLimit);
     EXPECT_NE(open(MappingKind::Media, {otherHost, 5004}), nullptr);
     // What the kernel refused does not count.
-    mappings.withdraw(*mappings.open(MappingKind::Media, {host, 5000}, 0, call, 0).mapping);
+    mappings.withdraw(open(MappingKind::Media, {host, 5000})->number);
     EXPECT_NE(open(MappingKind::Media, {host, 5004}), nullptr);
 }
 
@@ -93,74 +120,95 @@ TEST_F(LiveMappingsTest, OverlappingPairsShareNoElement) {
     EXPECT_TRUE(second->leaves[1]);
 }
 
-TEST_F(LiveMappingsTest, LivesWithItsCallThenWithItsMedia) {
-    const LiveMapping* mapping = open(MappingKind::Media, {host, 5000});
-    const Endpoint seenAs{publicAddress, mapping->publicPort};
-    // Ringing: no media yet, the call is open.
-    EXPECT_TRUE(mappings.sweep(std::vector{openCall()}, publicAddress, 90).ended.empty());
-    // Hung up, but media flows: the kernel's timer is pushed ahead between two sweeps.
-    for (LiveSeconds now = 91; now < 131; now += 5) {
-        const std::vector flows{udpOut({host, 5000}, seenAs, 30)};
-        EXPECT_TRUE(mappings.sweep(flows, publicAddress, now).ended.empty()) << now;
-    }
-    // Silence: the flow is still there, its timer runs down.
-    LiveMappings::Swept swept;
-    LiveSeconds now = 131;
-    for (; now < 160 && swept.ended.empty(); ++now) {
-        const std::vector flows{
-            udpOut({host, 5000}, seenAs, static_cast<uint32_t>(126 + 30 - now))};
-        swept = mappings.sweep(flows, publicAddress, now);
-    }
+TEST_F(LiveMappingsTest, LivesWithItsCallThenWithWhatThePrivateHostSends) {
+    const LiveMapping* mapping = open(MappingKind::Media, {host, 5000}, 0, 1);
+    const std::vector flows{udpOut({host, 5000}, mapping->publicEndpoint)};
+    EXPECT_TRUE(sweep({}, 90).ended.empty()); // ringing
+    mappings.endCall(1, 90);
+    EXPECT_TRUE(sweep(flows, 99).ended.empty());
+    EXPECT_TRUE(sweep(flows, 105, {{{host, 5001}, 3}}).ended.empty()); // RTCP is enough
+    EXPECT_TRUE(sweep(flows, 112).ended.empty());
+    // What comes in does not count.
+    const auto swept = sweep(flows, 113);
     ASSERT_EQ(swept.ended.size(), 1U);
-    EXPECT_NEAR(static_cast<double>(now), 126 + 10 + 2, 2);
     EXPECT_EQ(swept.forwards.size(), 2U);
     ASSERT_EQ(swept.flows.size(), 1U); // the way in closes for the old party as well
-    EXPECT_EQ(swept.flows[0].originalSource, (Endpoint{host, 5000}));
     EXPECT_TRUE(mappings.all().empty());
 }
 
-TEST_F(LiveMappingsTest, ACallThatNobodyUsesEndsToo) {
+TEST_F(LiveMappingsTest, WithoutACallTheConnectionCounts) {
     open(MappingKind::Media, {host, 5000});
-    EXPECT_TRUE(mappings.sweep(std::vector{openCall()}, publicAddress, 100).ended.empty());
-    EXPECT_EQ(mappings.sweep(std::vector{openCall()}, publicAddress, 101).ended.size(), 1U);
+    EXPECT_TRUE(sweep({openCall()}, 100).ended.empty());
+    EXPECT_EQ(sweep({openCall()}, 101).ended.size(), 1U);
+    open(MappingKind::Media, {host, 5000}, 200);
+    EXPECT_TRUE(sweep({}, 210).ended.empty());
+    EXPECT_EQ(sweep({}, 211).ended.size(), 1U);
 }
 
-TEST_F(LiveMappingsTest, RegistrationsLastLonger) {
+TEST_F(LiveMappingsTest, RegistrationsLastOnceTheyAreAnswered) {
     open(MappingKind::Ras, {host, 1719});
-    EXPECT_TRUE(mappings.sweep({}, publicAddress, 1000).ended.empty());
-    open(MappingKind::Ras, {host, 1719}, 1000); // registered again
-    EXPECT_TRUE(mappings.sweep({}, publicAddress, 2000).ended.empty());
-    EXPECT_EQ(mappings.sweep({}, publicAddress, 2001).ended.size(), 1U);
+    EXPECT_EQ(sweep({}, 31).ended.size(), 1U);
+    open(MappingKind::Ras, {host, 1719}, 100)->answered = true;
+    EXPECT_TRUE(sweep({}, 1100).ended.empty());
+    EXPECT_EQ(sweep({}, 1101).ended.size(), 1U);
+}
+
+TEST_F(LiveMappingsTest, UnansweredRegistrationsOfManyHostsGiveWay) {
+    LiveConfig config = configured();
+    config.lastPort = 29999;
+    mappings.configure(config);
+    for (uint32_t number = 0; number < 300; ++number) {
+        EXPECT_NE(open(MappingKind::Ras, {host + number, 1719}), nullptr);
+    }
+    EXPECT_EQ(mappings.takeOver().ended.size(), 300U - 256U);
+    EXPECT_EQ(mappings.findInside(MappingKind::Ras, {host, 1719}), nullptr);
+    for (uint16_t port = 1720; port < 1723; ++port) {
+        open(MappingKind::Ras, {host + 299, port});
+    }
+    EXPECT_EQ(refusal(MappingKind::Ras, {host + 299, 1730}), Cause::refusedHostLimit);
+}
+
+TEST_F(LiveMappingsTest, WhatTheModuleNeedsNoMoreEndsAtOnce) {
+    const LiveMapping* mapping = open(MappingKind::Control, {host, 4000});
+    mappings.markOver(Protocol::Tcp, mapping->publicEndpoint.port);
+    mappings.markOver(Protocol::Tcp, 1);
+    EXPECT_EQ(mappings.takeOver().ended.size(), 1U);
+    // Asked for again in time, it stays.
+    mapping = open(MappingKind::Control, {host, 4000});
+    mappings.markOver(Protocol::Tcp, mapping->publicEndpoint.port);
+    open(MappingKind::Control, {host, 4000});
+    EXPECT_TRUE(mappings.takeOver().ended.empty());
 }
 
 // Media that flowed before the mapping has another public port, which the kernel would keep.
 TEST_F(LiveMappingsTest, FlowsOlderThanTheMappingAreRemovedOnce) {
     open(MappingKind::Media, {host, 5000});
-    const std::vector flows{udpOut({host, 5000}, {publicAddress, 5000}, 30)};
-    EXPECT_EQ(mappings.sweep(flows, publicAddress, 1).flows.size(), 1U);
-    EXPECT_TRUE(mappings.sweep(flows, publicAddress, 2).flows.empty());
+    const std::vector flows{udpOut({host, 5000}, {publicAddress, 5000})};
+    EXPECT_EQ(sweep(flows, 1).flows.size(), 1U);
+    EXPECT_TRUE(sweep(flows, 2).flows.empty());
 }
 
 TEST_F(LiveMappingsTest, AdoptsPairsAndSinglesOfAnEarlierRun) {
-    const PortForward left[] = {{Protocol::Udp, 20001, {host, 5001}, false},
-                                {Protocol::Udp, 20000, {host, 5000}, false},
-                                {Protocol::Udp, 20004, {host, 1719}, false},
-                                {Protocol::Udp, 20006, {host, 65535}, false},
-                                {Protocol::Udp, 20000, {otherHost, 5000}, false}};
-    EXPECT_EQ(mappings.adopt(left, 0), 2U);
-    EXPECT_EQ(mappings.open(MappingKind::Media, {host, 5000}, 0, call, 1).mapping->publicPort,
-              20000);
-    EXPECT_EQ(mappings.open(MappingKind::Ras, {host, 1719}, 0, call, 1).mapping->publicPort, 20004);
-    EXPECT_EQ(mappings.allForwards().size(), 3U);
+    const PortForward left[] = {{MappingKind::Media, 20001, {host, 5001}, 0},
+                                {MappingKind::Media, 20000, {host, 5000}, 0},
+                                {MappingKind::Ras, 20005, {host, 1719}, 0},
+                                {MappingKind::Media, 20006, {host, 65535}, 0},
+                                {MappingKind::Control, 20000, {host, 1720}, 0},
+                                {MappingKind::Media, 20000, {otherHost, 5000}, 0}};
+    EXPECT_EQ(mappings.adopt(left, publicAddress, 0), 3U);
+    const Endpoint expected{publicAddress, 20000};
+    EXPECT_EQ(open(MappingKind::Media, {host, 5000}, 1)->publicEndpoint, expected);
+    EXPECT_EQ(open(MappingKind::Control, {host, 1720}, 1)->publicEndpoint, expected);
+    EXPECT_EQ(mappings.allForwards().size(), 4U);
 }
 
 TEST_F(LiveMappingsTest, ANewRangeKeepsOldPortsTaken) {
-    open(MappingKind::Media, {host, 20002});
+    const uint16_t old = open(MappingKind::Media, {host, 20002})->publicEndpoint.port;
     LiveConfig config = configured();
-    config.firstPort = 20002;
-    config.lastPort = 20005;
+    config.firstPort = old;
+    config.lastPort = static_cast<uint16_t>(old + 3);
     mappings.configure(config);
-    EXPECT_EQ(open(MappingKind::Media, {host, 5000})->publicPort, 20004);
+    EXPECT_EQ(open(MappingKind::Media, {host, 5000})->publicEndpoint.port, old + 2);
     EXPECT_EQ(open(MappingKind::Media, {host, 5002}), nullptr);
 }
 
@@ -174,7 +222,7 @@ TEST_F(LiveMappingsTest, EndedMappingsLeaveNoLinks) {
     parent->firstMediaRecord = &first;
     first.nextSibling = &second;
     second.previousSibling = &first;
-    EXPECT_EQ(mappings.sweep({}, publicAddress, 50).ended.size(), 1U);
+    EXPECT_EQ(sweep({}, 50).ended.size(), 1U);
     // The plus copies a member that may stand unaligned in its packed record.
     EXPECT_EQ(+parent->firstMediaRecord, nullptr);
 }

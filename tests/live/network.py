@@ -9,6 +9,7 @@ import uuid
 
 PRIVATE = "10.0.0.5"
 SECOND_PRIVATE = "10.0.0.6"
+OTHER_PRIVATE = "10.0.1.5"  # behind another inside interface
 PUBLIC = "203.0.113.1"
 OUTSIDE = "203.0.113.9"
 GATEKEEPER = "203.0.113.8"
@@ -44,24 +45,30 @@ def why_not():
 
 
 class Network:
-    """Names are unique, so that test runs never meet; `close` leaves nothing behind."""
+    """Names are unique, so that test runs never meet; `close` leaves nothing behind. The router has
+    an ordinary firewall: what is not wanted does not pass."""
 
     def __init__(self):
         unique = uuid.uuid4().hex[:8]
-        self.names = {side: f"h323nat-{unique}-{side}" for side in ("inside", "router", "outside")}
+        self.names = {side: f"h323nat-{unique}-{side}" for side in ("inside", "other", "router", "outside")}
         try:
             for name in self.names.values():
                 run("ip", "netns", "add", name)
                 self._ip_in(name, "link", "set", "lo", "up")
             self._connect("inside", "in0", "10.0.0.1/24", [PRIVATE, SECOND_PRIVATE])
             self._connect("outside", "out0", PUBLIC + "/24", [OUTSIDE, GATEKEEPER])
+            self._connect("other", "in1", "10.0.1.1/24", [OTHER_PRIVATE])
             self._ip_in(self.names["inside"], "route", "add", "default", "via", "10.0.0.1")
+            self._ip_in(self.names["other"], "route", "add", "default", "via", "10.0.1.1")
             self.on_router("sysctl", "-qw", "net.ipv4.ip_forward=1")
             # What an operator's router does anyway, in a table of its own.
             self.on_router(
                 "nft",
                 "table ip operator { chain out { type nat hook postrouting priority srcnat;"
-                ' oifname "out0" masquerade; }; }',
+                ' oifname "out0" masquerade; };'
+                " chain through { type filter hook forward priority filter; policy drop;"
+                " ct state established,related accept; ct status dnat accept;"
+                ' iifname { "in0", "in1" } accept; }; }',
             )
         except BaseException:
             self.close()
@@ -87,8 +94,8 @@ class Network:
     def on_router(self, *command):
         return run("ip", "netns", "exec", self.names["router"], *command)
 
-    def run_outside(self, *command):
-        return run("ip", "netns", "exec", self.names["outside"], *command)
+    def run_in(self, side, *command):
+        return run("ip", "netns", "exec", self.names[side], *command)
 
     def spawn_on_router(self, command, **options):
         return subprocess.Popen(["ip", "netns", "exec", self.names["router"], *command], **options)
@@ -108,6 +115,11 @@ class Network:
     def _enter(namespace):
         if _libc.setns(namespace.fileno(), CLONE_NEWNET) != 0:
             raise OSError(ctypes.get_errno(), "setns")
+
+    def raw(self, side):
+        """For packets that a host would not send by itself; IP header included."""
+        with self.inside_of(side):
+            return socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_RAW)
 
     def udp(self, side, address, port):
         with self.inside_of(side):

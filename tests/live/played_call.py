@@ -1,11 +1,12 @@
 """Plays a recorded call between real sockets on both sides of the router."""
 
 import struct
+import time
 
-from network import PRIVATE, PUBLIC, SECOND_PRIVATE
+from network import OTHER_PRIVATE, PRIVATE, PUBLIC, SECOND_PRIVATE
 from recorded_call import endpoint_bytes
 
-PRIVATE_ADDRESSES = (PRIVATE, SECOND_PRIVATE)
+PRIVATE_ADDRESSES = (PRIVATE, SECOND_PRIVATE, OTHER_PRIVATE)
 SIGNALLING_PORT = 1720
 
 
@@ -27,10 +28,15 @@ class PlayedCall:
     """`announced` tells, for each private endpoint that a private host wrote into a message, what
     the outside party read there."""
 
-    def __init__(self, network, found, keep_client_ports=True):
+    def __init__(self, network, found, keep_client_ports=True, piece=None, public=PUBLIC):
+        """`piece`: octets of each segment; `public`: the address that outsiders call."""
+
         self.network = network
         self.found = found
         self.keep_client_ports = keep_client_ports
+        self.piece = piece
+        self.public = public
+        self.received = []  # what private hosts read
         self.announced = {}
         self.connections = {}
         self.sockets = []
@@ -61,15 +67,19 @@ class PlayedCall:
 
     @staticmethod
     def _side(endpoint):
+        if endpoint[0] == OTHER_PRIVATE:
+            return "other"
         return "inside" if is_private(endpoint) else "outside"
 
     def _target(self, endpoint):
         """Where the other side must send to reach an endpoint."""
         if not is_private(endpoint):
             return endpoint
+        if endpoint in self.announced:
+            return self.announced[endpoint]
         if endpoint[1] == SIGNALLING_PORT:
-            return (PUBLIC, SIGNALLING_PORT)
-        return self.announced[endpoint]
+            return (self.public, SIGNALLING_PORT)
+        raise AssertionError("nobody was told of %s:%d" % endpoint)
 
     def _connect(self, client, server):
         listener = self._keep(self.network.listen(self._side(server), *server))
@@ -88,7 +98,10 @@ class PlayedCall:
             self._connect(client, server)
         opening, accepted = self.connections[client, server]
         sender, reader = (opening, accepted) if message.source == client else (accepted, opening)
-        sender.sendall(message.data)
+        for at in range(0, len(message.data), self.piece or len(message.data)):
+            if at != 0:
+                time.sleep(0.002)  # the kernel sends each piece by itself
+            sender.sendall(message.data[at : at + (self.piece or len(message.data))])
         self._compare(message, read_exactly(reader, len(message.data)))
 
     def datagram_socket(self, endpoint):
@@ -126,12 +139,12 @@ class PlayedCall:
                     rebuilt[at : at + 6] = received[at : at + 6]
                 at = message.data.find(sought, at + 1)
         if not is_private(message.source):
-            # What an outside party says about the public address may become private.
-            rebuilt = bytearray(
-                received if bytes(rebuilt).replace(endpoint_bytes((PUBLIC, SIGNALLING_PORT)),
-                                                   endpoint_bytes((PRIVATE, SIGNALLING_PORT)))
-                == received else rebuilt
-            )
+            # What an outside party says about public endpoints becomes private.
+            self.received.append(received)
+            known = {(self.public, SIGNALLING_PORT): (message.destination[0], SIGNALLING_PORT)}
+            known.update({public: inside for inside, public in self.announced.items()})
+            for public, inside in known.items():
+                rebuilt = rebuilt.replace(endpoint_bytes(public), endpoint_bytes(inside))
         if bytes(rebuilt) != received:
             raise AssertionError("octets changed that are no translated endpoint")
         self.changed += received != message.data

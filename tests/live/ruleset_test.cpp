@@ -1,5 +1,7 @@
 #include "gateway/live/ruleset.h"
 
+#include "gateway/live/table_sets.h"
+
 #include <gtest/gtest.h>
 
 namespace gateway {
@@ -7,56 +9,64 @@ namespace {
 
 constexpr uint32_t publicAddress = 0xCB007101; // 203.0.113.1
 
-LiveConfig configured() {
-    LiveConfig config;
-    config.inside = "in0";
-    config.outside = "out0";
-    return config;
-}
-
 bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-TEST(Ruleset, ShowsCallsFromOutsideOnlyWhenAHostIsPublished) {
-    LiveConfig config = configured();
-    const auto rules = [&] {
-        return renderRuleset(config, publicAddress, {}, Transition::Replace);
+TEST(Ruleset, SettingsShowInTheRules) {
+    struct Case {
+        const char* settings;
+        const char* part;
+        bool there;
     };
-    EXPECT_FALSE(contains(rules(), "dnat to"));
-    EXPECT_FALSE(contains(rules(), "    tcp dport 1720 goto to_module\n  }"));
-    config.publishedHost = 0x0A000005;
-    EXPECT_TRUE(contains(rules(), "ip daddr 203.0.113.1 tcp dport 1720 dnat to 10.0.0.5\n"));
-    EXPECT_TRUE(contains(rules(), "    tcp dport 1720 goto to_module\n  }"));
-    config.publishT120 = true;
-    EXPECT_TRUE(contains(rules(), "tcp dport { 1503, 1720 } dnat to 10.0.0.5\n"));
+    const Case cases[] = {
+        {"", "iifname \"vlan*\" goto sent", true},
+        {"", "ct state != established return", true},
+        {"", "@peers drop", true},
+        {"media-source = any", "@peers drop", false},
+        {"", "oifname \"out0\" masquerade", false},
+        {"masquerade = yes", "oifname \"out0\" masquerade", true},
+        {"", "iifname \"in0\" ip daddr 203.0.113.1 goto hairpin_arriving", true},
+        {"advertise = 198.51.100.7",
+         "iifname \"in0\" ip daddr { 203.0.113.1, 198.51.100.7 } goto hairpin_arriving", true},
+        {"queue = all", "tcp dport 1720", false},
+        {"table = other", "table ip other {", true}};
+    for (const Case& each : cases) {
+        LiveConfig config;
+        ASSERT_EQ(readConfig(config, "inside = in0, vlan*\noutside = out0\n", "x"), "");
+        ASSERT_EQ(readConfig(config, each.settings, "x"), "");
+        EXPECT_EQ(contains(renderRuleset(config, publicAddress, Transition::Replace), each.part),
+                  each.there)
+            << each.settings << ": " << each.part;
+        config.dryRun = true;
+        const std::string dry = renderRuleset(config, publicAddress, Transition::Replace);
+        EXPECT_FALSE(contains(dry, "type nat") || contains(dry, "drop;")) << each.settings;
+    }
 }
 
-TEST(Ruleset, DryRunTranslatesNothing) {
-    LiveConfig config = configured();
-    config.publishedHost = 0x0A000005;
-    config.masquerade = true;
-    config.dryRun = true;
-    const std::string rules = renderRuleset(config, publicAddress, {}, Transition::Replace);
-    EXPECT_FALSE(contains(rules, "type nat"));
-    EXPECT_FALSE(contains(rules, "masquerade"));
-}
-
-TEST(Ruleset, ForwardsBecomeElementsOfTheRightMaps) {
-    const PortForward forwards[] = {
-        {Protocol::Udp, 20000, {0x0A000005, 5000}, true},
-        {Protocol::Udp, 20001, {0x0A000005, 5001}, false},
-        {Protocol::Tcp, 20002, {0x0A000006, 4000}, false},
-    };
-    EXPECT_EQ(renderAddition(publicAddress, forwards),
-              "add element ip h323nat media_in { 20000 : 10.0.0.5 . 5000, 20001 : 10.0.0.5 . 5001 "
-              "}\n"
-              "add element ip h323nat media_out { 10.0.0.5 . 5000 : 203.0.113.1 . 20000 }\n"
-              "add element ip h323nat control_in { 20002 : 10.0.0.6 . 4000 }\n");
-    EXPECT_EQ(renderRemoval(forwards), "delete element ip h323nat media_in { 20000, 20001 }\n"
-                                       "delete element ip h323nat media_out { 10.0.0.5 . 5000 }\n"
-                                       "delete element ip h323nat control_in { 20002 }\n");
-    EXPECT_EQ(renderAddition(publicAddress, {}), "");
+// The kernel's form: network byte order, each part of a concatenation padded to four octets.
+TEST(TableSets, ForwardsBecomeElementsOfTheRightSets) {
+    const Endpoint inside{0x0A000005, 5000};
+    const auto endpoint = [](SetId set, const Endpoint& key) { return elementOf(set, key); };
+    const auto media = elementsOf({MappingKind::Media, 20000, inside, publicAddress});
+    ASSERT_EQ(media.size(), 3U);
+    EXPECT_EQ(media[0].set, SetId::MediaIn);
+    EXPECT_EQ(media[0].keyOctets, 2);
+    EXPECT_EQ(media[0].key, (std::array<uint8_t, 8>{0x4E, 0x20}));
+    EXPECT_EQ(media[0].value, (std::array<uint8_t, 8>{10, 0, 0, 5, 0x13, 0x88}));
+    EXPECT_EQ(media[1].set, SetId::MediaOut);
+    EXPECT_EQ(media[1].key, media[0].value);
+    EXPECT_EQ(media[1].value, (std::array<uint8_t, 8>{203, 0, 113, 1, 0x4E, 0x20}));
+    EXPECT_EQ(media[2], endpoint(SetId::MediaHosts, inside));
+    // An endpoint that another mapping has already stays that one's.
+    EXPECT_EQ(elementsOf({MappingKind::Media, 20000, inside, 0}).size(), 1U);
+    const auto ras = elementsOf({MappingKind::Ras, 20001, inside, publicAddress});
+    ASSERT_EQ(ras.size(), 4U);
+    EXPECT_EQ(ras[2], endpoint(SetId::RasHosts, inside));
+    EXPECT_EQ(ras[3], elementOf(SetId::RasIn, 20001));
+    const auto control = elementsOf({MappingKind::Control, 20002, inside, 0});
+    ASSERT_EQ(control.size(), 1U);
+    EXPECT_EQ(control[0].set, SetId::ControlIn);
 }
 
 } // namespace

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "gateway/endpoint.h"
+#include "gateway/live/conntrack.h"
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+namespace gateway {
+
+// What the open mappings want to know of the kernel's connections. Stands for itself, so that
+// another thread may fill it: a table of many connections takes its time.
+class FlowSurvey {
+public:
+    // A port of a mapping; `number` is the mapping's.
+    void addPort(uint64_t number, Protocol protocol, const Endpoint& inside,
+                 const Endpoint& publicEndpoint, bool leaves, bool fresh);
+    void addOwner(const FlowId& insideView) { owners_.emplace(insideView, false); }
+
+    void note(const TrackedFlow& flow);
+
+    struct Use {
+        bool open = false;              // a TCP connection through the mapping
+        std::vector<TrackedFlow> flows; // through the mapping
+    };
+    // Null when no connection goes through the mapping.
+    [[nodiscard]] const Use* useOf(uint64_t number) const;
+    [[nodiscard]] bool isOpen(const FlowId& owner) const;
+    // Flows of freshly mapped endpoints that leave from elsewhere.
+    [[nodiscard]] const std::vector<TrackedFlow>& conflicts() const { return conflicts_; }
+
+private:
+    struct Port {
+        uint64_t number;
+        Endpoint inside;
+        Endpoint publicEndpoint;
+        bool fresh;
+    };
+
+    void noteOwner(const TrackedFlow& flow);
+    void use(const Port& port, const TrackedFlow& flow, bool throughMapping);
+
+    std::unordered_map<LocalId, Port, LocalIdHash> byInside_;
+    std::unordered_map<LocalId, Port, LocalIdHash> byPublic_;
+    std::unordered_map<FlowId, bool, FlowIdHash> owners_;
+    std::unordered_map<uint64_t, Use> uses_;
+    std::vector<TrackedFlow> conflicts_;
+};
+
+} // namespace gateway

@@ -1,0 +1,46 @@
+#include "gateway/live/replace_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace gateway {
+namespace {
+
+bool writeAll(int descriptor, const std::string& text) {
+    size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t part = write(descriptor, text.data() + written, text.size() - written);
+        if (part < 0 && errno != EINTR) {
+            return false;
+        }
+        written += part < 0 ? 0 : static_cast<size_t>(part);
+    }
+    return true;
+}
+
+} // namespace
+
+std::string replaceFile(const std::string& path, const std::string& text, OthersMay others) {
+    const std::string temporary = path + ".new";
+    const int descriptor =
+        open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const mode_t mode = others == OthersMay::Read ? 0644 : 0600;
+    // The mode is meant as it stands, whatever the process's umask.
+    const bool whole =
+        descriptor >= 0 && fchmod(descriptor, mode) == 0 && writeAll(descriptor, text);
+    std::string failure = whole ? "" : "cannot write '" + temporary + "': " + std::strerror(errno);
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+    if (failure.empty() && std::rename(temporary.c_str(), path.c_str()) != 0) {
+        failure = "cannot rename '" + temporary + "' to '" + path + "': " + std::strerror(errno);
+    }
+    return failure;
+}
+
+} // namespace gateway

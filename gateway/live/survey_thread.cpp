@@ -1,0 +1,77 @@
+#include "gateway/live/survey_thread.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <utility>
+#include <vector>
+
+namespace gateway {
+
+SurveyThread::SurveyThread() : done_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    // Signals are for the thread that waits for them.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    thread_ = std::thread([this] { run(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+SurveyThread::~SurveyThread() {
+    {
+        const std::lock_guard lock(mutex_);
+        ends_ = true;
+    }
+    wanted_.notify_one();
+    thread_.join();
+    close(done_);
+}
+
+void SurveyThread::start(FlowSurvey survey) {
+    {
+        const std::lock_guard lock(mutex_);
+        survey_ = std::move(survey);
+        working_ = true;
+    }
+    busy_ = true;
+    wanted_.notify_one();
+}
+
+std::optional<FlowSurvey> SurveyThread::take() {
+    eventfd_t number = 0;
+    (void)eventfd_read(done_, &number);
+    const std::lock_guard lock(mutex_);
+    if (working_ || !survey_) {
+        return std::nullopt;
+    }
+    busy_ = false;
+    auto survey = std::exchange(survey_, std::nullopt);
+    return answered_ ? std::move(survey) : std::nullopt;
+}
+
+void SurveyThread::run() {
+    Conntrack conntrack;
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        wanted_.wait(lock, [this] { return working_ || ends_; });
+        if (ends_) {
+            return;
+        }
+        FlowSurvey survey = std::move(*survey_);
+        lock.unlock();
+        std::vector<TrackedFlow> flows;
+        const bool answered = conntrack.list(flows);
+        for (const TrackedFlow& flow : flows) {
+            survey.note(flow);
+        }
+        lock.lock();
+        survey_ = std::move(survey);
+        answered_ = answered;
+        working_ = false;
+        (void)eventfd_write(done_, 1);
+    }
+}
+
+} // namespace gateway

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "gateway/endpoint.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+// The sets and maps of the gateway's nftables table, and their elements as the kernel has them.
+namespace gateway {
+
+enum class SetId : uint8_t {
+    MediaIn,    // public UDP port -> private endpoint
+    MediaOut,   // private UDP endpoint -> public endpoint that its packets leave from
+    ControlIn,  // public TCP port -> private endpoint
+    MediaHosts, // private endpoints of media
+    RasHosts,   // private endpoints of RAS
+    RasIn,      // public ports of RAS
+    Expected,   // outside TCP endpoints that private hosts are told to connect to
+    Listening,  // private TCP endpoints of signalling and H.245
+    Answering,  // public TCP ports of these
+};
+
+struct TableSet {
+    const char* name;
+    const char* type; // in nft's words
+    bool isMap;
+};
+
+// By SetId.
+std::span<const TableSet> tableSets();
+
+// An element; octets in network byte order, each part of a concatenation padded to four.
+struct SetElement {
+    SetId set = SetId::MediaIn;
+    uint8_t keyOctets = 0;
+    uint8_t valueOctets = 0; // 0: no map
+    std::array<uint8_t, 8> key{};
+    std::array<uint8_t, 8> value{};
+
+    bool operator==(const SetElement&) const = default;
+};
+
+enum class MappingKind : uint8_t { Media, Ras, Control };
+
+// One public port and where it leads.
+struct PortForward {
+    MappingKind kind = MappingKind::Media;
+    uint16_t publicPort = 0;
+    Endpoint inside;
+    uint32_t publicAddress =
+        0; // UDP: not 0 when packets of `inside` leave from it and `publicPort`
+
+    bool operator==(const PortForward&) const = default;
+};
+
+std::vector<SetElement> elementsOf(const PortForward& forward);
+
+// The element of Expected or Listening.
+SetElement elementOf(SetId set, const Endpoint& endpoint);
+
+// The element of Answering or RasIn.
+SetElement elementOf(SetId set, uint16_t publicPort);
+
+} // namespace gateway

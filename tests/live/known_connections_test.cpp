@@ -1,0 +1,58 @@
+#include "gateway/live/known_connections.h"
+
+#include "gateway/live/saved_state.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace gateway {
+namespace {
+
+FlowId flowOf(uint32_t number) {
+    return {Protocol::Tcp, {0x0A000005, 1720}, {number, 40000}};
+}
+
+// Anybody can knock at a private host that accepts calls: what is remembered of it has a bound.
+TEST(KnownConnections, ForgetsTheOnesLongestUnseen) {
+    KnownConnections known;
+    for (uint32_t number = 0; number < KnownConnections::capacity; ++number) {
+        known.set(flowOf(number), {Acquaintance::Answered, {number, 1}});
+    }
+    ASSERT_NE(known.find(flowOf(0)), nullptr); // seen again
+    known.set(flowOf(KnownConnections::capacity), {Acquaintance::Introduced, {}});
+    ASSERT_NE(known.find(flowOf(0)), nullptr);
+    EXPECT_EQ(known.find(flowOf(0))->first.sent, 0U);
+    EXPECT_EQ(known.find(flowOf(1)), nullptr);
+    EXPECT_EQ(known.find(flowOf(2))->first.sent, 2U);
+}
+
+TEST(SavedState, ComesBackOrIsRefused) {
+    const std::string path = testing::TempDir() + "h323nat-state-test";
+    const SavedState written{99,
+                             {{MappingKind::Ras, 20001, {0x0A000005, 1719}, 0},
+                              {MappingKind::Control, 20002, {0x0A000006, 1720}, 0}}};
+    ASSERT_EQ(writeState(path, written), "");
+    SavedState read;
+    ASSERT_EQ(readState(path, read), "");
+    EXPECT_EQ(read.seed, 99U);
+    EXPECT_EQ(read.forwards, written.forwards);
+    const auto permissions = std::filesystem::status(path).permissions();
+    EXPECT_EQ(permissions & std::filesystem::perms::others_all, std::filesystem::perms::none);
+    for (const char* text :
+         {"", "[]", "{\"version\":2}", "{\"version\":1}",
+          "{\"version\":1,\"seed\":1,\"mappings\":[{\"kind\":\"ras\"}]}",
+          "{\"version\":1,\"seed\":1,\"mappings\":[{\"kind\":\"ras\",\"inside\":\"10.0.0.5\","
+          "\"port\":0,\"public\":20000}]}"}) {
+        std::ofstream(path) << text;
+        SavedState untouched;
+        EXPECT_NE(readState(path, untouched), "") << text;
+        EXPECT_EQ(untouched.seed, 0U);
+    }
+    std::filesystem::remove(path);
+    EXPECT_EQ(readState(path, read), "");
+}
+
+} // namespace
+} // namespace gateway

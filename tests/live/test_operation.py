@@ -1,0 +1,333 @@
+"""The live gateway as its administrator meets it. Usage: test_operation.py --program PATH --samples
+DIRECTORY [unittest arguments]"""
+
+import json
+import os
+import signal
+import subprocess
+import time
+
+from gateway import BOTH_WAYS, OPTIONS, RTCP, RTP, GatewayTest, ends_call, main, sample
+from network import OUTSIDE, PRIVATE, PUBLIC, SECOND_PRIVATE
+from recorded_call import patched
+
+
+def other_call(port_offset=100, client_port=45000):
+    found = sample("fast-tun")
+    places = {(PRIVATE, port): (PRIVATE, port + port_offset) for port in (5000, 5001)}
+    places[found[0].client] = (PRIVATE, client_port)
+    return patched(found, places)
+
+
+class OperationTest(GatewayTest):
+    def test_dry_run_changes_nothing(self):
+        before = self.ruleset()
+        gateway = self.start("--dry-run")
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertEqual(call.changed, 0)
+        self.assertEqual(gateway.counter("packets_rewritten"), 1)
+        gateway.stop()
+        self.assertEqual(self.ruleset(), before)
+
+    def test_other_rules_stay_and_ours_go(self):
+        before = self.ruleset()
+        gateway = self.start()
+        self.call(sample("fast-tun")).play()
+        self.assertIn("table ip operator", self.ruleset())
+        self.assertEqual(gateway.stop(), 0)
+        self.assertEqual(self.ruleset(), before)
+
+    def test_refused_mappings_leave_the_message(self):
+        gateway = self.start("--mappings-per-host", "1")
+        self.call(sample("fast-tun")).play(ends_call)
+        other = {(PRIVATE, port): (PRIVATE, port + 100) for port in (5000, 5001)}
+        found = sample("fast-tun")
+        other[found[0].client] = (PRIVATE, 45000)
+        refused = self.call(patched(found, other)).play(ends_call)
+        self.assertEqual(refused.changed, 0)
+        self.assertGreaterEqual(gateway.counter("refused_host_limit"), 1)
+
+    def test_overload_passes_traffic_and_is_counted(self):
+        gateway = self.start("--queue", "all", "--queue-length", "16")
+        target = self.network.udp("outside", OUTSIDE, 9000)
+        source = self.network.udp("inside", PRIVATE, 9000)
+        self.addCleanup(target.close)
+        self.addCleanup(source.close)
+        gateway.process.send_signal(signal.SIGSTOP)
+        burst = 200
+        for _ in range(burst):
+            source.sendto(b"x" * 100, (OUTSIDE, 9000))
+        gateway.process.send_signal(signal.SIGCONT)
+        arrived = 0
+        while arrived < burst:
+            target.recv(200)
+            arrived += 1
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        # 16 waited, the others went by; the queue is asked again at the next sweep.
+        gateway.wait_for(lambda now: now["counters"]["queue_passed_by"] >= burst - 17)
+        self.assertLessEqual(gateway.counter("queue_passed_by"), burst - 15)
+
+    def test_warns_of_the_kernels_helper_and_of_missing_translation(self):
+        try:
+            self.network.on_router(
+                "nft", "table ip help { ct helper q931 { type \"Q.931\" protocol tcp; l3proto ip; };"
+                " chain pre { type filter hook prerouting priority 0;"
+                " tcp dport 1720 ct helper set \"q931\"; }; }")
+        except subprocess.CalledProcessError:
+            self.skipTest("this kernel has no H.323 helper")
+        self.network.on_router("nft", "delete", "table", "ip", "operator")
+        self.network.run_in("outside", "ip", "route", "add", "10.0.0.0/24", "via", PUBLIC)
+        gateway = self.start()
+        found = sample("fast-tun")
+        listener = self.network.listen("outside", OUTSIDE, 1720)
+        caller = self.network.tcp("inside", PRIVATE)
+        for made in (listener, caller):
+            self.addCleanup(made.close)
+        caller.connect(found[0].destination)
+        caller.sendall(found[0].data)
+        gateway.wait_for(lambda now: now["counters"]["helper_seen"] == 1)
+        self.assertEqual(gateway.counter("calls_untranslated"), 1)
+
+    def test_idle_mappings_end_with_their_flows(self):
+        gateway = self.start("--media-idle", "1")
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        call.play()
+        for connection in call.connections.values():
+            for end in connection:
+                end.close()
+        gateway.wait_for(lambda now: now["mapping_total"] == 0)
+        self.assertNotIn("5000", self.network.on_router("nft", "list", "map", "ip", "h323nat",
+                                                        "media_in"))
+        # No way in is left, not even for the party that was in the call.
+        outside, inside = (call.datagram_socket((OUTSIDE, 5000)),
+                           call.datagram_socket((PRIVATE, 5000)))
+        outside.sendto(b"late", call.announced[PRIVATE, 5000])
+        with self.assertRaises(TimeoutError):
+            inside.recvfrom(99)
+
+    def test_reload_keeps_calls(self):
+        path = os.path.join(self.folder, "h323nat.conf")
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("ports = 20000-20999\n")
+        gateway = self.start("--config", path)
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertIn(call.announced[PRIVATE, 5000][1], range(20000, 21000))
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("ports = 30000-30999\npublish = " + SECOND_PRIVATE + "\n")
+        gateway.process.send_signal(signal.SIGHUP)
+        gateway.wait_for(lambda now: now.get("published") == SECOND_PRIVATE)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        other = {(PRIVATE, port): (PRIVATE, port + 100) for port in (5000, 5001)}
+        found = sample("fast-tun")
+        other[found[0].client] = (PRIVATE, 45000)
+        later = self.call(patched(found, other)).play(ends_call)
+        self.assertIn(later.announced[PRIVATE, 5100][1], range(30000, 31000))
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("ports = everything\n")
+        gateway.process.send_signal(signal.SIGHUP)
+        time.sleep(0.3)
+        self.assertEqual(gateway.status()["published"], SECOND_PRIVATE)
+        self.assertIn("reload-refused", gateway.log_text())
+
+    def test_killed_and_restarted_in_mid_call(self):
+        gateway = self.start()
+        call = self.call(sample("fast-tun")).play(ends_call)
+        gateway.stop(signal.SIGKILL)
+        # The rules are still there and nobody listens: traffic flows, known media ports work.
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        gateway = self.start()
+        self.assertGreaterEqual(gateway.counter("mappings_adopted"), 1)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertEqual(call.media_arrives(*RTCP), BOTH_WAYS)
+        other = {(PRIVATE, port): (PRIVATE, port + 100) for port in (5000, 5001)}
+        found = sample("fast-tun")
+        other[found[0].client] = (PRIVATE, 45000)
+        later = self.call(patched(found, other)).play(ends_call)
+        self.assertNotEqual(later.announced[PRIVATE, 5100], call.announced[PRIVATE, 5000])
+        self.assertEqual(later.media_arrives((PRIVATE, 5100), (OUTSIDE, 5100)), BOTH_WAYS)
+        call.play()
+
+    def test_only_one_gateway_at_a_time(self):
+        """Neither a second one nor a dry run touches what belongs to the first."""
+        self.start()
+        before = self.ruleset()
+        shared = ["--status-socket", os.path.join(self.folder, "other")]
+        for arguments, wrong in [
+                (shared, "another gateway uses the nftables table 'h323nat'"),
+                ([*shared, "--table", "second"], "queue 1720"),
+                (["--dry-run", *shared], "queue 1720"),
+                (["--table", "second", "--queue-number", "1", "--status-socket",
+                  os.path.join(self.folder, "status")], "another gateway answers there"),
+                (["--table", "second", "--queue-number", "1", "--status-socket",
+                  os.path.join(self.folder, "log")], "a file that is no socket is there")]:
+            with self.subTest(wrong):
+                second = self.network.spawn_on_router(
+                    [OPTIONS.program, "gateway", "--inside", "in0", "--outside", "out0",
+                     *arguments], stderr=subprocess.PIPE, text=True)
+                self.assertIn(wrong, second.communicate(timeout=10)[1])
+                self.assertEqual(second.returncode, 1)
+        self.assertEqual(self.ruleset(), before)
+
+    def test_log_and_counters_tell_of_a_call(self):
+        gateway = self.start()
+        call = self.call(sample("fast-tun")).play()
+        gateway.wait_for(lambda now: now["call_total"] == 0)
+        log = gateway.log_text()
+        public = "%s:%d" % call.announced[PRIVATE, 5000]
+        for line in ("event=call-start call=1 direction=out", "event=mapping-open kind=media",
+                     "event=rewrite direction=sent message=setup",
+                     f"mediaChannel {PRIVATE}:5000 -> {public}", "verdict=translated"):
+            self.assertIn(line, log)
+        ended = gateway.status()["ended_calls"]
+        self.assertEqual(len(ended), 1)
+        self.assertEqual((ended[0]["end"], ended[0]["from"], len(ended[0]["identifier"])),
+                         ("released", "alice", 32))
+
+    def test_only_calls_are_shown_to_the_gateway(self):
+        """A web connection of a host that is in a call never comes to the queue."""
+        gateway = self.start()
+        self.call(sample("h245")).play(ends_call)
+        listener = self.network.listen("outside", OUTSIDE, 8080)
+        client = self.network.tcp("inside", PRIVATE)
+        client.connect((OUTSIDE, 8080))
+        server = listener.accept()[0]
+        for made in (listener, client, server):
+            self.addCleanup(made.close)
+        before = gateway.counter("packets_sent"), gateway.counter("packets_received")
+        for _ in range(20):
+            client.sendall(b"GET / HTTP/1.1\r\n\r\n")
+            server.sendall(server.recv(100))
+            client.recv(100)
+        after = gateway.counter("packets_sent"), gateway.counter("packets_received")
+        self.assertEqual(before, after)
+
+    def test_a_call_that_runs_when_the_gateway_starts_is_followed(self):
+        call = self.call(sample("tun"))
+        call.play(lambda message: b"\x10\x13" in message.data or len(call.connections) == 1
+                  and call.position == 6)
+        gateway = self.start()
+        call.play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertEqual(gateway.counter("connections_adopted"), 1)
+
+    def test_restart_keeps_mappings_and_their_ports(self):
+        state = os.path.join(self.folder, "state")
+        gateway = self.start("--state-file", state)
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertEqual(gateway.stop(), 0)
+        self.assertNotIn("table ip h323nat", self.ruleset())
+        gateway = self.start("--state-file", state)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertEqual(call.media_arrives(*RTCP), BOTH_WAYS)
+        gateway.stop()
+        # Forgotten, and mapped anew: the same ports, by the seed alone.
+        with open(state, encoding="utf-8") as file:
+            saved = json.load(file)
+        saved["mappings"] = []
+        with open(state, "w", encoding="utf-8") as file:
+            json.dump(saved, file)
+        gateway = self.start("--state-file", state)
+        again = patched(sample("fast-tun"), {sample("fast-tun")[0].client: (PRIVATE, 45001)})
+        later = self.call(again).play(ends_call)
+        self.assertEqual(later.announced[PRIVATE, 5000], call.announced[PRIVATE, 5000])
+        gateway.stop()
+        for text, wrong in (("{\"version\": 99}", "another version"), ("x", "cannot be read"),
+                            ("{\"version\": 1, \"seed\": \"no\"}", "is damaged")):
+            with open(state, "w", encoding="utf-8") as file:
+                file.write(text)
+            with self.assertRaisesRegex(AssertionError, wrong):
+                self.start("--state-file", state)
+
+    def test_a_flushed_table_comes_back_with_its_mappings(self):
+        gateway = self.start()
+        call = self.call(sample("tun")).play(ends_call)
+        operator = self.network.on_router("nft", "list", "table", "ip", "operator")
+        for number, command in enumerate((["flush", "ruleset"], ["delete", "table", "ip", "h323nat"],
+                                          ["flush", "chain", "ip", "h323nat", "sent"],
+                                          ["flush", "map", "ip", "h323nat", "media_in"])):
+            with self.subTest(" ".join(command)):
+                self.network.on_router("nft", *command)
+                gateway.wait_for(lambda now: now["counters"]["table_remade"] > number, 2)
+                if command[1] == "ruleset":
+                    self.network.on_router("nft", operator)
+                stranger = self.network.udp("outside", OUTSIDE, 7000 + number)
+                self.addCleanup(stranger.close)
+                self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertIn("event=table-remade", gateway.log_text())
+
+    def test_interfaces_and_addresses_are_followed_at_once(self):
+        gateway = self.start("--outside", "out0", "--sweep", "3600")
+        moved = "203.0.113.77"
+        self.network.on_router("ip", "addr", "flush", "dev", "out0")
+        gateway.wait_for(lambda now: "event=waiting" in gateway.log_text(), 1)
+        self.network.on_router("ip", "addr", "add", moved + "/24", "dev", "out0")
+        gateway.wait_for(lambda now: now["public"] == moved, 1)
+        call = self.call(sample("fast-tun"), public=moved).play(ends_call)
+        self.assertEqual(call.announced[PRIVATE, 5000][0], moved)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+
+    def test_waits_for_an_interface_that_is_not_there_yet(self):
+        gateway = self.start("--inside", "in0, late*")
+        self.assertIn("event=start", gateway.log_text())
+        other = self.start_again("--outside", "ppp0", "--table", "second", "--queue-number", "2")
+        other.wait_for(lambda now: "there is no outside interface 'ppp0'" in other.log_text(), 2)
+
+    def test_a_log_that_nobody_reads_stops_nothing(self):
+        read, write = os.pipe()
+        os.set_blocking(write, False)
+        try:
+            while True:
+                os.write(write, b"x" * 4096)
+        except BlockingIOError:
+            os.set_blocking(write, True)
+        gateway = self.start(log=write)
+        os.close(write)
+        self.addCleanup(os.close, read)
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertGreater(gateway.counter("log_suppressed"), 0)
+
+    def test_a_large_foreign_ruleset_costs_a_call_nothing(self):
+        path = os.path.join(self.folder, "big")
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("table ip foreign { set big { type ipv4_addr; }; }\n")
+            for n in range(0, 20000, 500):
+                part = ", ".join(f"10.7.{m >> 8}.{m & 255}" for m in range(n, n + 500))
+                file.write("add element ip foreign big { " + part + " }\n")
+        gateway = self.start()
+        self.call(sample("fast-tun")).play(ends_call)
+        small = gateway.status()["delay_us_p99"]
+        self.network.on_router("nft", "-f", path)
+        for number in range(10):
+            self.call(other_call(100 + 2 * number, 45000 + number)).play(ends_call)
+        self.assertLess(gateway.status()["delay_us_p99"], max(8 * small, 20000))
+
+    def test_metrics_are_for_everybody_to_read(self):
+        path = os.path.join(self.folder, "h323nat.prom")
+        gateway = self.start("--metrics-file", path)
+        self.call(sample("fast-tun")).play(ends_call)
+        gateway.wait_for(lambda now: os.path.exists(path))
+        self.assertEqual(os.stat(path).st_mode & 0o777, 0o644)
+        time.sleep(1.2)
+        with open(path, encoding="utf-8") as file:
+            text = file.read()
+        for line in ("h323nat_calls 1", "h323nat_packet_delay_seconds_sum ",
+                     "h323nat_packet_delay_seconds_bucket{le=\"0.001024\"} "):
+            self.assertIn(line, text)
+
+    def test_status_has_a_time_limit(self):
+        gateway = self.start()
+        gateway.process.send_signal(signal.SIGSTOP)
+        began = time.monotonic()
+        asked = subprocess.run([OPTIONS.program, "status", "--socket", gateway.socket],
+                               capture_output=True, text=True)
+        gateway.process.send_signal(signal.SIGCONT)
+        self.assertIn("did not answer within 3 seconds", asked.stderr)
+        self.assertNotEqual(asked.returncode, 0)
+        self.assertLess(time.monotonic() - began, 10)
+
+
+if __name__ == "__main__":
+    main(__doc__)

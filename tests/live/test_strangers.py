@@ -1,0 +1,208 @@
+"""What strangers try against the live gateway, and web pages and hosts inside. Usage:
+test_strangers.py --program PATH --samples DIRECTORY [unittest arguments]"""
+
+import socket
+import struct
+import time
+
+from gateway import BOTH_WAYS, RTP, GatewayTest, ends_call, main, sample
+from network import GATEKEEPER, OUTSIDE, PRIVATE, PUBLIC
+from recorded_call import endpoint_bytes, patched
+
+SYN, ACK, RST = 0x02, 0x10, 0x04
+
+
+def checksum(octets):
+    octets += b"\0" * (len(octets) % 2)
+    total = sum(struct.unpack(f"!{len(octets) // 2}H", octets))
+    total = (total & 0xFFFF) + (total >> 16)
+    return ~(total + (total >> 16)) & 0xFFFF
+
+
+def segment(source, destination, flags, sequence=1, acknowledged=0):
+    """An IPv4 packet with a TCP segment; any source."""
+    ends = socket.inet_aton(source[0]) + socket.inet_aton(destination[0])
+    header = struct.pack("!HHIIBBHHH", source[1], destination[1], sequence, acknowledged, 5 << 4,
+                         flags, 8192, 0, 0)
+    total = checksum(ends + struct.pack("!BBH", 0, 6, len(header)) + header)
+    header = header[:16] + struct.pack("!H", total) + header[18:]
+    return struct.pack("!BBHHHBBH", 0x45, 0, 20 + len(header), 1, 0, 64, 6, 0) + ends + header
+
+
+class StrangersTest(GatewayTest):
+    def send_raw(self, side, packets):
+        made = self.network.raw(side)
+        self.addCleanup(made.close)
+        for packet in packets:
+            made.sendto(packet, (socket.inet_ntoa(packet[16:20]), 0))
+
+    def calls_still_work(self, gateway):
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertEqual(gateway.status()["calls"][0]["verdict"], "translated")
+        call.play().close()
+
+    def test_answers_to_nothing_and_half_open_connections(self):
+        for scope in ("full", "listed"):
+            with self.subTest(scope):
+                self.new_network()
+                gateway = self.start("--publish", PRIVATE, "--scope", scope)
+                sources = [(f"203.0.113.{20 + n % 200}", 1024 + n) for n in range(2000)]
+                self.send_raw("outside", [segment((source[0], 1720), (PUBLIC, 30000 + n),
+                                                  SYN | ACK, acknowledged=1)
+                                          for n, source in enumerate(sources)])
+                self.send_raw("outside", [segment(source, (PUBLIC, 1720), SYN)
+                                          for source in sources])
+                status = gateway.status()
+                self.assertEqual(status["counters"]["packets_received"], 0)
+                self.assertEqual((status["call_total"], status["mapping_total"]), (0, 0))
+                self.assertLess(gateway.log_text().count("event="), 10)
+                call = self.call(sample("in-h245")).play(ends_call)
+                self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+                gateway.stop()
+
+    def test_a_spoofed_syn_or_reset_in_mid_call(self):
+        gateway = self.start("--publish", PRIVATE)
+        call = self.call(sample("in-fast-tun"))
+        call.play(lambda message: call.position == 2)
+        client = call.found[0].client
+        self.send_raw("outside", [segment(client, (PUBLIC, 1720), flags, 12345)
+                                  for flags in (SYN, RST) for _ in range(5)])
+        call.play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertEqual(gateway.status()["call_total"], 1)
+
+    def test_a_web_page_that_speaks_to_port_1720(self):
+        """A form that a browser posts: HTTP first, and the call's Setup in what it uploads."""
+        gateway = self.start()
+        setup = sample("fast-tun")[0].data
+        listener = self.network.listen("outside", OUTSIDE, 1720)
+        client = self.network.tcp("inside", PRIVATE)
+        for made in (listener, client):
+            self.addCleanup(made.close)
+        client.connect((OUTSIDE, 1720))
+        server = listener.accept()[0]
+        self.addCleanup(server.close)
+        post = b"POST / HTTP/1.1\r\nHost: x\r\n\r\n"
+        for part in (post, setup, setup):
+            client.sendall(part)
+            self.assertEqual(server.recv(4096), part)
+        self.assertEqual(gateway.status()["mapping_total"], 0)
+
+    def test_ports_that_no_message_may_open(self):
+        low = (22, 53, 69, 111, 137, 161, 445, 500, 1900)
+        for number, port in enumerate(low):
+            gateway = self.start("--lowest-inside-port", "2000")
+            found = patched(sample("fast-tun"),
+                            {(PRIVATE, 5000): (PRIVATE, port & ~1),
+                             (PRIVATE, 5001): (PRIVATE, port | 1),
+                             sample("fast-tun")[0].client: (PRIVATE, 45000 + number)})
+            call = self.call(found).play(ends_call)
+            self.assertNotIn((PRIVATE, port & ~1), call.announced)
+            kinds = [mapping["kind"] for mapping in gateway.status()["mappings"]]
+            self.assertNotIn("media", kinds)
+            self.assertIn("partly: ", gateway.status()["calls"][0]["verdict"])
+            gateway.stop()
+            call.close()
+
+    def test_one_host_does_not_take_all_mappings(self):
+        gateway = self.start("--mappings-per-host", "1")
+        call = self.call(sample("fast-tun")).play(ends_call)
+        status = gateway.status()
+        self.assertEqual(status["mapping_total"], 1)
+        self.assertGreaterEqual(status["counters"]["refused_host_limit"], 1)
+        self.assertIn("partly: setup.", status["calls"][0]["verdict"])
+        self.assertIn("event=address-left", gateway.log_text())
+        call.close()
+
+    def test_registrations_that_nobody_answers(self):
+        """A machine inside that registers under ever new ports gets a few, for a while."""
+        gateway = self.start("--unanswered-per-host", "3")
+        request = sample("gk-direct")[0]
+        listener = self.network.udp("outside", GATEKEEPER, 1719)
+        self.addCleanup(listener.close)
+        for port in range(41000, 41020):
+            made = self.network.udp("inside", PRIVATE, port)
+            data = request.data.replace(endpoint_bytes((PRIVATE, 1719)),
+                                        endpoint_bytes((PRIVATE, port)))
+            made.sendto(data, (GATEKEEPER, 1719))
+            listener.recv(2048)
+            made.close()
+        mappings = gateway.status()["mappings"]
+        self.assertEqual([(mapping["kind"], mapping["ports"]) for mapping in mappings],
+                         [("ras", 1)] * 3)
+
+    def test_media_from_elsewhere(self):
+        for source, expected in (("learned", False), ("any", True)):
+            with self.subTest(source):
+                self.new_network()
+                gateway = self.start("--media-source", source)
+                call = self.call(sample("fast-tun")).play(ends_call)
+                public = call.announced[PRIVATE, 5000]
+                early = self.network.udp("outside", GATEKEEPER, 9000)
+                inside = call.datagram_socket((PRIVATE, 5000))
+                self.addCleanup(early.close)
+                # Early media comes from anywhere; then the private host shows whom it speaks to.
+                early.sendto(b"early", public)
+                self.assertEqual(inside.recv(99), b"early")
+                self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+                inside.settimeout(0.3)
+                for port in (9000, 9001):
+                    late = early if port == 9000 else self.network.udp("outside", GATEKEEPER, port)
+                    self.addCleanup(late.close)
+                    late.sendto(b"late", public)
+                    try:
+                        heard = inside.recv(99) == b"late"
+                    except TimeoutError:
+                        heard = False
+                    self.assertEqual(heard, expected)
+                # The party itself may send from another port.
+                moved = self.network.udp("outside", OUTSIDE, 9002)
+                self.addCleanup(moved.close)
+                moved.sendto(b"moved", public)
+                self.assertEqual(inside.recv(99), b"moved")
+                gateway.stop()
+
+    def test_strangers_do_not_keep_a_mapping_open(self):
+        gateway = self.start("--media-idle", "2", "--media-source", "any")
+        call = self.call(sample("fast-tun")).play()
+        public = call.announced[PRIVATE, 5000]
+        call.close()
+        stranger = self.network.udp("outside", GATEKEEPER, 9000)
+        self.addCleanup(stranger.close)
+        deadline = time.monotonic() + 8
+        while gateway.status()["mapping_total"] != 0:
+            stranger.sendto(b"more", public)
+            time.sleep(0.1)
+            self.assertLess(time.monotonic(), deadline)
+
+    def test_ports_of_the_routers_own_services(self):
+        gateway = self.start("--ports", "20000-20011")
+        with self.network.inside_of("router"):
+            own = [socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(5)]
+        for number, made in enumerate(own):
+            made.bind(("0.0.0.0", 20000 + 2 * number))
+            self.addCleanup(made.close)
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertEqual(call.announced[PRIVATE, 5000], (PUBLIC, 20010))
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertEqual(gateway.counter("refused_ports"), 0)
+
+    def test_garbage_to_every_open_port(self):
+        gateway = self.start("--publish", PRIVATE)
+        call = self.call(sample("gk-in")).play(ends_call)
+        stranger = self.network.udp("outside", GATEKEEPER, 9000)
+        self.addCleanup(stranger.close)
+        for public in call.announced.values():
+            for length in range(0, 300, 7):
+                stranger.sendto(bytes((length * 7 + n * n) & 255 for n in range(length)), public)
+        self.assertLess(gateway.log_text().count("event="), 120)
+        call.close()
+        gateway.wait_for(lambda now: now["call_total"] == 0)
+        again = patched(sample("fast-tun"), {sample("fast-tun")[0].client: (PRIVATE, 45050)})
+        self.assertEqual(self.call(again).play(ends_call).changed, 1)
+        self.assertEqual(gateway.counter("verdict_errors"), 0)
+
+
+if __name__ == "__main__":
+    main(__doc__)
