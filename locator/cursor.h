@@ -28,7 +28,19 @@ public:
         if (bits > end - position) [[unlikely]] {
             return slowly([&] { return takeAcross(walk, bits, value); });
         }
-        value = peek(bits);
+        value = window() >> (64 - bits);
+        position += bits;
+        return true;
+    }
+
+    // The same with the bits highest in value, whatever may stand below them.
+    LOCATOR_INLINE bool takeHigh(uint32_t bits, uint64_t& value) {
+        if (bits > end - position) [[unlikely]] {
+            const bool done = slowly([&] { return takeAcross(walk, bits, value); });
+            value <<= 64 - bits;
+            return done;
+        }
+        value = window();
         position += bits;
         return true;
     }
@@ -94,7 +106,8 @@ public:
     size_t end;
 
 private:
-    LOCATOR_INLINE uint64_t peek(uint32_t bits) const {
+    // The next 57 bits at least, in the highest ones; zero behind the octets.
+    LOCATOR_INLINE uint64_t window() const {
         const size_t index = position / 8;
         uint64_t word = 0;
         if (count - index >= sizeof word) [[likely]] {
@@ -107,7 +120,7 @@ private:
                 word |= uint64_t{octets[i]} << (8 * (7 - (i - index)));
             }
         }
-        return word << (position % 8) >> (64 - bits);
+        return word << (position % 8);
     }
 
     // The slow halves work on the walk, so that position and end can stay in registers here.

@@ -11,7 +11,7 @@ constexpr size_t octetBits = 8;
 constexpr size_t addressOctets = 6;
 
 enum FrameFlag : uint8_t {
-    extended = 1,      // SEQUENCE: extension additions are there
+    extended = 1,      // SEQUENCE: extension additions are there; the value of the bit
     moreElements = 2,  // list: another fragment of it follows
     messageInside = 4, // content: of an octet string
 };
@@ -257,18 +257,17 @@ Then Walker::step() {
         return Then::give;
     }
     }
-    return Then::refuse;
+    __builtin_unreachable(); // the tables hold no other operation
 }
 
 Then Walker::sequence(uint16_t argument) {
     const uint32_t isExtensible = (argument & extensible) != 0 ? 1 : 0;
     const uint32_t bits = (argument & (extensible - 1U)) + isExtensible;
     uint64_t preamble = 0;
-    if (!cursor.take(bits, preamble)) {
+    if (!cursor.takeHigh(bits, preamble)) {
         return Then::refuse;
     }
-    preamble <<= 64 - bits;
-    frame->flags = static_cast<uint8_t>(isExtensible != 0 && preamble >> 63 != 0 ? extended : 0);
+    frame->flags = static_cast<uint8_t>(preamble >> 63 & isExtensible); // extended
     presence = preamble << isExtensible;
     return on(true, 1);
 }
@@ -319,12 +318,12 @@ Then Walker::choice(uint16_t argument) {
     if (bits + extension != 0 && !cursor.take(bits + extension, number)) {
         return Then::refuse;
     }
-    if (extension != 0 && number >> bits != 0) {
-        cursor.position -= bits;
+    if (number > (operand(1) & 0xFFU)) [[unlikely]] {
+        if (number >> bits == 0) {
+            return Then::refuse;
+        }
+        cursor.position -= bits; // the extension bit was 1
         return alternativeAddition(argument, targets);
-    }
-    if (number > (operand(1) & 0xFFU)) {
-        return Then::refuse;
     }
     walk.alternative = static_cast<uint16_t>(number + 1);
     frame->at = static_cast<uint16_t>(targets + number);
