@@ -9,5 +9,6 @@ enum FrameState : uint8_t {
     additions, // in an open type behind the root; pc is its entry in the table, index the
                // instruction, remaining how many unknown ones come behind the known
     content,   // in an octet string or open type; the program goes on at pc behind it
+    passing,   // a CHOICE: nothing of it comes behind the alternative
     outermost,
 };

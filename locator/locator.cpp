@@ -40,8 +40,7 @@ public:
             while (then != Then::goOn) {
                 switch (then) {
                 case Then::pop:
-                    --frame;
-                    then = Then::resume;
+                    then = pop();
                     break;
                 case Then::unwind:
                     frame = &walk.frames[frame->rest];
@@ -54,7 +53,7 @@ public:
                     then = refuse();
                     break;
                 case Then::give:
-                    frame->pc = pc;
+                    frame->pc = static_cast<uint16_t>(pc);
                     frame->presence = presence;
                     walk.top = static_cast<uint16_t>(frame - walk.frames);
                     cursor.store();
@@ -70,7 +69,7 @@ private:
     using Frame = LocatorFrame;
 
     // Words of the instruction at pc.
-    LOCATOR_INLINE uint16_t operand(unsigned index) const { return locatorProgram[pc + index]; }
+    LOCATOR_INLINE uint32_t operand(unsigned index) const { return locatorProgram[pc + index]; }
 
     LOCATOR_INLINE static uint32_t pathBelow(uint32_t path, uint16_t at) {
         constexpr uint32_t odd = 0x9E3779B1;
@@ -78,7 +77,7 @@ private:
     }
 
     // A frame above the current one, which keeps what it needs to go on.
-    LOCATOR_INLINE bool push(uint16_t program, uint16_t rest) {
+    LOCATOR_INLINE bool push(uint32_t program, uint16_t rest) {
         if (frame == &walk.frames[locatorDepth - 1]) [[unlikely]] {
             walk.status = LocateStatus::tooDeep;
             return false;
@@ -95,29 +94,42 @@ private:
         return true;
     }
 
-    LOCATOR_INLINE Then pushed(uint16_t program, uint16_t rest) {
+    LOCATOR_INLINE Then pushed(uint32_t program, uint16_t rest) {
         return push(program, rest) ? Then::goOn : Then::stop;
     }
 
     LOCATOR_INLINE Then on(bool done, unsigned words) {
-        pc = static_cast<uint16_t>(pc + words);
+        pc += words;
         return done ? Then::goOn : Then::refuse;
+    }
+
+    // The program is done: on with the one that called it.
+    LOCATOR_INLINE Then pop() {
+        do {
+            --frame;
+        } while (frame->state == passing);
+        if (frame->state != running) {
+            return Then::resume;
+        }
+        pc = frame->pc;
+        presence = frame->presence;
+        return Then::goOn;
     }
 
     uint16_t here() const { return static_cast<uint16_t>(frame - walk.frames); }
 
     // Whether what the instruction calls is the last thing to be walked in the content around.
-    LOCATOR_INLINE uint16_t restOf(uint16_t argument) const {
+    LOCATOR_INLINE uint16_t restOf(uint32_t argument) const {
         const bool isLast = (argument & last) != 0 &&
                             ((argument & lastIfRoot) == 0 || (frame->flags & extended) == 0);
         return isLast ? frame->rest : noRest;
     }
 
-    LOCATOR_INLINE bool isTold(uint16_t kind) const { return (walk.kinds >> kind & 1U) != 0; }
+    LOCATOR_INLINE bool isTold(uint32_t kind) const { return (walk.kinds >> kind & 1U) != 0; }
 
-    LOCATOR_INLINE void found(uint16_t kind, uint16_t field, size_t length) {
+    LOCATOR_INLINE void found(uint32_t kind, uint32_t field, size_t length) {
         place.kind = static_cast<PlaceKind>(kind);
-        place.field = field;
+        place.field = static_cast<uint16_t>(field);
         place.alternative = walk.alternative;
         place.port = 0;
         place.address = 0;
@@ -129,19 +141,19 @@ private:
     }
 
     LOCATOR_INLINE Then step();
-    LOCATOR_INLINE Then sequence(uint16_t argument);
-    Then choice(uint16_t argument);
-    Then alternativeAddition(uint16_t argument, uint16_t targets);
-    Then list(uint16_t argument);
-    Then beginAdditions(uint16_t argument);
+    LOCATOR_INLINE Then sequence(uint32_t argument);
+    Then choice(uint32_t argument);
+    Then alternativeAddition(uint32_t argument, size_t targets);
+    Then list(uint32_t argument);
+    Then beginAdditions(uint32_t argument);
     LOCATOR_INLINE Then container();
     LOCATOR_INLINE Then address();
-    Then tellOctets(uint16_t argument);
+    Then tellOctets(uint32_t argument);
     Then tellNumber();
-    LOCATOR_INLINE bool readLength(uint16_t form, uint64_t& number);
-    LOCATOR_INLINE Then sized(uint16_t argument);
-    Then tellString(uint16_t argument);
-    LOCATOR_INLINE Then index(uint16_t argument, LocatorOp operation);
+    LOCATOR_INLINE bool readLength(uint32_t form, uint64_t& number);
+    LOCATOR_INLINE Then sized(uint32_t argument);
+    Then tellString(uint32_t argument);
+    LOCATOR_INLINE Then index(uint32_t argument, LocatorOp operation);
     bool smallNumber(uint64_t& number);
     bool octetsOfNumber(size_t octets, uint64_t& number);
     bool skipOpenType() { return cursor.skipVariable(octetBits); }
@@ -155,25 +167,25 @@ private:
     LocatedPlace& place;
     LocatorCursor cursor;
     Frame* frame;
-    uint16_t pc;
+    size_t pc;
     uint64_t presence;
 };
 
 Then Walker::step() {
-    const uint16_t word = operand(0);
+    const uint32_t word = operand(0);
     if ((word & optionalInstruction) != 0) {
         const bool present = presence >> 63 != 0;
         presence <<= 1;
         if (!present) {
-            pc = static_cast<uint16_t>(pc + (word >> sizeShift & 3U) + 1U);
+            pc += (word >> sizeShift & 3U) + 1U;
             return Then::goOn;
         }
     }
-    const auto argument = static_cast<uint16_t>(word >> argumentShift);
+    const uint32_t argument = word >> argumentShift;
     const auto operation = static_cast<LocatorOp>(word & operationMask);
     switch (operation) {
     case LocatorOp::end:
-        return Then::pop;
+        return pop();
     case LocatorOp::skip:
         return on(cursor.skip(argument), 1);
     case LocatorOp::skipOctets:
@@ -212,10 +224,10 @@ Then Walker::step() {
     case LocatorOp::call: {
         const bool held = (argument & withField) != 0;
         const uint16_t rest = restOf(argument);
-        frame->at = pc;
+        frame->at = static_cast<uint16_t>(pc);
         frame->pc = static_cast<uint16_t>(pc + (held ? 3 : 2));
         if (held) {
-            walk.field = operand(2);
+            walk.field = static_cast<uint16_t>(operand(2));
         }
         return pushed(operand(1), rest);
     }
@@ -226,7 +238,7 @@ Then Walker::step() {
     case LocatorOp::address:
         return address();
     case LocatorOp::field:
-        walk.field = operand(1);
+        walk.field = static_cast<uint16_t>(operand(1));
         return on(true, 2);
     case LocatorOp::rest:
         if (frame->rest != noRest &&
@@ -235,7 +247,7 @@ Then Walker::step() {
         }
         return on(true, 1);
     case LocatorOp::additions:
-        return beginAdditions(argument);
+        return (frame->flags & extended) == 0 ? pop() : beginAdditions(argument);
     case LocatorOp::jump:
         pc = operand(1);
         return Then::goOn;
@@ -246,10 +258,10 @@ Then Walker::step() {
     case LocatorOp::tellString:
         return tellString(argument);
     case LocatorOp::tellPresence: {
-        const uint16_t kind = operand(1);
-        const uint16_t field = operand(2);
-        frame->at = pc;
-        pc = static_cast<uint16_t>(pc + 3);
+        const uint32_t kind = operand(1);
+        const uint32_t field = operand(2);
+        frame->at = static_cast<uint16_t>(pc);
+        pc += 3;
         if (!isTold(kind)) {
             return Then::goOn;
         }
@@ -260,7 +272,7 @@ Then Walker::step() {
     __builtin_unreachable(); // the tables hold no other operation
 }
 
-Then Walker::sequence(uint16_t argument) {
+Then Walker::sequence(uint32_t argument) {
     const uint32_t isExtensible = (argument & extensible) != 0 ? 1 : 0;
     const uint32_t bits = (argument & (extensible - 1U)) + isExtensible;
     uint64_t preamble = 0;
@@ -293,7 +305,7 @@ bool Walker::octetsOfNumber(size_t octets, uint64_t& number) {
            (octets <= most && cursor.take(static_cast<uint32_t>(octets * octetBits), number));
 }
 
-Then Walker::index(uint16_t argument, LocatorOp operation) {
+Then Walker::index(uint32_t argument, LocatorOp operation) {
     const auto bits = static_cast<uint32_t>(std::bit_width(argument));
     const uint32_t extension = operation == LocatorOp::boundedIndex ? 0 : 1;
     uint64_t number = 0;
@@ -309,31 +321,30 @@ Then Walker::index(uint16_t argument, LocatorOp operation) {
     return on(number <= argument, 1);
 }
 
-Then Walker::choice(uint16_t argument) {
-    const uint32_t bits = argument & lengthForm;
-    const uint32_t extension = (argument & extensible) != 0 ? 1 : 0;
-    const bool isTeller = (argument & told) != 0;
-    const auto targets = static_cast<uint16_t>(pc + (isTeller ? 4 : 2));
+Then Walker::choice(uint32_t argument) {
+    const uint32_t bits = (argument & lengthForm) + (argument / extensible);
     uint64_t number = 0;
-    if (bits + extension != 0 && !cursor.take(bits + extension, number)) {
+    if (bits != 0 && !cursor.take(bits, number)) {
         return Then::refuse;
     }
+    const size_t targets = pc + ((argument & told) != 0 ? 4 : 2);
     if (number > (operand(1) & 0xFFU)) [[unlikely]] {
-        if (number >> bits == 0) {
+        const uint32_t rootBits = argument & lengthForm;
+        if (number >> rootBits == 0) {
             return Then::refuse;
         }
-        cursor.position -= bits; // the extension bit was 1
+        cursor.position -= rootBits; // the extension bit was 1
         return alternativeAddition(argument, targets);
     }
     walk.alternative = static_cast<uint16_t>(number + 1);
     frame->at = static_cast<uint16_t>(targets + number);
-    const uint16_t program = locatorProgram[frame->at];
-    const bool give = isTeller && isTold(operand(2));
+    const bool give = (argument & told) != 0 && isTold(operand(2));
     if (give) {
         found(operand(2), operand(3), 0);
     }
+    const uint32_t program = locatorProgram[targets + number];
     if (program >= locatorProgramsWithPlaces) {
-        frame->pc = endProgram;
+        frame->state = passing;
         if (!push(program, frame->rest)) {
             return Then::stop;
         }
@@ -345,7 +356,7 @@ Then Walker::choice(uint16_t argument) {
 
 // An alternative behind the extension marker: an open type, which is stepped over when it has no
 // place or is not known.
-Then Walker::alternativeAddition(uint16_t argument, uint16_t targets) {
+Then Walker::alternativeAddition(uint32_t argument, size_t targets) {
     uint64_t number = 0;
     size_t length = 0;
     bool more = false;
@@ -361,7 +372,7 @@ Then Walker::alternativeAddition(uint16_t argument, uint16_t targets) {
         cursor.align();
         found(operand(2), operand(3), 0);
     }
-    const uint16_t program = known ? locatorProgram[frame->at] : endProgram;
+    const uint32_t program = known ? locatorProgram[frame->at] : endProgram;
     if (program >= locatorProgramsWithPlaces) {
         if (!cursor.length(length, more) || !cursor.enter(length, more, frame->outerEnd)) {
             return Then::refuse;
@@ -382,7 +393,7 @@ Then Walker::alternativeAddition(uint16_t argument, uint16_t targets) {
 }
 
 // A number of a range, in one of the forms of bounded lengths.
-bool Walker::readLength(uint16_t form, uint64_t& number) {
+bool Walker::readLength(uint32_t form, uint64_t& number) {
     number = 0;
     if (form == 0) {
         return true;
@@ -394,7 +405,7 @@ bool Walker::readLength(uint16_t form, uint64_t& number) {
     return cursor.take(form == aligned8 ? 8 : 16, number);
 }
 
-Then Walker::sized(uint16_t argument) {
+Then Walker::sized(uint32_t argument) {
     uint64_t items = 0;
     if (!readLength(argument & lengthForm, items)) {
         return Then::refuse;
@@ -406,7 +417,7 @@ Then Walker::sized(uint16_t argument) {
     return on(cursor.skip(items * (operand(2) & 0xFFU)), 3);
 }
 
-Then Walker::list(uint16_t argument) {
+Then Walker::list(uint32_t argument) {
     const unsigned words = (argument & withField) != 0 ? 4 : 3;
     uint64_t elements = 0;
     bool more = false;
@@ -426,16 +437,16 @@ Then Walker::list(uint16_t argument) {
         return on(true, words);
     }
     if (words == 4) {
-        walk.field = operand(3);
+        walk.field = static_cast<uint16_t>(operand(3));
     }
-    frame->at = pc;
+    frame->at = static_cast<uint16_t>(pc);
     frame->pc = static_cast<uint16_t>(pc + words);
     if (!push(operand(2), restOf(argument))) {
         return Then::stop;
     }
     frame->state = inList;
     frame->flags = more ? moreElements : 0;
-    frame->pc = pc;
+    frame->pc = static_cast<uint16_t>(pc);
     frame->remaining = static_cast<uint32_t>(elements);
     frame->index = UINT32_MAX;
     return nextElement();
@@ -460,10 +471,7 @@ Then Walker::nextElement() {
     return pushed(frame->pc, isLast ? frame->rest : noRest);
 }
 
-Then Walker::beginAdditions(uint16_t argument) {
-    if ((frame->flags & extended) == 0) {
-        return Then::pop;
-    }
+Then Walker::beginAdditions(uint32_t argument) {
     constexpr uint64_t maskBits = 64;
     uint64_t count = 0;
     if (!cursor.take(7, count)) {
@@ -491,7 +499,7 @@ Then Walker::beginAdditions(uint16_t argument) {
     uint64_t unknown = count - known;
     uint64_t mask = 0;
     for (uint64_t left = known; left != 0;) {
-        const auto bits = static_cast<uint32_t>(left < 32 ? left : 32);
+        const auto bits = static_cast<uint32_t>(left < 57 ? left : 32);
         uint64_t part = 0;
         if (!cursor.take(bits, part)) {
             return Then::refuse;
@@ -508,7 +516,7 @@ Then Walker::beginAdditions(uint16_t argument) {
         frame->remaining += static_cast<uint32_t>(bit);
     }
     frame->presence = mask;
-    frame->index = pc;
+    frame->index = static_cast<uint32_t>(pc);
     frame->pc = static_cast<uint16_t>(pc + 1 + argument);
     return nextAddition();
 }
@@ -574,8 +582,8 @@ Then Walker::container() {
 Then Walker::address() {
     cursor.align();
     constexpr size_t bits = addressOctets * octetBits;
-    frame->at = pc;
-    pc = static_cast<uint16_t>(pc + 1);
+    frame->at = static_cast<uint16_t>(pc);
+    pc += 1;
     if (bits > cursor.end - cursor.position) [[unlikely]] {
         if (!cursor.skip(bits)) {
             return Then::refuse;
@@ -597,25 +605,25 @@ Then Walker::address() {
     return Then::goOn;
 }
 
-Then Walker::tellOctets(uint16_t argument) {
+Then Walker::tellOctets(uint32_t argument) {
     cursor.align();
-    const uint16_t kind = operand(1);
+    const uint32_t kind = operand(1);
     const bool whole = argument * octetBits <= cursor.end - cursor.position;
-    frame->at = pc;
+    frame->at = static_cast<uint16_t>(pc);
     if (whole && isTold(kind)) {
         found(kind, operand(2), argument);
         cursor.position += argument * octetBits;
-        pc = static_cast<uint16_t>(pc + 3);
+        pc += 3;
         return Then::give;
     }
     return on(cursor.skip(argument * octetBits), 3);
 }
 
 Then Walker::tellNumber() {
-    const uint16_t kind = operand(1) & 0xFFU;
+    const uint32_t kind = operand(1) & 0xFFU;
     uint64_t number = 0;
-    frame->at = pc;
-    const uint16_t form = operand(1) >> 8;
+    frame->at = static_cast<uint16_t>(pc);
+    const uint32_t form = operand(1) >> 8;
     if (form >= aligned8) {
         cursor.align();
     }
@@ -623,9 +631,9 @@ Then Walker::tellNumber() {
     if (!readLength(form, number)) {
         return Then::refuse;
     }
-    const uint16_t field = operand(2);
+    const uint32_t field = operand(2);
     const uint32_t value = static_cast<uint32_t>(number) + operand(3);
-    pc = static_cast<uint16_t>(pc + 4);
+    pc += 4;
     if (!isTold(kind)) {
         return Then::goOn;
     }
@@ -635,7 +643,7 @@ Then Walker::tellNumber() {
     return Then::give;
 }
 
-Then Walker::tellString(uint16_t argument) {
+Then Walker::tellString(uint32_t argument) {
     constexpr auto kind = static_cast<uint16_t>(PlaceKind::alias);
     uint64_t items = 0;
     if (!readLength(argument & lengthForm, items)) {
@@ -647,13 +655,13 @@ Then Walker::tellString(uint16_t argument) {
     }
     const uint32_t itemBits = operand(2) & 0xFFU;
     const uint64_t bits = items * itemBits;
-    frame->at = pc;
+    frame->at = static_cast<uint16_t>(pc);
     if (bits <= cursor.end - cursor.position && cursor.position % octetBits == 0 && isTold(kind)) {
         found(kind, operand(3), (bits + octetBits - 1) / octetBits);
         place.value = static_cast<uint32_t>(items);
         place.characterBits = static_cast<uint8_t>(itemBits);
         cursor.position += bits;
-        pc = static_cast<uint16_t>(pc + 4);
+        pc += 4;
         return Then::give;
     }
     return on(cursor.skip(bits), 4);
@@ -661,8 +669,6 @@ Then Walker::tellString(uint16_t argument) {
 
 Then Walker::resume() {
     switch (frame->state) {
-    case running:
-        break;
     case inList:
         return nextElement();
     case additions:

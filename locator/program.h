@@ -15,7 +15,7 @@ constexpr uint16_t aligned16 = 10;    // two
 constexpr uint16_t openLength = 11;   // a length determinant without upper bound
 constexpr uint16_t lengthForm = 0x0F; // the bits of an argument that hold the form
 
-enum class LocatorOp : uint16_t {
+enum class LocatorOp : uint32_t {
     end,          // of a program
     skip,         // arg bits
     skipOctets,   // arg octets, aligned
