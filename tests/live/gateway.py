@@ -3,6 +3,8 @@
 import argparse
 import json
 import os
+import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -33,6 +35,17 @@ def ends_call(message):
     return message.data[4:6] == b"\x4a\x50" or message.data[8:9] == b"\x5a"
 
 
+def copied_program(folder):
+    """The command that runs a copy of the program: another user may not enter the build folder."""
+    build = os.path.dirname(os.path.dirname(os.path.realpath(OPTIONS.program)))
+    shown = subprocess.run(["ldd", OPTIONS.program], capture_output=True, text=True, check=True)
+    for line in shown.stdout.splitlines():
+        library = re.search(r"=> (.+) \(0x", line)
+        if library and os.path.realpath(library[1]).startswith(build + os.sep):
+            shutil.copy(library[1], folder)
+    return ["env", "LD_LIBRARY_PATH=" + folder, shutil.copy(OPTIONS.program, folder)]
+
+
 class Gateway:
     """The program on the router, with its status and its log."""
 
@@ -41,15 +54,15 @@ class Gateway:
     def __init__(self, network, folder, *arguments, capability_only=False, name="", log=None):
         self.socket = os.path.join(folder, "status" + name)
         self.log = open(os.path.join(folder, "log" + name), "a+", encoding="utf-8")
-        as_user = []
+        program = [OPTIONS.program]
         if capability_only:
-            os.chown(folder, 65534, 65534)
             capability = "-all,+net_admin"
-            as_user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+            program = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
                        "--inh-caps=" + capability, "--ambient-caps=" + capability,
-                       "--bounding-set=" + capability]
+                       "--bounding-set=" + capability, *copied_program(folder)]
+            os.chown(folder, 65534, 65534)
         self.process = network.spawn_on_router(
-            [*as_user, OPTIONS.program, "gateway", "--status-socket", self.socket, *arguments,
+            [*program, "gateway", "--status-socket", self.socket, *arguments,
              *(word for name, value in self.DEFAULTS.items() if name not in arguments
                for word in (name, value))],
             stderr=self.log if log is None else log, stdout=self.log)
