@@ -2,6 +2,7 @@
 
 #include "gateway/capture_time.h"
 #include "report/drawing.h"
+#include "report/findings.h"
 #include "report/markup.h"
 #include "report/message_data.h"
 #include "report/page_files.h"
@@ -15,10 +16,6 @@ using gateway::toText;
 
 // More of them start folded.
 constexpr size_t mostOpenCalls = 5;
-
-bool isGood(const CallRecord& record) {
-    return record.verdict == "translated" || record.verdict == "nothing to translate";
-}
 
 std::string named(const std::string& alias, const gateway::Endpoint& endpoint) {
     const std::string address = toText(endpoint.address);

@@ -41,8 +41,9 @@ enum class StreamState : uint8_t {
     BothWays,
     SentOnly,
     ReceivedOnly,
-    Void,   // what comes from outside does not arrive
-    Silent, // no packet
+    Void,      // what comes from outside does not arrive
+    Silent,    // no packet
+    Uncounted, // nobody counted its packets
 };
 
 // Media of one private endpoint: what was said of it and what flowed.

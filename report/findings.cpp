@@ -9,6 +9,9 @@ namespace {
 using gateway::Endpoint;
 using gateway::toText;
 
+constexpr const char* translated = "translated";
+constexpr const char* nothingToTranslate = "nothing to translate";
+
 std::string otherSide(const MediaStream& stream, const CallRecord& record) {
     return toText(stream.remote.port != 0 ? stream.remote.address : record.outside.address);
 }
@@ -159,7 +162,7 @@ private:
         if (kept_) {
             say("private address kept");
         }
-        say(rewritten_ ? "translated" : "nothing to translate");
+        say(rewritten_ ? translated : nothingToTranslate);
     }
 
     CallRecord& record_;
@@ -169,6 +172,10 @@ private:
 };
 
 } // namespace
+
+bool isGood(const CallRecord& record) {
+    return record.verdict == translated || record.verdict == nothingToTranslate;
+}
 
 void judge(CallRecord& record, const gateway::Network& inside) {
     Judge(record, inside).run();

@@ -146,8 +146,12 @@ private:
         if (stream.lost.packets > 0) {
             counts += " lost " + std::to_string(stream.lost.packets);
         }
-        const bool good =
-            stream.state == StreamState::BothWays || stream.state == StreamState::Silent;
+        const bool good = stream.state == StreamState::BothWays ||
+                          stream.state == StreamState::Silent ||
+                          stream.state == StreamState::Uncounted;
+        if (stream.state == StreamState::Uncounted) {
+            counts.clear();
+        }
         note(good ? "state" : "state trouble",
              counts + (isVoid ? " ✗ " : " ") + stateText(stream.state), y);
         out_ << "</g>\n";
@@ -171,6 +175,8 @@ const char* stateText(StreamState state) {
         return "received only";
     case StreamState::Void:
         return "into the void";
+    case StreamState::Uncounted:
+        return "not counted";
     case StreamState::Silent:
         break;
     }
