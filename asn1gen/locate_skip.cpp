@@ -59,7 +59,7 @@ void skipInteger(SkipCode& code, const Type& type) {
     constexpr uint64_t octetSpan = 255;
     constexpr uint64_t twoOctetSpan = 65535;
     if (span < octetSpan) {
-        skipRun(number, "skip", std::bit_width(span));
+        skipRun(number, "skip", static_cast<int64_t>(std::bit_width(span)));
     } else if (span <= twoOctetSpan) {
         skipRun(number, "skipOctets", span == octetSpan ? 1 : 2);
     } else {

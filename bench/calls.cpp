@@ -77,25 +77,68 @@ std::vector<uint8_t> connectMessage(uint32_t address, uint16_t port) {
     std::exit(2);
 }
 
-void receiveFromCalledParty(uint32_t party, uint32_t sequence, uint8_t flags,
-                            const std::vector<uint8_t>& payload) {
+struct PacketEnds {
+    uint32_t source;
+    uint32_t destination;
+    uint16_t sourcePort;
+    uint16_t destinationPort;
+};
+
+struct TcpFields {
+    uint32_t sequence;
+    uint32_t acknowledgement;
+    uint8_t flags;
+};
+
+std::vector<uint8_t> tcpPacket(const PacketEnds& ends, const TcpFields& fields,
+                               const std::vector<uint8_t>& payload) {
     std::vector<uint8_t> packet(40 + payload.size());
     uint8_t* ip = packet.data();
     ip[0] = 0x45;
     put<uint16_t>(ip + 2, static_cast<uint16_t>(packet.size()));
     ip[9] = 6;
-    put<uint32_t>(ip + 12, party);
-    put<uint32_t>(ip + 16, context.publicAddress);
-    put<uint16_t>(ip + 20, 1720);
-    put<uint16_t>(ip + 22, 30000);
-    put<uint32_t>(ip + 24, sequence);
+    put<uint32_t>(ip + 12, ends.source);
+    put<uint32_t>(ip + 16, ends.destination);
+    put<uint16_t>(ip + 20, ends.sourcePort);
+    put<uint16_t>(ip + 22, ends.destinationPort);
+    put<uint32_t>(ip + 24, fields.sequence);
+    put<uint32_t>(ip + 28, fields.acknowledgement);
     ip[32] = 0x50;
-    ip[33] = flags;
+    ip[33] = fields.flags;
     std::copy(payload.begin(), payload.end(), packet.begin() + 40);
+    return packet;
+}
+
+void receive(std::vector<uint8_t> packet) {
     PacketDescriptor descriptor{};
-    descriptor.ipHeader = ip;
+    descriptor.ipHeader = packet.data();
     TarvexPacketOnReceiving(&context, &descriptor);
 }
+
+void send(std::vector<uint8_t> packet) {
+    PacketDescriptor descriptor{};
+    descriptor.moduleIpHeader = packet.data();
+    descriptor.transportHeader = packet.data() + 20;
+    descriptor.transportLength = static_cast<uint16_t>(packet.size() - 20);
+    TarvexPacketOnSending(&context, &descriptor);
+}
+
+void receiveFromCalledParty(uint32_t party, uint32_t sequence, uint8_t flags,
+                            const std::vector<uint8_t>& payload) {
+    receive(tcpPacket({party, context.publicAddress, 1720, 30000}, {sequence, 0, flags}, payload));
+}
+
+// SYN, and SYN and ACK, of a connection that a private host opens.
+void open(const PacketEnds& outwards) {
+    callRecord.insideAddress = outwards.source;
+    callRecord.insidePort = outwards.sourcePort;
+    send(tcpPacket(outwards, {999, 0, 0x02}, {}));
+    receive(tcpPacket({outwards.destination, context.publicAddress, outwards.destinationPort,
+                       outwards.sourcePort},
+                      {999, 1000, 0x12}, {}));
+}
+
+size_t announcements = 0; // the module's, of H.245 endpoints
 
 } // namespace
 
@@ -121,6 +164,33 @@ void startModule(size_t calls) {
                                connectMessage(party, static_cast<uint16_t>(20000 + i)));
     }
     if (lookups != 2 * calls) {
+        std::cerr << "the module follows not all of " << calls << " calls\n";
+        std::exit(2);
+    }
+}
+
+void startFullScope(size_t calls) {
+    startModule(0);
+    H323Observer observer = {};
+    observer.size = sizeof observer;
+    observer.connectionAnnounced = [](void*, const H323ObservedConnection*) { ++announcements; };
+    H323SetObserver(&observer);
+    if (H323SetTranslationScope(H323NAT_SCOPE_FULL, 1000) != 1) {
+        std::cerr << "there is no memory for the full scope\n";
+        std::exit(2);
+    }
+    announcements = 0;
+    for (size_t i = 0; i < calls; ++i) {
+        const uint32_t caller = 0x0A000005U + static_cast<uint32_t>(i);
+        const uint32_t party = 0xCB007200U + static_cast<uint32_t>(i);
+        const auto control = static_cast<uint16_t>(20000 + i);
+        open({caller, party, 30000, 1720});
+        receive(tcpPacket({party, context.publicAddress, 1720, 30000}, {1000, 1000, 0x18},
+                          connectMessage(party, control)));
+        open({caller, party, 30001, control});
+    }
+    H323SetObserver(nullptr);
+    if (announcements != calls) {
         std::cerr << "the module follows not all of " << calls << " calls\n";
         std::exit(2);
     }

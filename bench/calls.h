@@ -13,4 +13,7 @@ HostContext* hostContext();
 // address. Ends the program with a message when a call was not taken.
 void startModule(size_t calls);
 
+// The same in the full scope, with room for 1,000 calls; each has its H.245 connection too.
+void startFullScope(size_t calls);
+
 } // namespace bench

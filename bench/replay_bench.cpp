@@ -28,12 +28,15 @@ std::vector<std::vector<uint8_t>> readPackets(const std::string& name) {
     return packets;
 }
 
-void call(benchmark::State& state, const std::string& name, bool lossless) {
+enum class Way { lossless, strict, full };
+
+void call(benchmark::State& state, const std::string& name, Way way) {
     gateway::ReferenceHostSettings settings;
     settings.inside = *gateway::parseNetwork("10.0.0.0/24");
     settings.publicAddress = 0xCB007101U;
     settings.publishedAddress = 0x0A000005U;
-    settings.lossless = lossless;
+    settings.lossless = way != Way::strict;
+    settings.fullScope = way == Way::full;
     gateway::ReferenceHost host(settings);
     const std::vector<std::vector<uint8_t>> packets = readPackets(name);
     std::vector<uint8_t> copy;
@@ -49,11 +52,15 @@ void call(benchmark::State& state, const std::string& name, bool lossless) {
                                                      benchmark::Counter::kIsIterationInvariantRate);
 }
 
-BENCHMARK_CAPTURE(call, outbound_fast_start, "fast-tun", true);
-BENCHMARK_CAPTURE(call, outbound_h245, "h245", true);
-BENCHMARK_CAPTURE(call, outbound_h245_strict, "h245", false);
-BENCHMARK_CAPTURE(call, inbound_h245, "in-h245", true);
-BENCHMARK_CAPTURE(call, registration_and_call, "gk-direct", true);
+BENCHMARK_CAPTURE(call, outbound_fast_start, "fast-tun", Way::lossless);
+BENCHMARK_CAPTURE(call, outbound_fast_start_full, "fast-tun", Way::full);
+BENCHMARK_CAPTURE(call, outbound_h245, "h245", Way::lossless);
+BENCHMARK_CAPTURE(call, outbound_h245_full, "h245", Way::full);
+BENCHMARK_CAPTURE(call, outbound_h245_strict, "h245", Way::strict);
+BENCHMARK_CAPTURE(call, inbound_h245, "in-h245", Way::lossless);
+BENCHMARK_CAPTURE(call, inbound_h245_full, "in-h245", Way::full);
+BENCHMARK_CAPTURE(call, registration_and_call, "gk-direct", Way::lossless);
+BENCHMARK_CAPTURE(call, registration_and_call_full, "gk-direct", Way::full);
 
 } // namespace
 

@@ -56,10 +56,13 @@ RARE_PATH static uint32_t receiveInFullScope(HostContext* hostContext,
                                descriptor.transportLength};
     TcpSegment segment;
     UdpDatagram datagram;
+    if (!receivedLengthsAgree(packet)) {
+        return 0;
+    }
     if (ipProtocol(packet.ip) == protocolTcp) {
         mark(descriptor,
              readTcp(packet, segment) && full_scope::receiveSegment(hostContext, segment));
-    } else {
+    } else if (ipProtocol(packet.ip) == protocolUdp) {
         mark(descriptor,
              readUdp(packet, datagram) && full_scope::receiveDatagram(hostContext, datagram));
     }
@@ -82,14 +85,14 @@ RARE_PATH static uint32_t sendInFullScope(HostContext* hostContext, PacketDescri
 
 // All may say yes to a packet that no rule takes, never no to one that a rule takes.
 
+// `transportLength` is negative when lengths contradict each other. Whether a packet is whole, and
+// of another protocol than these two, is the rare path's business.
 static bool mayReceiveInFullScope(const uint8_t* ip, const uint8_t* transport,
-                                  uint32_t transportLength) {
-    const uint8_t protocol = ipProtocol(ip);
-    if (protocol == protocolTcp) {
-        return transportLength >= shortestTcpHeader &&
-               full_scope::mayBeFollowed({ipSource(ip), readField<Ports>(transport).source});
+                                  int32_t transportLength) {
+    if (ipProtocol(ip) == protocolTcp) {
+        return full_scope::mayBeFollowed(ipSource(ip));
     }
-    if (protocol != protocolUdp || transportLength < udpHeaderLength) {
+    if (transportLength < static_cast<int32_t>(udpHeaderLength)) {
         return false;
     }
     const auto ports = readField<Ports>(transport);
@@ -135,9 +138,8 @@ uint32_t TarvexPacketOnReceiving(HostContext* hostContext, PacketDescriptor* des
     descriptor->transportLengthCopy1 = static_cast<uint16_t>(transportLength);
     descriptor->transportLengthCopy2 = static_cast<uint16_t>(transportLength);
 
-    if (full_scope::state.active) {
-        return transportLength >= 0 &&
-                       mayReceiveInFullScope(ip, transport, descriptor->transportLength)
+    if (full_scope::quickLook.active) {
+        return mayReceiveInFullScope(ip, transport, transportLength)
                    ? receiveInFullScope(hostContext, *descriptor)
                    : 0;
     }
@@ -151,7 +153,7 @@ uint32_t TarvexPacketOnReceiving(HostContext* hostContext, PacketDescriptor* des
 
 uint32_t TarvexPacketOnSending(HostContext* hostContext, PacketDescriptor* descriptor) {
     const uint8_t* ip = descriptor->moduleIpHeader;
-    if (full_scope::state.active) {
+    if (full_scope::quickLook.active) {
         return maySendInFullScope(ip, descriptor->transportHeader, descriptor->transportLength)
                    ? sendInFullScope(hostContext, *descriptor)
                    : 0;

@@ -10,6 +10,7 @@ import sys
 import tempfile
 
 PROGRAMS = ("bench_codec", "bench_hooks", "bench_replay")
+FOREIGN_PACKETS = 4096  # bench/foreign_traffic.h
 
 
 def times(build):
@@ -32,14 +33,13 @@ def times(build):
     return result
 
 
-def instructions(build):
-    """Instructions by "STEP/MESSAGE", and the sum of each step."""
-    result = {}
+def counts(build, program):
+    """Pairs of a label and the instructions that the program counted under it."""
     with tempfile.TemporaryDirectory() as folder:
         out = os.path.join(folder, "profile")
         subprocess.run(
             ["valgrind", "--tool=callgrind", "--collect-atstart=no", "-q",
-             "--callgrind-out-file=" + out, os.path.join(build, "bin", "bench_instructions")],
+             "--callgrind-out-file=" + out, os.path.join(build, "bin", program)],
             check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         parts = sorted(glob.glob(out + ".*"), key=lambda name: int(name.rsplit(".", 1)[1]))
         for part in parts:
@@ -48,14 +48,25 @@ def instructions(build):
             label = re.search(r"Client Request: (\S+) (\S+)", text)
             total = re.search(r"^(?:totals|summary): (\d+)", text, re.MULTILINE)
             if label and total:
-                message, step = label.groups()
-                name = f"{step}/{message}"
-                while name in result:  # two messages of one kind
-                    name += "'"
-                result[name] = int(total.group(1))
+                yield label.groups(), int(total.group(1))
+
+
+def instructions(build):
+    """Instructions by "STEP/MESSAGE", and the sum of each step; of the hooks for each packet of
+    foreign traffic, above a call that does nothing."""
+    result = {}
+    for (message, step), count in counts(build, "bench_instructions"):
+        name = f"{step}/{message}"
+        while name in result:  # two messages of one kind
+            name += "'"
+        result[name] = count
     for step in ("locate", "locate-all", "decode", "encode", "lossless"):
         result[f"{step}/sum"] = sum(value for name, value in result.items()
                                     if name.startswith(step + "/"))
+    empty = None
+    for (scope, hook), count in counts(build, "bench_hook_instructions"):
+        empty = count if empty is None else empty
+        result[f"packet {hook}/{scope}"] = (count - empty) / FOREIGN_PACKETS
     return result
 
 

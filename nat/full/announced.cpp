@@ -25,7 +25,7 @@ void end(Index index) {
     if (announced.call == none) {
         leave(state.announced, state.announcedAges, index);
     }
-    --countOf(announced.outside);
+    uncount(countOf(announced.outside.address));
     give(state.announced, index);
 }
 
@@ -79,7 +79,7 @@ void announce(uint8_t role, const EndpointKey& outside, uint32_t insideAddress, 
         state.calls[call].firstAnnounced = index;
         ++state.calls[call].announced;
     }
-    ++countOf(outside);
+    count(countOf(outside.address));
     tellAnnounced(observer.connectionAnnounced, announced);
 }
 

@@ -105,7 +105,7 @@ Index follow(uint8_t role, const EndpointKey& inside, const EndpointKey& outside
     connection.next = head;
     head = index;
     join(state.connections, state.connectionAges, index);
-    ++countOf(outside);
+    count(countOf(outside.address));
     return index;
 }
 
@@ -179,7 +179,7 @@ void forget(Index index, uint8_t end) {
     unlinkPublic(index);
     setPlaced(index, true);
     leave(state.connections, agesOf(connection), index);
-    --countOf(connection.outside);
+    uncount(countOf(connection.outside.address));
     give(state.connections, index);
 }
 

@@ -61,8 +61,7 @@ void linkPublic(Index index) {
     mapping.nextByPublic = head;
     head = index;
     if (mapping.role == H323NAT_ROLE_RAS) {
-        state.rasPorts[mapping.publicEndpoint.port >> 3] |=
-            static_cast<uint8_t>(1u << (mapping.publicEndpoint.port & 7));
+        count(quickLook.rasPorts[mapping.publicEndpoint.port]);
     }
 }
 
@@ -71,8 +70,7 @@ void unlinkPublic(Index index) {
     unlink<Mapping, &Mapping::nextByPublic>(
         state.mappings, state.mappingsByPublic[hashEndpoint(mapping.publicEndpoint)], index);
     if (mapping.role == H323NAT_ROLE_RAS) {
-        state.rasPorts[mapping.publicEndpoint.port >> 3] &=
-            static_cast<uint8_t>(~(1u << (mapping.publicEndpoint.port & 7)));
+        uncount(quickLook.rasPorts[mapping.publicEndpoint.port]);
     }
 }
 

@@ -30,13 +30,16 @@ bool enter(uint32_t calls) {
     leave();
     built.publishedAddress = state.publishedAddress;
     state = built;
+    quickLook.active = true;
+    count(quickLook.rasPorts[rasPort]);
+    count(quickLook.rasPorts[discoveryPort]);
     // Addresses of memory differ from process to process where the system randomises them.
     hashSeed = reinterpret_cast<uintptr_t>(built.memory) * 0xD6E8FEB86659FD93u;
     return true;
 }
 
 void leave() {
-    if (state.active) {
+    if (quickLook.active) {
         forgetAll();
         dropState();
     }

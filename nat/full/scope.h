@@ -19,15 +19,16 @@ inline constexpr uint16_t callSignallingPort = 1720;
 // Each may say yes to a packet that is none of ours, never no to one that is.
 
 inline bool maySend(const EndpointKey& outside, bool synAndAck) {
-    return outside.port == callSignallingPort || synAndAck || mayBeFollowed(outside);
+    return outside.port == callSignallingPort || synAndAck || mayBeFollowed(outside.address);
 }
 
 inline bool maySendDatagram(uint16_t outsidePort) {
     return outsidePort == rasPort || outsidePort == discoveryPort;
 }
 
+// One table for both ports: it holds the gatekeepers' own too.
 inline bool mayReceiveDatagram(uint16_t outsidePort, uint16_t publicPort) {
-    return maySendDatagram(outsidePort) || isRasPort(publicPort);
+    return (quickLook.rasPorts[outsidePort] | quickLook.rasPorts[publicPort]) != 0;
 }
 
 } // namespace full_scope

@@ -193,7 +193,7 @@ void completeOutbound(const TcpSegment& segment) {
     const EndpointKey publicEndpoint = destinationOf(segment.flow);
     const EndpointKey outside = sourceOf(segment.flow);
     EndpointKey inside;
-    if (!mayBeFollowed(outside) || !askWhose(publicEndpoint, outside, inside)) {
+    if (!mayBeFollowed(outside.address) || !askWhose(publicEndpoint, outside, inside)) {
         return;
     }
     const Index index = findByInside(inside, outside);
@@ -211,7 +211,7 @@ Index placeInbound(const TcpSegment& segment) {
     const EndpointKey publicEndpoint = destinationOf(segment.flow);
     const EndpointKey outside = sourceOf(segment.flow);
     EndpointKey inside;
-    if (state.unplaced == 0 || !mayBeFollowed(outside) || !segment.ack ||
+    if (state.unplaced == 0 || !mayBeFollowed(outside.address) || !segment.ack ||
         !askWhose(publicEndpoint, outside, inside)) {
         return none;
     }

@@ -8,6 +8,7 @@
 namespace full_scope {
 
 State state = {};
+QuickLook quickLook = {};
 uint64_t hashSeed = 0;
 
 namespace {
@@ -53,8 +54,6 @@ void layOut(Layout& layout, State& out, uint32_t calls) {
     lay(layout, out.mappingsByPublic, out.mappings.capacity);
     lay(layout, out.announcedByOutside, out.announced.capacity);
     lay(layout, out.registrationsByEnds, out.registrations.capacity);
-    const uint32_t counts = std::bit_ceil(8 * calls + 1024);
-    out.filter = {static_cast<uint32_t*>(layout.place(sizeof(uint32_t), counts)), counts - 1};
     out.streams.scratch = static_cast<uint8_t*>(layout.place(1, longestMessage));
 }
 
@@ -78,7 +77,6 @@ bool buildState(State& built, uint32_t calls) {
     Layout layout = {static_cast<uint8_t*>(memory), 0};
     layOut(layout, built, calls);
     built.memory = memory;
-    built.active = true;
     return true;
 }
 
@@ -86,6 +84,7 @@ void dropState() {
     rtAllocator.release(state.memory);
     const uint32_t published = state.publishedAddress;
     state = {};
+    quickLook = {};
     state.publishedAddress = published;
 }
 

@@ -116,16 +116,19 @@ struct Ages {
     Index newest;
 };
 
-// Tells in few instructions that no connection and no announced endpoint has a given outside end.
-struct OutsideFilter {
-    uint32_t* counts;
-    uint32_t mask;
+// Tells in few instructions of nearly every packet that it is none of ours. Each table has a fixed
+// size, and counts that reached their bound stay there: they say yes where they could say no.
+struct QuickLook {
+    bool active;                // the full scope is chosen
+    uint16_t outside[1u << 15]; // connections and announced endpoints, by their outside address
+    uint8_t rasPorts[UINT16_MAX + 1]; // RAS mappings, by their public UDP port; also 1718 and 1719
 };
+
+extern QuickLook quickLook;
 
 inline constexpr uint32_t hostCounters = 4096; // private hosts that share one share its limit
 
 struct State {
-    bool active; // the full scope is chosen
     Pool<Connection> connections;
     Pool<Call> calls;
     Pool<Mapping> mappings;
@@ -143,9 +146,7 @@ struct State {
     Ages overAges;
     Ages announcedAges; // those that gatekeepers told
     Ages registrationAges;
-    OutsideFilter filter;
     uint32_t mappingsOfHosts[hostCounters]; // by a hash of the private address
-    uint8_t rasPorts[65536 / 8];            // public UDP ports of RAS mappings, a bit each
     uint32_t unplaced;                      // connections, see there
     uint64_t messagesSoFar;
     uint32_t publishedAddress; // the published private host; 0: none
@@ -194,18 +195,23 @@ template <typename Record> void renew(Pool<Record>& pool, Ages& ages, Index inde
     }
 }
 
-// The filter counts connections and announced endpoints by their outside end.
-inline uint32_t& countOf(const EndpointKey& outside) {
-    const uint32_t mixed = outside.address * 0x9E3779B1u + outside.port * 0x85EBCA6Bu;
-    return state.filter.counts[(mixed ^ mixed >> 16) & state.filter.mask];
+template <typename Number> void count(Number& number) {
+    constexpr auto bound = static_cast<Number>(-1);
+    number = static_cast<Number>(number + (number != bound ? 1 : 0));
 }
 
-inline bool mayBeFollowed(const EndpointKey& outside) {
-    return countOf(outside) != 0;
+template <typename Number> void uncount(Number& number) {
+    constexpr auto bound = static_cast<Number>(-1);
+    number = static_cast<Number>(number - (number != bound ? 1 : 0));
 }
 
-inline bool isRasPort(uint16_t port) {
-    return (state.rasPorts[port >> 3] >> (port & 7) & 1) != 0;
+// How many connections and announced endpoints have this outside address, or others of its kind.
+inline uint16_t& countOf(uint32_t outsideAddress) {
+    return quickLook.outside[(outsideAddress * 0x9E3779B1u) >> 17];
+}
+
+inline bool mayBeFollowed(uint32_t outsideAddress) {
+    return countOf(outsideAddress) != 0;
 }
 
 } // namespace full_scope
