@@ -34,14 +34,15 @@ constexpr uint32_t ranges[] = {2,     3,          4,          7,          10,
                                255,   256,        257,        65535,      65536,
                                65537, 0x01000000, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE};
 constexpr uint32_t sizes[] = {0, 1, 2, 3, 4, 7, 16, 17, 20, 64};
-constexpr const char* alphabet = "0123456789#*,";
+// Written by index of 4 bits, by code or by index of 5, by index of 3 or 4, and by one of 2.
+constexpr const char* alphabets[] = {"0123456789#*,", "0123456789#*ABCD!", "0123456", "321"};
 
 // What a primitive takes besides the value, drawn from the operation's second octet.
 struct Limits {
     explicit Limits(uint8_t choice)
         : range(ranges[choice % std::size(ranges)]), lower(sizes[choice % std::size(sizes)]),
           upper(std::max(lower, sizes[choice / 16 % std::size(sizes)])),
-          from((choice & 0x80) != 0 ? alphabet : nullptr) {}
+          from((choice & 0x80) != 0 ? alphabets[choice / 32 % std::size(alphabets)] : nullptr) {}
 
     uint32_t range;
     uint32_t lower;
@@ -163,11 +164,11 @@ const Primitive primitives[] = {
          return pe_IA5String(ctx, v.text, l.from);
      },
      sameText},
-    {[](PerContext* ctx, Value& v, const Limits&) {
-         return pd_NumericString(ctx, &v.text, nullptr);
+    {[](PerContext* ctx, Value& v, const Limits& l) {
+         return pd_NumericString(ctx, &v.text, l.from);
      },
-     [](PerContext* ctx, const Value& v, const Limits&) {
-         return pe_NumericString(ctx, v.text, nullptr);
+     [](PerContext* ctx, const Value& v, const Limits& l) {
+         return pe_NumericString(ctx, v.text, l.from);
      },
      sameText},
     {[](PerContext* ctx, Value& v, const Limits& l) {
@@ -195,11 +196,11 @@ const Primitive primitives[] = {
          return pe_PrintableStringSized(ctx, v.text, l.from, l.lower, l.upper);
      },
      sameText},
-    {[](PerContext* ctx, Value& v, const Limits&) {
-         return pd_GeneralString(ctx, &v.text, nullptr);
+    {[](PerContext* ctx, Value& v, const Limits& l) {
+         return pd_GeneralString(ctx, &v.text, l.from);
      },
-     [](PerContext* ctx, const Value& v, const Limits&) {
-         return pe_GeneralString(ctx, v.text, nullptr);
+     [](PerContext* ctx, const Value& v, const Limits& l) {
+         return pe_GeneralString(ctx, v.text, l.from);
      },
      sameText},
     {[](PerContext* ctx, Value& v, const Limits& l) {

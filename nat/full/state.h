@@ -15,6 +15,7 @@
 #include "include/h323nat.h"
 #include "nat/flow_key.h"
 #include "nat/full/stream.h"
+#include "nat/hidden.h"
 
 namespace full_scope {
 
@@ -153,7 +154,7 @@ struct State {
     void* memory;
 };
 
-extern State state;
+H323NAT_HIDDEN extern State state;
 
 // A state without records, with the memory for `calls` calls. False when there is not enough.
 bool buildState(State& built, uint32_t calls);

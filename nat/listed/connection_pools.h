@@ -11,6 +11,7 @@
 #include "include/h323nat.h"
 #include "nat/endpoint_index.h"
 #include "nat/flow_key.h"
+#include "nat/hidden.h"
 #include "nat/listed/stream_buffer.h"
 
 inline constexpr size_t poolSize = 50;
@@ -59,7 +60,7 @@ struct ControlChannelPool : RecordLists {
 };
 
 extern CallSignalPool callSignalPool;
-extern ControlChannelPool controlChannelPool;
+H323NAT_HIDDEN extern ControlChannelPool controlChannelPool;
 
 // Makes both lists empty and allocates the records, all zero, onto the free list. Result: 0, or -12
 // when an allocation failed; the records made so far are then released again. Records of an earlier

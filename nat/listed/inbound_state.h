@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "nat/hidden.h"
 #include "nat/listed/stream_buffer.h"
 
 inline constexpr uint32_t inboundBufferCapacity = 4000;
@@ -21,7 +22,7 @@ struct InboundMappingState {
     StreamBuffer controlToRemote;      // H.245, published host to outside party
 };
 
-extern InboundMappingState inboundMappingState;
+H323NAT_HIDDEN extern InboundMappingState inboundMappingState;
 
 // Sets everything to zero.
 void ResetInboundMapping();
