@@ -76,14 +76,15 @@ TEST(CommandLine, ColoursAreForTerminals) {
     if (std::system("command -v script >/dev/null 2>&1") != 0) {
         GTEST_SKIP() << "no script(1) here";
     }
-    std::string command = H323NAT_PROGRAM;
+    std::string command = testing_cli::shellWord(H323NAT_PROGRAM);
     for (const std::string& argument : goodReplay) {
-        command += " " + argument;
+        command += testing_cli::shellWord(argument);
     }
     const std::string typescript = scratchPath("typescript");
     for (const std::string setting : {"", "NO_COLOR=1 "}) {
         const std::string line = "TERM=xterm script -qec \"" + setting + command +
-                                 "\" /dev/null >" + typescript + " </dev/null";
+                                 "\" /dev/null >" + testing_cli::shellWord(typescript) +
+                                 " </dev/null";
         EXPECT_EQ(std::system(line.c_str()), 0);
         const bool coloured =
             testing_cli::contents(typescript).find("\033[32m") != std::string::npos;
@@ -106,11 +107,11 @@ TEST(CommandLine, BashCompletes) {
                           Case{"replay --p", "--public --publish"},
                           Case{"replay --scope l", "listed"}, Case{"decode --js", "--json"}}) {
         const std::string line =
-            "bash -c '. " H323NAT_COMPLETION "; h323nat() { " H323NAT_PROGRAM
-            " \"$@\"; }; COMP_WORDS=(h323nat " +
+            "bash -c '. \"" H323NAT_COMPLETION "\"; h323nat() { \"" H323NAT_PROGRAM
+            "\" \"$@\"; }; COMP_WORDS=(h323nat " +
             std::string(c.words) +
             "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _h323nat; echo -n ${COMPREPLY[@]}' >" +
-            found;
+            testing_cli::shellWord(found);
         EXPECT_EQ(std::system(line.c_str()), 0);
         EXPECT_EQ(testing_cli::contents(found), c.completions) << c.words;
     }

@@ -21,6 +21,7 @@ namespace {
 using namespace gateway;
 using testing_cli::contents;
 using testing_cli::Outcome;
+using testing_cli::shellWord;
 using testing_gateway::Octets;
 
 constexpr uint32_t privateParty = 0x0A000005;
@@ -119,10 +120,10 @@ bool hasTshark() {
 
 std::string framesThatTsharkFinds(const std::string& filter, const std::string& capture) {
     const std::string found = scratchPath("tshark.txt");
-    const std::string command = "tshark -r " + capture +
+    const std::string command = "tshark -r " + shellWord(capture) +
                                 " -o tcp.check_checksum:TRUE -o udp.check_checksum:TRUE"
                                 " -o ip.check_checksum:TRUE -Y '" +
-                                filter + "' >" + found + " 2>/dev/null";
+                                filter + "' >" + shellWord(found) + " 2>/dev/null";
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
     std::string result = contents(found);
     std::filesystem::remove(found);

@@ -27,16 +27,22 @@ inline std::string contents(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// A word for the shell.
+inline std::string shellWord(const std::string& word) {
+    return " '" + word + "'";
+}
+
 // The program itself, in a process of its own: the module starts once in a process. `output` is
 // where its standard output goes.
 inline Outcome runProgram(const std::vector<std::string>& arguments,
                           const std::string& output = scratchPath("stdout")) {
     const std::string errors = scratchPath("stderr");
-    std::string command = H323NAT_PROGRAM;
+    std::string command = shellWord(H323NAT_PROGRAM);
     for (const std::string& argument : arguments) {
-        command += " '" + argument + "'";
+        command += shellWord(argument);
     }
-    const int status = std::system((command + " >" + output + " 2>" + errors).c_str());
+    command += " >" + shellWord(output) + " 2>" + shellWord(errors);
+    const int status = std::system(command.c_str());
     const bool isFile = std::filesystem::is_regular_file(output);
     Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, isFile ? contents(output) : "",
                     contents(errors)};
