@@ -30,8 +30,12 @@ Offsets offsetsOf(const cli::LocatedAddresses& located) {
 
 // ---- what the tree reader finds ------------------------------------------------------------
 
+using Numbers = std::set<std::pair<size_t, std::string>>; // with the octet where they stand
+
 struct TreePlaces {
     Offsets offsets;
+    Offsets callIdentifiers;
+    Numbers channelNumbers;   // more than are told
     bool inFragments = false; // some that have no place
     size_t unread = 0;        // messages in octet strings that do not read
 };
@@ -56,6 +60,12 @@ void collect(const tree::Node& node, TreePlaces& places) {
             } else {
                 places.offsets.insert(static_cast<size_t>(child.bitOffset / 8));
             }
+        }
+        const auto octet = static_cast<size_t>(child.bitOffset / 8);
+        if (child.name == "guid") {
+            places.callIdentifiers.insert(octet);
+        } else if (child.name.ends_with("LogicalChannelNumber")) {
+            places.channelNumbers.emplace(octet, child.value);
         }
         collect(child, places);
     }
@@ -150,6 +160,24 @@ private:
 
 // ---- comparing -----------------------------------------------------------------------------
 
+// What the locator tells besides addresses.
+void compareFacts(LocatedType type, const Octets& octets, const TreePlaces& inTree) {
+    LocatorWalk walk;
+    LocatedPlace place;
+    Offsets callIdentifiers;
+    startLocating(walk, type, octets.data(), octets.size(), allPlaceKinds);
+    while (nextPlace(walk, place)) {
+        if (place.kind == PlaceKind::callIdentifier) {
+            EXPECT_EQ(place.length, 16U);
+            callIdentifiers.insert(place.offset);
+        } else if (place.kind == PlaceKind::channelNumber) {
+            EXPECT_TRUE(inTree.channelNumbers.contains({place.offset, std::to_string(place.value)}))
+                << place.offset << " " << place.value;
+        }
+    }
+    EXPECT_EQ(callIdentifiers, inTree.callIdentifiers);
+}
+
 struct Tally {
     size_t lines = 0;
     size_t asToday = 0; // read to their end by the tree reader
@@ -169,6 +197,10 @@ void compare(const std::string& type, const Octets& octets, const std::string& w
     }
     ++tally.asToday;
     EXPECT_EQ(found, inTree.offsets) << what;
+    {
+        SCOPED_TRACE(what);
+        compareFacts(cli::requireLocatedType(type), octets, inTree);
+    }
     CodecPlaces inCodec(octets);
     if (inCodec.read(*findType(type), octets)) {
         ++tally.decoded;
