@@ -15,6 +15,7 @@ void addReplayCommand(CLI::App& app, int& exitStatus);
 /// Only where the live gateway is built (H323NAT_LIVE_GATEWAY).
 void addGatewayCommand(CLI::App& app, int& exitStatus);
 void addStatusCommand(CLI::App& app, int& exitStatus);
+void addCallsCommand(CLI::App& app, int& exitStatus);
 
 constexpr int exitFaults = 1;
 constexpr int exitUnusable = 2;

@@ -40,6 +40,7 @@ int run(int argc, char** argv) {
 #ifdef H323NAT_LIVE_GATEWAY
     cli::addGatewayCommand(app, exitStatus);
     cli::addStatusCommand(app, exitStatus);
+    cli::addCallsCommand(app, exitStatus);
 #endif
     try {
         app.parse(argc, argv);

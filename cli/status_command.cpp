@@ -1,4 +1,5 @@
 #include "cli/commands.h"
+#include "cli/status_watch.h"
 #include "cli/terminal.h"
 
 #include "gateway/live/config.h"
@@ -16,6 +17,8 @@ namespace {
 struct StatusArguments {
     std::string socket = gateway::LiveConfig{}.statusSocket;
     bool asJson = false;
+    bool watch = false;
+    double interval = 1;
 };
 
 int fail(const std::string& why) {
@@ -24,6 +27,10 @@ int fail(const std::string& why) {
 }
 
 int run(const StatusArguments& arguments) {
+    if (arguments.watch) {
+        const std::string failure = watchStatus(arguments.socket, arguments.interval);
+        return failure.empty() ? 0 : fail(failure);
+    }
     std::string answer;
     const std::string failure = gateway::readStatus(arguments.socket, answer);
     if (!failure.empty()) {
@@ -44,6 +51,14 @@ void addStatusCommand(CLI::App& app, int& exitStatus) {
     CLI::App* command = app.add_subcommand(
         "status", "Ask the running gateway for its calls, mappings and counters");
     command->add_flag("--json", arguments->asJson, "Print one JSON object");
+    command
+        ->add_flag("--watch", arguments->watch,
+                   "Show calls, verdicts and rates on the terminal, redrawn until interrupted")
+        ->excludes("--json");
+    command->add_option("--interval", arguments->interval, "Seconds from one drawing to the next")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 3600.0))
+        ->capture_default_str();
     command->add_option("--socket", arguments->socket, "The gateway's status socket")
         ->type_name("PATH")
         ->capture_default_str();

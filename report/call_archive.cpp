@@ -220,6 +220,10 @@ std::string CallArchive::end(uint64_t call, const CallRecord& known,
     return failure.empty() ? second : failure;
 }
 
+std::string archiveBeside(const std::string& statusSocket) {
+    return (fs::path(statusSocket).parent_path() / "calls").string();
+}
+
 CallRecord archivedCall(const std::string& folder, uint64_t call) {
     const fs::path path = fs::path(folder) / (std::to_string(call) + recordEnding);
     std::ifstream file(path, std::ios::binary);

@@ -65,6 +65,9 @@ private:
     size_t octets_ = 0;
 };
 
+// The folder of records of the gateway whose status socket this is.
+std::string archiveBeside(const std::string& statusSocket);
+
 // The record of a call that a gateway keeps in `folder`. Throws std::runtime_error when there is
 // none, or it cannot be read.
 CallRecord archivedCall(const std::string& folder, uint64_t call);
