@@ -285,6 +285,50 @@ TEST(Calls, ObserverIsToldOfEveryStep) {
 
 // --- Many
 
+void playCall(FullHost& host, uint32_t number, bool releases) {
+    const auto port = static_cast<uint16_t>(2000 + number % 30000);
+    const EndpointKey inside = {privateParty + number / 30000, port};
+    const EndpointKey control = {outsideParty, static_cast<uint16_t>(30000 + number % 30000)};
+    TcpCall call(host, inside, called, TcpCall::Opened::byPrivate, number * 7919);
+    call.sent(plainSetup());
+    call.received(connectWith(control));
+    TcpCall h245(host, {inside.address, static_cast<uint16_t>(port + 31000)}, control);
+    const EndpointKey media = {inside.address, port};
+    const Octets open = openChannel(media);
+    ASSERT_EQ(first(open, h245.sent(open)), FullHost::publicOf(media)) << number;
+    if (releases) {
+        h245.close();
+        call.sent(q931({releaseComplete()}));
+        call.close();
+    }
+}
+
+// Records of a kind, in octets.
+template <typename Record> size_t octetsOf(const full_scope::Pool<Record>& pool) {
+    return pool.used * sizeof(Record);
+}
+
+TEST(Load, ACallWithNothingInFlightIsSmall) {
+    FullHost host(1000);
+    constexpr uint32_t calls = 100;
+    for (uint32_t number = 0; number < calls; ++number) {
+        playCall(host, number, false);
+    }
+    const full_scope::State& state = full_scope::state;
+    const size_t records = octetsOf(state.calls) + octetsOf(state.connections) +
+                           octetsOf(state.mappings) + octetsOf(state.claims) +
+                           octetsOf(state.announced) + octetsOf(state.streams.edits) +
+                           octetsOf(state.streams.blocks);
+    EXPECT_LE(records / calls, 1024U);
+    RecordProperty("octets", static_cast<int>(records / calls));
+    full_scope::leave();
+    EXPECT_TRUE(full_scope::enter(1000));
+    RecordProperty("octetsOfRoom",
+                   static_cast<int>(full_scope::state.streams.scratch -
+                                    static_cast<uint8_t*>(full_scope::state.memory)) /
+                       1000);
+}
+
 TEST(Load, OctetsAreRepeatedAfterAnyNumberOfCalls) {
     FullHost host(4); // 544 changes of octets are remembered
     for (uint16_t number = 0; number < 200; ++number) {
@@ -302,24 +346,6 @@ TEST(Load, OctetsAreRepeatedAfterAnyNumberOfCalls) {
         ASSERT_EQ(call.sentAt(0, message), after);
         call.close();
         ASSERT_EQ(call.sentAt(0, message), after);
-    }
-}
-
-void playCall(FullHost& host, uint32_t number, bool releases) {
-    const auto port = static_cast<uint16_t>(2000 + number % 30000);
-    const EndpointKey inside = {privateParty + number / 30000, port};
-    const EndpointKey control = {outsideParty, static_cast<uint16_t>(30000 + number % 30000)};
-    TcpCall call(host, inside, called, TcpCall::Opened::byPrivate, number * 7919);
-    call.sent(plainSetup());
-    call.received(connectWith(control));
-    TcpCall h245(host, {inside.address, static_cast<uint16_t>(port + 31000)}, control);
-    const EndpointKey media = {inside.address, port};
-    const Octets open = openChannel(media);
-    ASSERT_EQ(first(open, h245.sent(open)), FullHost::publicOf(media)) << number;
-    if (releases) {
-        h245.close();
-        call.sent(q931({releaseComplete()}));
-        call.close();
     }
 }
 
