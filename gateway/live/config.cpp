@@ -245,6 +245,11 @@ constexpr Setting table[] = {
      [](LiveConfig& c, std::string_view v) { return readPath(c.statusSocket, v); }},
     {"metrics-file", "PATH", "file to keep up to date with metrics in the Prometheus text format",
      [](LiveConfig& c, std::string_view v) { return readPath(c.metricsFile, v); }},
+    {"keep-calls", "N", "calls whose messages are kept for `h323nat calls --html`; 0: none",
+     [](LiveConfig& c, std::string_view v) { return readNumber(c.keepCalls, v, 0, 1000); }},
+    {"capture-troubled", "DIR",
+     "folder for captures of the last calls that were not all translated",
+     [](LiveConfig& c, std::string_view v) { return readPath(c.captureTroubled, v); }},
     {"log-format", "logfmt|json", "form of the log lines",
      [](LiveConfig& c, std::string_view v) {
          return readChoice(c.logFormat, v, "logfmt", "json");

@@ -58,6 +58,8 @@ struct LiveConfig {
     std::string stateFile;
     std::string statusSocket = "/run/h323nat/gateway.sock";
     std::string metricsFile;
+    uint32_t keepCalls = 0;      // calls whose messages are kept for `h323nat calls --html`
+    std::string captureTroubled; // folder for captures of calls that were not all translated
     LogFormat logFormat = LogFormat::Logfmt;
     bool logDebug = false;
 

@@ -94,7 +94,7 @@ const LiveCall* LiveCalls::end(const H323ObservedCall& call, LiveSeconds now) {
 }
 
 // A message that ends its call is reported when the call is over already.
-LiveCall* LiveCalls::find(uint64_t number) {
+const LiveCall* LiveCalls::find(uint64_t number) const {
     const auto found = running_.find(number);
     if (found != running_.end()) {
         return &found->second;
@@ -104,8 +104,12 @@ LiveCall* LiveCalls::find(uint64_t number) {
     return number == 0 || ended == ended_.rend() ? nullptr : &*ended;
 }
 
+LiveCall* LiveCalls::mutableCall(uint64_t number) {
+    return const_cast<LiveCall*>(find(number));
+}
+
 void LiveCalls::note(const ReportedMessage& message, LiveSeconds now) {
-    LiveCall* const call = message.call == 0 ? nullptr : find(message.call);
+    LiveCall* const call = message.call == 0 ? nullptr : mutableCall(message.call);
     if (call != nullptr) {
         call->rewritten += static_cast<uint32_t>(message.rewritten.size());
         if (message.name == "connect" && call->connected == 0) {
@@ -115,7 +119,7 @@ void LiveCalls::note(const ReportedMessage& message, LiveSeconds now) {
 }
 
 void LiveCalls::noteTrouble(uint64_t number, const std::string& what) {
-    LiveCall* const call = number == 0 ? nullptr : find(number);
+    LiveCall* const call = number == 0 ? nullptr : mutableCall(number);
     if (call != nullptr && call->trouble.empty()) {
         call->trouble = what;
     }

@@ -46,6 +46,9 @@ public:
     // What a message of a call tells of it.
     void note(const ReportedMessage& message, LiveSeconds now);
 
+    // Running or ended; null when it is not known any more.
+    [[nodiscard]] const LiveCall* find(uint64_t number) const;
+
     // Something of the call was not translated: "setup.h245Address: the host opened no mapping".
     void noteTrouble(uint64_t call, const std::string& what);
 
@@ -53,7 +56,7 @@ public:
     [[nodiscard]] const std::deque<LiveCall>& ended() const { return ended_; } // oldest first
 
 private:
-    LiveCall* find(uint64_t number);
+    LiveCall* mutableCall(uint64_t number);
 
     std::unordered_map<uint64_t, LiveCall> running_;
     std::deque<LiveCall> ended_;

@@ -79,7 +79,9 @@ LiveGateway::LiveGateway(const LiveConfig& config, uint32_t publicAddress, uint6
                          Counters& counters)
     : config_(config), seed_(seed), table_(table), conntrack_(conntrack), log_(log),
       counters_(counters), mappings_(config, seed, isFreeOnRouter),
-      module_(*this, moduleSettings(config, publicAddress), this), hold_(config.hold) {
+      module_(*this, moduleSettings(config, publicAddress), this), hold_(config.hold),
+      archive_(log) {
+    archive_.configure(config);
     sides_.publicAddress = publicAddress;
 }
 
@@ -158,6 +160,7 @@ std::string LiveGateway::reconfigure(const LiveConfig& config) {
     module_.setPublicAddress(moduleSettings(config, sides_.publicAddress).publicAddress);
     mappings_.configure(config);
     hold_.configure(config.hold);
+    archive_.configure(config);
     config_ = config;
     if (otherPublished && !config_.dryRun) {
         failure = table_.emptySets(config_);
@@ -311,6 +314,7 @@ void LiveGateway::show(Parcel& parcel) {
                               {"to", toText(destinationOf(parcel.packet, parcel.layout))},
                               {"octets", std::to_string(parcel.layout.payloadLength)}});
     }
+    archive_.notePacket(parcel.packet);
     if (parcel.side == Side::Inside) {
         showSent(parcel);
     } else {
@@ -592,6 +596,7 @@ MediaMapping LiveGateway::openMedia(const Endpoint& inside, uint32_t remoteAddre
     answer.granted = true;
     answer.publicEndpoint = {advertised(mapping->publicEndpoint.address),
                              mapping->publicEndpoint.port};
+    noteMapping(MappingRequest::Kind::Media, inside, answer.publicEndpoint, answer.reused);
     // Linked once is enough: the lists are the module's, the lifetimes are ours.
     if (kind == MappingKind::Media && !isLinked(mapping->records[0]) &&
         !isLinked(mapping->records[1])) {
@@ -617,6 +622,7 @@ std::optional<ControlMapping> LiveGateway::openControl(const Endpoint& inside,
     }
     answer.publicEndpoint = {advertised(mapping->publicEndpoint.address),
                              mapping->publicEndpoint.port};
+    noteMapping(MappingRequest::Kind::Control, inside, answer.publicEndpoint, answer.reused);
     return answer;
 }
 
@@ -691,6 +697,7 @@ void LiveGateway::onCallEnded(const H323ObservedCall& told) {
     if (call == nullptr) {
         return;
     }
+    over_.push_back(told.call);
     wantsSweep_ = true;
     counters_.add(Cause::callsEnded);
     log_.info("call-end", {{"call", std::to_string(call->number)},
@@ -769,7 +776,20 @@ void LiveGateway::report(LiveSeconds now) {
         calls_.note(message, now);
         reportMessage(message);
     }
+    for (const uint64_t number : std::exchange(over_, {})) {
+        if (const LiveCall* const call = calls_.find(number)) {
+            archive_.end(*call);
+        }
+    }
     call_ = 0;
+}
+
+void LiveGateway::noteMapping(MappingRequest::Kind kind, const Endpoint& inside,
+                              const Endpoint& publicEndpoint, bool reused) {
+    if (archive_.keeps() && !reused) {
+        archive_.noteMapping(
+            call_, {LiveArchive::wallClock(), {kind, inside, publicEndpoint, 0, true, reused}});
+    }
 }
 
 void LiveGateway::reportMessage(const ReportedMessage& message) {
@@ -794,11 +814,12 @@ void LiveGateway::reportMessage(const ReportedMessage& message) {
                               {"remote", toText(message.outside)},
                               {"changes", changesText(message)}});
     }
-    if (!sent) {
-        return;
+    std::vector<ReportedAddress> remaining;
+    if (sent) {
+        remaining = addressesRemaining(message, Network{message.inside.address, 32});
     }
-    for (const ReportedAddress& address :
-         addressesRemaining(message, Network{message.inside.address, 32})) {
+    archive_.noteMessage(message, remaining, calls_.find(message.call));
+    for (const ReportedAddress& address : remaining) {
         counters_.add(Cause::addressesLeft);
         calls_.noteTrouble(message.call, troubleText(message, address));
         log_.info("address-left", {{"message", message.name},
@@ -867,6 +888,7 @@ void LiveGateway::sweep(const FlowSurvey& survey, LiveSeconds now) {
     close(mappings_.sweep(survey, readUses(config_.table, "active", useTimeout), now));
     commit();
     records_.sweep([&](const FlowId& flow) { return survey.isOpen(flow); }, now_);
+    archive_.update(calls_);
 }
 
 FlowSurvey LiveGateway::survey() const {

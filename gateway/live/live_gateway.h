@@ -5,6 +5,7 @@
 #include "gateway/live/event_log.h"
 #include "gateway/live/flow_records.h"
 #include "gateway/live/known_connections.h"
+#include "gateway/live/live_archive.h"
 #include "gateway/live/live_calls.h"
 #include "gateway/live/live_mappings.h"
 #include "gateway/live/netfilter_table.h"
@@ -138,6 +139,8 @@ private:
 
     void report(LiveSeconds now);
     void reportMessage(const ReportedMessage& message);
+    void noteMapping(MappingRequest::Kind kind, const Endpoint& inside,
+                     const Endpoint& publicEndpoint, bool reused);
     void checkTranslated(const LiveCall& call);
     HostMappingRecord* recordOf(const FlowId& insideView);
 
@@ -154,6 +157,7 @@ private:
     SegmentHold hold_;
     KnownConnections known_;
     LiveCalls calls_;
+    LiveArchive archive_;
     MessageLog messages_;
     std::unordered_map<uint32_t, Waiting> waiting_; // by packet number
     std::unordered_map<LocalId, uint32_t, LocalIdHash> expected_;
@@ -167,6 +171,7 @@ private:
     uint64_t call_ = 0;            // of the message in it
     std::vector<uint64_t> opened_; // mappings
     std::vector<uint64_t> begun_;  // calls
+    std::vector<uint64_t> over_;   // calls
 };
 
 } // namespace gateway
