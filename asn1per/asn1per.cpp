@@ -86,19 +86,25 @@ MemBlock* takeBlock(PerBlockPool* pool) {
     return untouched(block, PER_BLOCK_SPACE);
 }
 
-void giveBlockBack(MemBlock* block) {
+// An ordinary block returns to a pool that has a place for it. False, and nothing done, otherwise.
+PER_INLINE bool returnToPool(MemBlock* block) {
     PerBlockPool* pool = block->pool;
-    if (pool != nullptr && block == pool->large) {
-        pool->largeInUse = 0;
-        return;
-    }
-    if (pool == nullptr || pool->blockCount >= PER_POOL_BLOCKS) {
-        rtAllocator.release(block);
-        return;
+    if (pool == nullptr || block == pool->large || pool->blockCount >= PER_POOL_BLOCKS) {
+        return false;
     }
     block->next = pool->blocks;
     pool->blocks = block;
     ++pool->blockCount;
+    return true;
+}
+
+void giveBlockBack(MemBlock* block) {
+    PerBlockPool* pool = block->pool;
+    if (pool != nullptr && block == pool->large) {
+        pool->largeInUse = 0;
+    } else if (!returnToPool(block)) {
+        rtAllocator.release(block);
+    }
 }
 
 MemBlock* allocateLarge(uint32_t octets) {
@@ -235,11 +241,26 @@ void* rtHeapAllocBlock(MemHeap* heap, uint32_t octets) {
     return block->space;
 }
 
-void rtHeapFreeAll(MemBlock* newest) {
+[[gnu::noinline]] void rtHeapFreeAll(MemBlock* newest) {
     while (newest != nullptr) {
         MemBlock* older = newest->next;
         giveBlockBack(newest);
         newest = older;
+    }
+}
+
+// A heap learns of its pool from its blocks.
+PER_INLINE static void beginHeap(PerContext* ctx, PerBlockPool* pool, MemBlock* block) {
+    block->next = nullptr;
+    block->pool = pool;
+    block->used = 0;
+    ctx->heap = block;
+}
+
+[[gnu::noinline]] static void beginFreshHeap(PerContext* ctx, PerBlockPool* pool) {
+    MemBlock* block = takeBlock(pool);
+    if (block != nullptr) {
+        beginHeap(ctx, pool, block);
     }
 }
 
@@ -248,14 +269,11 @@ void pu_setBlockPool(PerContext* ctx, PerBlockPool* pool) {
     if (pool == nullptr || ctx->heap != nullptr) {
         return;
     }
-    // A heap learns of its pool from its blocks.
-    MemBlock* block = takeBlock(pool);
-    if (block != nullptr) {
-        block->next = nullptr;
-        block->pool = pool;
-        block->used = 0;
-        ctx->heap = block;
+    if (pool->blocks == nullptr) [[unlikely]] {
+        beginFreshHeap(ctx, pool);
+        return;
     }
+    beginHeap(ctx, pool, takeBlock(pool));
 }
 
 void pu_drainBlockPool(PerBlockPool* pool) {
@@ -275,27 +293,48 @@ void pu_drainBlockPool(PerBlockPool* pool) {
 
 // ---- context -------------------------------------------------------------------------------
 
-int32_t pu_initContext(PerContext* ctx, const uint8_t* buffer, uint32_t size, uint8_t aligned) {
-    if (ctx->initMarker != PER_CONTEXT_MARKER) {
-        *ctx = {};
-        ctx->initMarker = PER_CONTEXT_MARKER;
-    }
-    ctx->depth = 0;
-    if (buffer == nullptr) {
-        PerOwnedBuffer* owned = takeBuffer(ctx->pool, PER_BUFFER_STEP);
-        if (owned == nullptr) {
-            return fail(ctx, PER_NO_MEMORY);
-        }
-        useOwned(ctx, owned);
-    } else {
-        ctx->buffer = const_cast<uint8_t*>(buffer); // written to by encoders only
-        ctx->size = size;
-        ctx->ownsBuffer = 0;
-    }
+// Two halves are cleared by a few wide stores, the whole by a loop.
+static void clearContext(PerContext* ctx) {
+    constexpr size_t HALF = sizeof(PerContext) / 2;
+    auto* octets = reinterpret_cast<uint8_t*>(ctx);
+    std::memset(octets, 0, HALF);
+    std::memset(octets + HALF, 0, sizeof(PerContext) - HALF);
+}
+
+PER_INLINE static int32_t startMessage(PerContext* ctx, uint8_t aligned) {
     putCursorAtStart(ctx);
     ctx->aligned = aligned;
     pu_updateFastSize(ctx);
     return PER_OK;
+}
+
+static int32_t useNewBuffer(PerContext* ctx) {
+    PerOwnedBuffer* owned = takeBuffer(ctx->pool, PER_BUFFER_STEP);
+    if (owned == nullptr) {
+        return fail(ctx, PER_NO_MEMORY);
+    }
+    useOwned(ctx, owned);
+    return PER_OK;
+}
+
+[[gnu::noinline]] static int32_t startOwned(PerContext* ctx, uint8_t aligned) {
+    PER_TRY(useNewBuffer(ctx));
+    return startMessage(ctx, aligned);
+}
+
+int32_t pu_initContext(PerContext* ctx, const uint8_t* buffer, uint32_t size, uint8_t aligned) {
+    if (ctx->initMarker != PER_CONTEXT_MARKER) {
+        clearContext(ctx);
+        ctx->initMarker = PER_CONTEXT_MARKER;
+    }
+    ctx->depth = 0;
+    if (buffer == nullptr) [[unlikely]] {
+        return startOwned(ctx, aligned);
+    }
+    ctx->buffer = const_cast<uint8_t*>(buffer); // written to by encoders only
+    ctx->size = size;
+    ctx->ownsBuffer = 0;
+    return startMessage(ctx, aligned);
 }
 
 int32_t pu_initContextFrom(PerContext* ctx, const PerContext* source) {
@@ -319,7 +358,7 @@ PerContext* pu_newContext(const uint8_t* buffer, uint32_t size, uint8_t aligned)
     return ctx;
 }
 
-static void releaseFields(PerContext* ctx) {
+[[gnu::noinline]] static void releaseFields(PerContext* ctx) {
     while (FieldNode* node = ctx->fieldList.first) {
         ctx->fieldList.first = node->next;
         rtAllocator.release(node);
@@ -327,18 +366,25 @@ static void releaseFields(PerContext* ctx) {
     ctx->fieldList = {};
 }
 
+[[gnu::noinline]] static void releaseBuffers(PerContext* ctx) {
+    if (ctx->ownsBuffer != 0) {
+        dropBuffer(ctx);
+    }
+    giveBuffersBack(&ctx->owned);
+    giveBuffersBack(&ctx->spare);
+}
+
 void pu_freeContext(PerContext* ctx) {
     if (ctx == nullptr) {
         return;
     }
-    if (ctx->ownsBuffer != 0) {
-        dropBuffer(ctx);
+    if (ctx->ownsBuffer != 0 || ctx->owned != nullptr || ctx->spare != nullptr) {
+        releaseBuffers(ctx);
     }
-    if (ctx->owned != nullptr || ctx->spare != nullptr) {
-        giveBuffersBack(&ctx->owned);
-        giveBuffersBack(&ctx->spare);
+    MemBlock* newest = ctx->heap;
+    if (newest != nullptr && (newest->next != nullptr || !returnToPool(newest))) {
+        rtHeapFreeAll(newest);
     }
-    rtHeapFreeAll(ctx->heap);
     ctx->heap = nullptr;
     ctx->spans = nullptr;
     ctx->recordSpans = 0;
@@ -359,11 +405,7 @@ int32_t pu_setBuffer(PerContext* ctx, const uint8_t* buffer, uint32_t size) {
         ctx->ownsBuffer = 0;
         pu_updateFastSize(ctx);
     } else {
-        PerOwnedBuffer* owned = takeBuffer(ctx->pool, PER_BUFFER_STEP);
-        if (owned == nullptr) {
-            return fail(ctx, PER_NO_MEMORY);
-        }
-        useOwned(ctx, owned);
+        PER_TRY(useNewBuffer(ctx));
     }
     putCursorAtStart(ctx);
     return PER_OK;
@@ -1746,10 +1788,18 @@ int32_t pd_listTooLong(PerContext* ctx) {
     return fail(ctx, PER_END_OF_DATA);
 }
 
-int32_t pd_listCount(PerContext* ctx, uint32_t* count, uint32_t minBitsPerItem) {
-    const int32_t status = pd_Length(ctx, count);
+[[gnu::noinline]] static int32_t readListCount(PerContext* ctx, uint32_t* count,
+                                               uint32_t minBitsPerItem) {
+    const int32_t status = readLength(ctx, count);
     if (status != PER_OK) {
         return fail(ctx, status);
+    }
+    return hasBits(ctx, uint64_t{*count} * minBitsPerItem) ? PER_OK : pd_listTooLong(ctx);
+}
+
+int32_t pd_listCount(PerContext* ctx, uint32_t* count, uint32_t minBitsPerItem) {
+    if (ctx->sizeConstraint != nullptr || !readShortLength(ctx, count)) [[unlikely]] {
+        return readListCount(ctx, count, minBitsPerItem);
     }
     return hasBits(ctx, uint64_t{*count} * minBitsPerItem) ? PER_OK : pd_listTooLong(ctx);
 }
@@ -2374,32 +2424,43 @@ int32_t pe_ObjectIdentifier(PerContext* ctx, const ObjectIdentifier* value) {
     return PER_OK;
 }
 
+// The octet behind a subidentifier; null when the octets end inside it.
+PER_INLINE static const uint8_t* readSubidentifier(const uint8_t* octets, const uint8_t* end,
+                                                   uint64_t* value) {
+    uint32_t octet = *octets++;
+    *value = octet & 0x7FU;
+    while (octet >= 0x80) {
+        if (octets == end) {
+            return nullptr;
+        }
+        octet = *octets++;
+        *value = *value << 7 | (octet & 0x7FU);
+    }
+    return octets;
+}
+
 static int32_t getArcs(PerContext* ctx, ObjectIdentifier* value, const uint8_t* octets,
                        uint32_t count) {
+    if (count == 0) {
+        return PER_OK;
+    }
     const uint8_t* end = octets + count;
-    uint32_t arcs = 0;
-    while (octets != end) {
-        uint32_t octet = *octets++;
-        uint64_t subidentifier = octet & 0x7FU;
-        while (octet >= 0x80) {
-            if (octets == end) {
-                value->numarcs = arcs;
-                return fail(ctx, PER_END_OF_DATA);
-            }
-            octet = *octets++;
-            subidentifier = subidentifier << 7 | (octet & 0x7FU);
-        }
-        if (arcs == 0) {
-            const uint32_t root =
-                subidentifier >= 80 ? 2 : static_cast<uint32_t>(subidentifier / 40);
-            value->arcs[arcs++] = root;
-            subidentifier -= uint64_t{root} * 40;
-        }
-        if (arcs == OBJECT_IDENTIFIER_MAX_ARCS) {
+    uint64_t subidentifier = 0;
+    octets = readSubidentifier(octets, end, &subidentifier);
+    if (octets == nullptr) {
+        return fail(ctx, PER_END_OF_DATA);
+    }
+    const uint32_t root = subidentifier >= 80 ? 2 : static_cast<uint32_t>(subidentifier / 40);
+    value->arcs[0] = root;
+    value->arcs[1] = static_cast<uint32_t>(subidentifier - uint64_t{root} * 40);
+    uint32_t arcs = 2;
+    for (; octets != end; ++arcs) {
+        octets = readSubidentifier(octets, end, &subidentifier);
+        if (octets == nullptr || arcs == OBJECT_IDENTIFIER_MAX_ARCS) {
             value->numarcs = arcs;
-            return fail(ctx, PER_BAD_OID);
+            return fail(ctx, octets == nullptr ? PER_END_OF_DATA : PER_BAD_OID);
         }
-        value->arcs[arcs++] = static_cast<uint32_t>(subidentifier);
+        value->arcs[arcs] = static_cast<uint32_t>(subidentifier);
     }
     value->numarcs = arcs;
     return PER_OK;
@@ -2482,16 +2543,16 @@ PER_INLINE void pointAt(PerContext* ctx, uint8_t* data, uint32_t octets) {
 
 // The same for an open type whose length, an octet of its own as nearly always, stands at `index`
 // of the outer buffer, whose state is parked. False, and nothing done, when it is anything else.
-PER_INLINE bool pointAtShort(PerContext* ctx, PerBufferState* outer, uint64_t index) {
+PER_INLINE bool pointAtShort(PerContext* ctx, PerBufferState* outer, uint32_t index) {
     if (index >= outer->fastSize || ctx->sizeConstraint != nullptr) [[unlikely]] {
         return false;
     }
     const uint32_t octets = outer->buffer[index];
-    const uint64_t start = index + 1;
-    if (octets - 1U >= 0x7FU || start + octets > outer->fastSize) [[unlikely]] {
+    const uint32_t start = index + 1;
+    if (octets - 1U >= 0x7FU || octets > outer->fastSize - start) [[unlikely]] {
         return false;
     }
-    outer->byteIndex = static_cast<uint32_t>(start + octets);
+    outer->byteIndex = start + octets;
     outer->bitOffset = 8;
     ctx->buffer = outer->buffer + start;
     ctx->byteIndex = 0;
@@ -2541,7 +2602,8 @@ static bool beginFromWord(PerContext* ctx, PerAdditions* additions) {
     return true;
 }
 
-int32_t pd_beginAdditions(PerContext* ctx, PerAdditions* additions) {
+// The exact way, and the last octets of a buffer.
+[[gnu::noinline]] static int32_t beginAnyAdditions(PerContext* ctx, PerAdditions* additions) {
     if (beginFromWord(ctx, additions)) [[likely]] {
         return PER_OK; // one word of presence bits: the map is not asked again
     }
@@ -2560,6 +2622,28 @@ int32_t pd_beginAdditions(PerContext* ctx, PerAdditions* additions) {
     additions->map = ctx->buffer;
     additions->mapPosition = position;
     additions->bits = loadPresence(additions);
+    return PER_OK;
+}
+
+int32_t pd_beginAdditions(PerContext* ctx, PerAdditions* additions) {
+    const uint32_t at = ctx->byteIndex;
+    if (uint64_t{at} + 8 > ctx->fastSize) [[unlikely]] {
+        return beginAnyAdditions(ctx, additions);
+    }
+    // At least 56 bits are left of the word, which hold number and presence bits of most types.
+    const auto unread = static_cast<uint32_t>(ctx->bitOffset);
+    const uint64_t word = pu_load64(ctx->buffer + at) << (8U - unread);
+    const auto count = static_cast<uint32_t>(word >> 57) + 1;
+    if (count > 49) [[unlikely]] {
+        return beginAnyAdditions(ctx, additions);
+    }
+    additions->count = count;
+    additions->base = 0;
+    additions->open = 0;
+    additions->bits = word << 7 & ~(~uint64_t{0} >> count);
+    const uint32_t end = 8U - unread + 7U + count;
+    ctx->byteIndex = at + (end >> 3);
+    ctx->bitOffset = static_cast<int16_t>(8U - (end & 7U));
     return PER_OK;
 }
 
@@ -2637,10 +2721,17 @@ int32_t pd_nextAddition(PerContext* ctx, PerAdditions* additions, uint32_t known
         [[unlikely]] {
         return findNextAddition(ctx, additions, known);
     }
-    ctx->flags = outer->flags;
-    additions->bits = bits & ~(uint64_t{1} << (63U - lead));
+    // The flags are still those outside: where the fast way goes nothing is tracked.
+    additions->bits = bits ^ (uint64_t{1} << 63 >> lead);
     additions->open = 1;
     return 1;
+}
+
+[[gnu::noinline]] static int32_t beginAnyAlternative(PerContext* ctx, PerOpenType* open,
+                                                     uint32_t* index) {
+    PER_TRY(pd_SmallNonNegWholeNumber(ctx, index));
+    PER_TRY(pd_byteAlign(ctx));
+    return enterAnyOpenType(ctx, &open->parked);
 }
 
 int32_t pd_beginAlternative(PerContext* ctx, PerOpenType* open, uint32_t* index) {
@@ -2649,16 +2740,15 @@ int32_t pd_beginAlternative(PerContext* ctx, PerOpenType* open, uint32_t* index)
     const int rest = ctx->bitOffset - 7;
     if (at + 1 < ctx->fastSize) [[likely]] {
         const uint32_t number = pu_load16(ctx->buffer + at) >> (8 + rest) & 0x7FU;
-        const uint64_t lengthAt = at + 1 + (static_cast<uint32_t>(rest) >> 31);
+        const uint32_t lengthAt =
+            static_cast<uint32_t>(at) + 1 + (static_cast<uint32_t>(rest) >> 31);
         parkState(ctx, &open->parked);
         if (number < 64 && pointAtShort(ctx, &open->parked, lengthAt)) [[likely]] {
             *index = number;
             return PER_OK;
         }
     }
-    PER_TRY(pd_SmallNonNegWholeNumber(ctx, index));
-    PER_TRY(pd_byteAlign(ctx));
-    return enterAnyOpenType(ctx, &open->parked);
+    return beginAnyAlternative(ctx, open, index);
 }
 
 void pd_endOpenType(PerContext* ctx, const PerOpenType* open) {
@@ -2732,6 +2822,38 @@ namespace {
 
 enum class ExtensionOf { Sequence, Choice };
 
+// The next `count` presence bits from one load. False, and nothing done, when the exact way must be
+// taken.
+PER_INLINE bool takePresence(PerContext* ctx, uint64_t count, uint32_t* bits) {
+    const uint64_t position = pu_bitPosition(ctx);
+    if (count > 32 || ctx->fastSize < 8 || position + count > uint64_t{ctx->fastSize} * 8) {
+        return false;
+    }
+    *bits = pu_peekBits(ctx, position, static_cast<uint32_t>(count));
+    pu_setBitPosition(ctx, position + count);
+    return true;
+}
+
+// Steps over `number` + 1 presence bits. *present receives how many are 1.
+int32_t skipPresence(PerContext* ctx, uint32_t number, uint64_t* present) {
+    uint32_t bits = 0;
+    *present = 0;
+    if (takePresence(ctx, uint64_t{number} + 1, &bits)) [[likely]] {
+        for (; bits != 0; bits &= bits - 1) {
+            ++*present;
+        }
+        return PER_OK;
+    }
+    (void)pu_newField(ctx, "ext opt bits");
+    for (uint64_t i = 0; i <= number; ++i) {
+        uint8_t bit = 0;
+        PER_TRY(pd_bit(ctx, &bit));
+        *present += bit;
+    }
+    pu_setFieldBitCount(ctx);
+    return PER_OK;
+}
+
 // Reads extension content without looking into its open types. *headBits as above.
 int32_t skipExtension(PerContext* ctx, ExtensionOf owner, uint64_t* headBits) {
     const uint64_t start = pu_bitPosition(ctx);
@@ -2742,14 +2864,7 @@ int32_t skipExtension(PerContext* ctx, ExtensionOf owner, uint64_t* headBits) {
     pu_setFieldBitCount(ctx);
     uint64_t present = 1;
     if (isSequence) {
-        (void)pu_newField(ctx, "ext opt bits");
-        present = 0;
-        for (uint64_t i = 0; i <= number; ++i) {
-            uint8_t bit = 0;
-            PER_TRY(pd_bit(ctx, &bit));
-            present += bit;
-        }
-        pu_setFieldBitCount(ctx);
+        PER_TRY(skipPresence(ctx, number, &present));
     }
     *headBits = pu_bitPosition(ctx) - start;
     // The first bit tells the long form, in which a peer may also write a number below 64.

@@ -125,7 +125,7 @@ struct QuickLook {
     uint8_t rasPorts[UINT16_MAX + 1]; // RAS mappings, by their public UDP port; also 1718 and 1719
 };
 
-extern QuickLook quickLook;
+H323NAT_HIDDEN extern QuickLook quickLook;
 
 inline constexpr uint32_t hostCounters = 4096; // private hosts that share one share its limit
 
