@@ -3,16 +3,14 @@
 //
 // A connection begins with a handshake by itself: from inside, or from outside where the private
 // party listens. Bit 6 of a step's parties leaves that out.
-#include <cstring>
 #include <map>
 #include <tuple>
 
-#include "fuzz/call_script.h"
 #include "fuzz/memory_meter.h"
 #include "fuzz/module_state.h"
-#include "fuzz/packet.h"
 #include "fuzz/require.h"
 #include "fuzz/script_host.h"
+#include "fuzz/script_packets.h"
 #include "nat/full/connections.h"
 #include "nat/full/endpoints.h"
 #include "nat/full/registrations.h"
@@ -27,9 +25,7 @@ using full_scope::Index;
 using full_scope::none;
 using full_scope::state;
 
-constexpr uint32_t privateParties[] = {0x0A000005, 0x0A000006};
-constexpr uint32_t outsideParties[] = {0xCB007109, 0xCB007108, 0xCB00710A, 0xE0000129};
-constexpr uint32_t firstSequence = 0xFFFFF000;
+constexpr uint32_t multicast = 0xE0000129;
 constexpr uint16_t signallingPort = 1720;
 constexpr uint8_t tcpFin = 1, tcpSyn = 2, tcpAck = 16;
 constexpr uint16_t backwards = 0xFFFF;
@@ -135,9 +131,9 @@ public:
             break;
         case StepKind::UdpSent:
         case StepKind::UdpReceived:
-            exchange(
-                step.kind == StepKind::UdpSent,
-                udpPacket(direct(step.kind == StepKind::UdpSent, insideFlow(step)), step.payload));
+            exchange(step.kind == StepKind::UdpSent,
+                     udpPacket(directed(step.kind == StepKind::UdpSent, insideFlow(step)),
+                               step.payload));
             break;
         case StepKind::RawSent:
         case StepKind::RawReceived:
@@ -174,8 +170,7 @@ public:
 
 private:
     static FlowKey insideFlow(const Step& step) {
-        FlowKey flow{privateParties[step.parties & 1], outsideParties[step.parties >> 1 & 3],
-                     step.localPort, step.remotePort};
+        FlowKey flow = partiesOf(step, multicast);
         for (Index index = 1; step.remotePort == 0 && index <= state.announced.capacity; ++index) {
             const full_scope::Announced& announced = state.announced[index];
             if (announced.role != 0) {
@@ -185,14 +180,6 @@ private:
             }
         }
         return flow;
-    }
-
-    static FlowKey direct(bool sent, const FlowKey& inside) {
-        if (sent) {
-            return inside;
-        }
-        return {inside.destinationAddress, ScriptHost::publicAddress, inside.destinationPort,
-                inside.sourcePort};
     }
 
     // Behind a connection's handshake both numbers are known.
@@ -215,10 +202,10 @@ private:
     void begin(const FlowKey& inside, Numbers& numbers) {
         const bool listens = inside.sourcePort == signallingPort ||
                              full_scope::findListening({inside.sourceAddress, inside.sourcePort});
-        const TcpFields first = {direct(!listens, inside),
+        const TcpFields first = {directed(!listens, inside),
                                  listens ? numbers.received++ : numbers.sent++, tcpSyn, 0};
         exchange(!listens, tcpPacket(first, {}));
-        const TcpFields answer = {direct(listens, inside),
+        const TcpFields answer = {directed(listens, inside),
                                   listens ? numbers.sent++ : numbers.received++, tcpSyn | tcpAck,
                                   listens ? numbers.received : numbers.sent};
         exchange(listens, tcpPacket(answer, {}));
@@ -230,36 +217,19 @@ private:
         Numbers& numbers = numbersOf(inside, (step.parties & 0x40) == 0);
         uint32_t& expected = sent ? numbers.sent : numbers.received;
         const uint32_t acknowledgement = sent ? numbers.received : numbers.sent;
-        const Octets payload = framedPayload(step);
         const uint32_t sequence = expected + static_cast<uint32_t>(int32_t{step.shift});
-        const size_t piece = step.cut == 0 ? payload.size() : step.cut;
-        size_t done = 0;
-        do {
-            const size_t count = std::min(piece, payload.size() - done);
-            const auto first = payload.begin() + static_cast<ptrdiff_t>(done);
-            const Octets segment(first, first + static_cast<ptrdiff_t>(count));
-            const TcpFields fields = {direct(sent, inside), sequence + static_cast<uint32_t>(done),
-                                      step.flags, acknowledgement};
-            exchange(sent, tcpPacket(fields, segment));
-            done += count;
-        } while (done < payload.size());
-        expected = sequence + static_cast<uint32_t>(done) +
-                   ((step.flags & (tcpSyn | tcpFin)) != 0 ? 1 : 0);
+        for (const Piece& piece : piecesOf(step)) {
+            exchange(sent, tcpPacket({directed(sent, inside), sequence + piece.offset, step.flags,
+                                      acknowledgement},
+                                     piece.octets));
+            expected = sequence + piece.offset + static_cast<uint32_t>(piece.octets.size());
+        }
+        expected += (step.flags & (tcpSyn | tcpFin)) != 0 ? 1 : 0;
     }
 
     void exchangeRaw(const Step& step) {
-        if (step.kind == StepKind::RawReceived) {
-            exchange(false, step.payload);
-            return;
-        }
-        Octets packet = udpPacket(insideFlow(step), {});
-        packet.resize(20);
-        packet[0] = step.flags;
-        packet[9] = step.cut;
-        packet.insert(packet.end(), step.payload.begin(), step.payload.end());
-        const auto length = static_cast<uint16_t>(packet.size() + static_cast<size_t>(step.shift));
-        std::memcpy(packet.data() + 2, &length, sizeof length);
-        exchange(true, packet);
+        const bool sent = step.kind == StepKind::RawSent;
+        exchange(sent, sent ? rawPacket(step, insideFlow(step)) : step.payload);
     }
 
     void exchange(bool sent, const Octets& packet) {

@@ -1,17 +1,15 @@
 // The two hooks under a sequence of packets: whole calls in any cut, hostile headers, time moving,
 // a host that refuses or runs short of memory.
 #include <algorithm>
-#include <cstring>
 #include <map>
 #include <tuple>
 
 #include "H.323/MULTIMEDIA-SYSTEM-CONTROL.h"
-#include "fuzz/call_script.h"
 #include "fuzz/memory_meter.h"
 #include "fuzz/module_state.h"
-#include "fuzz/packet.h"
 #include "fuzz/require.h"
 #include "fuzz/script_host.h"
+#include "fuzz/script_packets.h"
 #include "nat/listed/connection_pools.h"
 #include "nat/listed/inbound_state.h"
 #include "nat/listed/rewrite_mode.h"
@@ -21,10 +19,6 @@ namespace fuzzing {
 
 namespace {
 
-constexpr uint32_t privateParties[] = {0x0A000005, 0x0A000006};
-constexpr uint32_t outsideParties[] = {0xCB007109, 0xCB007108, 0xCB00710A,
-                                       ScriptHost::publicAddress};
-constexpr uint32_t firstSequence = 0xFFFFF000; // numbers wrap round within most calls
 constexpr unsigned startTime = 1'000'000;
 constexpr uint16_t backwards = 0xFFFF;
 
@@ -48,7 +42,8 @@ public:
         case StepKind::UdpSent:
         case StepKind::UdpReceived:
             exchange(step.kind == StepKind::UdpSent,
-                     udpPacket(direct(step, insideFlow(step)), step.payload));
+                     udpPacket(directed(step.kind == StepKind::UdpSent, insideFlow(step)),
+                               step.payload));
             break;
         case StepKind::RawSent:
         case StepKind::RawReceived:
@@ -87,8 +82,7 @@ private:
     }
 
     static FlowKey insideFlow(const Step& step) {
-        FlowKey flow{privateParties[step.parties & 1], outsideParties[step.parties >> 1 & 3],
-                     step.localPort, step.remotePort};
+        FlowKey flow = partiesOf(step, ScriptHost::publicAddress);
         if (step.localPort == 0) {
             flow.sourcePort = inboundMappingState.publishedControlPort;
         }
@@ -101,50 +95,22 @@ private:
         return flow;
     }
 
-    // The flow as the step's direction carries it.
-    static FlowKey direct(const Step& step, const FlowKey& inside) {
-        if (step.kind == StepKind::TcpSent || step.kind == StepKind::UdpSent) {
-            return inside;
-        }
-        return {inside.destinationAddress, ScriptHost::publicAddress, inside.destinationPort,
-                inside.sourcePort};
-    }
-
     void exchangeTcp(const Step& step) {
+        const bool sent = step.kind == StepKind::TcpSent;
         const FlowKey inside = insideFlow(step);
-        const FlowKey flow = direct(step, inside);
+        const FlowKey flow = directed(sent, inside);
         host_.addFlow(inside);
-        const Octets payload = framedPayload(step);
         uint32_t& expected = nextSequence(flow);
         const uint32_t sequence = expected + static_cast<uint32_t>(int32_t{step.shift});
-        const size_t piece = step.cut == 0 ? payload.size() : step.cut;
-        size_t sent = 0;
-        do {
-            const size_t count = std::min(piece, payload.size() - sent);
-            const auto first = payload.begin() + static_cast<ptrdiff_t>(sent);
-            const Octets segment(first, first + static_cast<ptrdiff_t>(count));
-            exchange(
-                step.kind == StepKind::TcpSent,
-                tcpPacket({flow, sequence + static_cast<uint32_t>(sent), step.flags}, segment));
-            sent += count;
-        } while (sent < payload.size());
-        expected = sequence + static_cast<uint32_t>(sent);
+        for (const Piece& piece : piecesOf(step)) {
+            exchange(sent, tcpPacket({flow, sequence + piece.offset, step.flags}, piece.octets));
+            expected = sequence + piece.offset + static_cast<uint32_t>(piece.octets.size());
+        }
     }
 
     void exchangeRaw(const Step& step) {
-        if (step.kind == StepKind::RawReceived) {
-            exchange(false, step.payload);
-            return;
-        }
-        // A right IP header; everything behind it is the input's.
-        Octets packet = udpPacket(insideFlow(step), {});
-        packet.resize(20);
-        packet[0] = step.flags;
-        packet[9] = step.cut;
-        packet.insert(packet.end(), step.payload.begin(), step.payload.end());
-        const auto length = static_cast<uint16_t>(packet.size() + static_cast<size_t>(step.shift));
-        std::memcpy(packet.data() + 2, &length, sizeof length);
-        exchange(true, packet);
+        const bool sent = step.kind == StepKind::RawSent;
+        exchange(sent, sent ? rawPacket(step, insideFlow(step)) : step.payload);
     }
 
     void exchange(bool sent, const Octets& packet) {

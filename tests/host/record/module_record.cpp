@@ -27,9 +27,8 @@
 #include <tuple>
 
 #include "H.323/H323-MESSAGES.h"
-#include "fuzz/call_script.h"
-#include "fuzz/packet.h"
 #include "fuzz/script_host.h"
+#include "fuzz/script_packets.h"
 #include "tests/support/capture.h"
 
 namespace {
@@ -150,7 +149,8 @@ public:
         case StepKind::UdpSent:
         case StepKind::UdpReceived:
             exchange(step.kind == StepKind::UdpSent,
-                     udpPacket(directed(step, insideFlow(step)), step.payload));
+                     udpPacket(directed(step.kind == StepKind::UdpSent, insideFlow(step)),
+                               step.payload));
             break;
         case StepKind::RawSent:
         case StepKind::RawReceived:
@@ -180,13 +180,8 @@ public:
     }
 
 private:
-    static constexpr uint32_t privateParties[] = {0x0A000005, 0x0A000006};
-    static constexpr uint32_t outsideParties[] = {0xCB007109, 0xCB007108, 0xCB00710A,
-                                                  ScriptHost::publicAddress};
-
     FlowKey insideFlow(const Step& step) const {
-        FlowKey flow{privateParties[step.parties & 1], outsideParties[step.parties >> 1 & 3],
-                     step.localPort, step.remotePort};
+        FlowKey flow = partiesOf(step, ScriptHost::publicAddress);
         if (step.localPort == 0) {
             flow.sourcePort = publishedControlPort_;
         }
@@ -195,14 +190,6 @@ private:
             flow.destinationPort = announced_.port;
         }
         return flow;
-    }
-
-    static FlowKey directed(const Step& step, const FlowKey& inside) {
-        if (step.kind == StepKind::TcpSent || step.kind == StepKind::UdpSent) {
-            return inside;
-        }
-        return {inside.destinationAddress, ScriptHost::publicAddress, inside.destinationPort,
-                inside.sourcePort};
     }
 
     // The H.245 address of a message, for steps that leave a port to what was announced.
@@ -236,43 +223,26 @@ private:
     }
 
     void exchangeTcp(const Step& step) {
+        const bool sent = step.kind == StepKind::TcpSent;
         const FlowKey inside = insideFlow(step);
-        const FlowKey flow = directed(step, inside);
+        const FlowKey flow = directed(sent, inside);
         host_.addFlow(inside);
         noteAnnouncement(step);
-        const Octets payload = framedPayload(step);
         uint32_t& expected = sequences_
                                  .try_emplace({flow.sourceAddress, flow.destinationAddress,
                                                flow.sourcePort, flow.destinationPort},
-                                              0xFFFFF000)
+                                              firstSequence)
                                  .first->second;
         const uint32_t sequence = expected + static_cast<uint32_t>(int32_t{step.shift});
-        const size_t piece = step.cut == 0 ? payload.size() : step.cut;
-        size_t sent = 0;
-        do {
-            const size_t count = std::min(piece, payload.size() - sent);
-            const auto first = payload.begin() + static_cast<ptrdiff_t>(sent);
-            exchange(step.kind == StepKind::TcpSent,
-                     tcpPacket({flow, sequence + static_cast<uint32_t>(sent), step.flags},
-                               Octets(first, first + static_cast<ptrdiff_t>(count))));
-            sent += count;
-        } while (sent < payload.size());
-        expected = sequence + static_cast<uint32_t>(sent);
+        for (const Piece& piece : piecesOf(step)) {
+            exchange(sent, tcpPacket({flow, sequence + piece.offset, step.flags}, piece.octets));
+            expected = sequence + piece.offset + static_cast<uint32_t>(piece.octets.size());
+        }
     }
 
     void exchangeRaw(const Step& step) {
-        if (step.kind == StepKind::RawReceived) {
-            exchange(false, step.payload);
-            return;
-        }
-        Octets packet = udpPacket(insideFlow(step), {});
-        packet.resize(20);
-        packet[0] = step.flags;
-        packet[9] = step.cut;
-        packet.insert(packet.end(), step.payload.begin(), step.payload.end());
-        const auto length = static_cast<uint16_t>(packet.size() + static_cast<size_t>(step.shift));
-        std::memcpy(packet.data() + 2, &length, sizeof length);
-        exchange(true, packet);
+        const bool sent = step.kind == StepKind::RawSent;
+        exchange(sent, sent ? rawPacket(step, insideFlow(step)) : step.payload);
     }
 
     void exchange(bool sent, Octets packet) {
