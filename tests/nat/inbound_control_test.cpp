@@ -144,7 +144,8 @@ TEST_P(InboundControl, StopsAfterAnEncodingThatFails) {
     const Delivered delivered = call.onControl(message);
     EXPECT_TRUE(delivered.changed);
     const Octets stack = octetsOfEndpoint(privateParty, t120);
-    const auto place = std::ranges::search(message, stack).begin() - message.begin();
+    const auto place =
+        std::search(message.begin(), message.end(), stack.begin(), stack.end()) - message.begin();
     const uint8_t* left = delivered.payload.data() + place;
     EXPECT_EQ(
         Octets(left, left + 4),

@@ -70,8 +70,8 @@ TEST(Lossless, LeavesOctetsOtherThanThoseRead) {
     setRewriteMode(REWRITE_LOSSLESS);
     Octets read = gatekeeperRequest(ipv4(privateParty, 1719));
     const Octets endpoint = octetsOfEndpoint(privateParty, 1719);
-    const auto place =
-        static_cast<size_t>(std::ranges::search(read, endpoint).begin() - read.begin());
+    const auto place = static_cast<size_t>(
+        std::search(read.begin(), read.end(), endpoint.begin(), endpoint.end()) - read.begin());
     for (size_t other = 0; other <= endpoint.size(); ++other) {
         Octets packet = read;
         if (other < endpoint.size()) {
