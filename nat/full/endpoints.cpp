@@ -21,12 +21,6 @@ uint32_t protocolOf(uint8_t role) {
     return isUdp(role) ? 17 : 6;
 }
 
-// A port of the published host that the host program forwards as it is.
-bool isPublished(const EndpointKey& inside) {
-    return inside.address == state.publishedAddress && inside.address != 0 &&
-           (inside.port == signallingPort || inside.port == t120Port);
-}
-
 // A UDP port and a TCP port of the same number are two endpoints, and so are a media pair and the
 // RAS endpoint on its first port.
 bool sameKind(uint8_t one, uint8_t other) {
@@ -208,8 +202,13 @@ EndpointKey insideOf(const EndpointKey& publicEndpoint, bool udp) {
 
 } // namespace
 
+bool isPublished(uint8_t role, const EndpointKey& inside) {
+    return !isUdp(role) && inside.address == state.publishedAddress && inside.address != 0 &&
+           (inside.port == signallingPort || inside.port == t120Port);
+}
+
 Translation translateOut(uint8_t role, bool rtcp, const EndpointKey& inside, const Asking& asking) {
-    if (!isUdp(role) && isPublished(inside)) {
+    if (isPublished(role, inside)) {
         return {{asking.hostContext->publicAddress, inside.port}, 0};
     }
     const EndpointKey base = {inside.address, static_cast<uint16_t>(inside.port - (rtcp ? 1 : 0))};
@@ -259,7 +258,7 @@ Translation translateOut(uint8_t role, bool rtcp, const EndpointKey& inside, con
 
 EndpointKey translateIn(uint8_t role, const EndpointKey& publicEndpoint, uint32_t publicAddress) {
     const EndpointKey published = {state.publishedAddress, publicEndpoint.port};
-    if (publicEndpoint.address == publicAddress && isPublished(published) && !isUdp(role)) {
+    if (publicEndpoint.address == publicAddress && isPublished(role, published)) {
         return published;
     }
     const EndpointKey inside = insideOf(publicEndpoint, isUdp(role));

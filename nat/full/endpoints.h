@@ -37,6 +37,10 @@ struct Asking {
     bool lasting;           // a registration's own addresses
 };
 
+// A TCP port of the published host that is the same outside: the host program forwards it, whatever
+// is translated.
+bool isPublished(uint8_t role, const EndpointKey& inside);
+
 // What stands for a private endpoint outside. Role MEDIA: `inside` is an RTP port; `rtcp` says that
 // it is an RTCP port instead. Asks the host.
 Translation translateOut(uint8_t role, bool rtcp, const EndpointKey& inside, const Asking& asking);

@@ -198,7 +198,8 @@ Translation translateSent(const MessageSource& source, const FoundAddress& found
     if (found.role.role == 0) {
         return {{}, H323NAT_LEFT_NOT_LISTED};
     }
-    if (!isConfirmed(source, found.role.role)) {
+    if (!isConfirmed(source, found.role.role) &&
+        !isPublished(found.role.role, {place.address, place.port})) {
         return {{}, H323NAT_LEFT_NOT_CONFIRMED};
     }
     Asking request = asking;

@@ -39,10 +39,22 @@ const PlaceRow placeRows[] = {
 };
 
 std::string withoutIndexes(const std::string& path) {
-    static const std::regex index("\\[[0-9]+\\]");
-    static const std::regex form(
-        "(\\.unicastAddress)?\\.(ipAddress|iPAddress|ipSourceRoute|iPSourceRouteAddress)$");
-    return std::regex_replace(std::regex_replace(path, index, ""), form, "");
+    std::string plain;
+    bool index = false;
+    for (const char character : path) {
+        index |= character == '[';
+        if (!index) {
+            plain += character;
+        }
+        index &= character != ']';
+    }
+    for (const std::string form : {".ipAddress", ".iPAddress", ".ipSourceRoute",
+                                   ".iPSourceRouteAddress", ".unicastAddress"}) {
+        if (plain.ends_with(form)) {
+            plain.resize(plain.size() - form.size());
+        }
+    }
+    return plain;
 }
 
 const PlaceRow& rowOf(const std::string& path) {
@@ -104,7 +116,7 @@ std::vector<PlacedMessage> messagesForEveryPlace() {
         bool fresh = false;
         for (const PlacedMessage::Place& place : message.places) {
             const std::string path = withoutIndexes(place.path);
-            const size_t shown = std::min(path.size(), size_t{70}); // the last members
+            const size_t shown = std::min(path.size(), size_t{45}); // the last members
             fresh |= ++seen[message.type + path.substr(path.size() - shown)] <= 2;
         }
         if (fresh && message.type != "H245OpenLogicalChannel") {

@@ -273,6 +273,17 @@ TEST(Strangers, RasOpensOnlyItsOwnWayBackUntilTheGatekeeperHasAnswered) {
     }
 }
 
+TEST(Strangers, PublishedPortNeedsNoAnswerOfAGatekeeper) {
+    FullHost host;
+    TarvexActivateInboundMapping(privateParty);
+    const Octets message = registration({privateParty, 1720});
+    const Octets after = host.sendDatagram(ras, keeper, message);
+    const Octets outside = octetsOfEndpoint(publicAddress, 1720);
+    EXPECT_NE(std::search(after.begin(), after.end(), outside.begin(), outside.end()), after.end());
+    EXPECT_EQ(host.takeAsked(), Lines{"media 10.0.0.5:1719 > 203.0.113.8"});
+    TarvexActivateInboundMapping(0);
+}
+
 TEST(Strangers, AnswerThatNobodyAskedForAnnouncesNothing) {
     FullHost host;
     host.discover();
