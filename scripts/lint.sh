@@ -35,4 +35,8 @@ mkdir -p build/lint/cppcheck
 cppcheck --quiet -j "$(nproc)" --cppcheck-build-dir=build/lint/cppcheck --error-exitcode=1 \
     --std=c++20 --language=c++ --library=googletest --enable=warning,performance,portability --inline-suppr \
     --suppressions-list=.cppcheck-suppressions '-DINSTANTIATE_TEST_SUITE_P(...)=' -I . $units
+# What is built to ship, if it was built.
+if [ -e build/release/bin/h323nat ]; then
+    scripts/hardening.sh build/release/bin/h323nat build/release/lib/libh323nat.so.0
+fi
 echo "lint: clean"

@@ -50,7 +50,8 @@ public:
     void set(Cause cause, uint64_t value) { values_[static_cast<size_t>(cause)] = value; }
     [[nodiscard]] uint64_t of(Cause cause) const { return values_[static_cast<size_t>(cause)]; }
 
-    DelayHistogram delay;
+    DelayHistogram delay; // of packets that went on alone
+    DelayHistogram hold;  // of segments that waited for the rest of their message
 
 private:
     std::array<uint64_t, static_cast<size_t>(Cause::count)> values_{};

@@ -313,6 +313,7 @@ void Daemon::followInterfaces() {
 void Daemon::restoreTable() {
     counters_.add(Cause::tableRemade);
     const std::string failure = gateway_.restoreTable();
+    tableEvents_.settle();
     log_.warning("table-remade", {{"cause", "another program removed the table or parts of it"},
                                   {"failure", failure.empty() ? "none" : failure}});
 }
@@ -347,7 +348,10 @@ void Daemon::endSweep() {
         return;
     }
     gateway_.sweep(*survey, secondsOf(Clock::now()));
-    const uint64_t passedBy = queue_.notDelivered(table_.wantedPackets());
+    // What was wanted until now has come by the time the queue is empty.
+    const uint64_t wanted = table_.wantedPackets();
+    drainQueue();
+    const uint64_t passedBy = queue_.notDelivered(wanted, gateway_.heldPackets());
     counters_.set(Cause::queuePassedBy, std::max(passedBy, counters_.of(Cause::queuePassedBy)));
     const std::string& path = gateway_.config().metricsFile;
     if (!path.empty()) {

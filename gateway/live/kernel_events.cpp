@@ -75,6 +75,10 @@ std::string TableEvents::open(const std::string& table) {
     table_ = table;
     std::string failure = openSocket(socket_, NETLINK_NETFILTER, 0, "nftables");
     const int group = NFNLGRP_NFTABLES;
+    const int buffer = 8 * 1024 * 1024; // a table with many mappings is told in one go
+    if (failure.empty()) {
+        (void)setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer);
+    }
     if (failure.empty() && mnl_socket_setsockopt(socket_.get(), NETLINK_ADD_MEMBERSHIP,
                                                  const_cast<int*>(&group), sizeof group) < 0) {
         failure =
@@ -109,22 +113,32 @@ int TableEvents::read(const nlmsghdr* header, void* self) {
     return MNL_CB_OK;
 }
 
-bool TableEvents::damaged() {
+// False when events were missed.
+bool TableEvents::readAll() {
     std::array<char, 65536> octets{};
+    bool all = true;
     for (;;) {
         const ssize_t length = recv(descriptor(), octets.data(), octets.size(), MSG_DONTWAIT);
         if (length < 0 && errno == ENOBUFS) {
-            damaged_ = true;
+            all = false;
             continue;
         }
         if (length <= 0) {
-            break;
+            return all;
         }
         mnl_cb_run(octets.data(), static_cast<size_t>(length), 0, 0, read, this);
     }
-    const bool damaged = damaged_;
+}
+
+bool TableEvents::damaged() {
+    const bool all = readAll();
+    const bool damaged = damaged_ || !all;
     damaged_ = false;
     return damaged;
+}
+
+void TableEvents::settle() {
+    (void)readAll();
 }
 
 } // namespace gateway

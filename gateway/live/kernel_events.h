@@ -33,8 +33,12 @@ public:
     // events were missed.
     bool damaged();
 
+    // Takes in what the gateway's own changes have caused. Events missed meanwhile are its own.
+    void settle();
+
 private:
     static int read(const nlmsghdr* header, void* self);
+    bool readAll();
 
     NetlinkSocket socket_;
     std::string table_;

@@ -208,12 +208,12 @@ void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue,
         counters_.add(kind == PacketKind::Malformed || kind == PacketKind::Truncated
                           ? Cause::packetsMalformed
                           : Cause::packetsUnseen);
-        give(packet.id, parcel, queue, arrived);
+        give(packet.id, parcel, queue, arrived, counters_.delay);
         return;
     }
     parcel.side = inside ? Side::Inside : Side::Outside;
     if (kind == PacketKind::Tcp && !introduce(parcel)) {
-        give(packet.id, parcel, queue, arrived);
+        give(packet.id, parcel, queue, arrived, counters_.delay);
         return;
     }
     if (kind == PacketKind::Tcp && config_.scope == TranslationScope::Full && !config_.dryRun) {
@@ -239,19 +239,19 @@ void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue,
         }
     }
     show(parcel);
-    give(packet.id, parcel, queue, arrived);
+    give(packet.id, parcel, queue, arrived, counters_.delay);
     report(now_);
 }
 
 // The verdict. A packet that did not change goes on as the kernel has it.
 void LiveGateway::give(uint32_t id, const Parcel& parcel, PacketQueue& queue,
-                       Clock::time_point arrived) {
+                       Clock::time_point arrived, DelayHistogram& delay) {
     const bool replace = parcel.changed && !config_.dryRun;
     if (!queue.accept(id, replace ? parcel.packet : std::span<uint8_t>())) {
         counters_.add(Cause::verdictErrors);
     }
     const auto stayed = Clock::now() - arrived;
-    counters_.delay.add(static_cast<uint64_t>(
+    delay.add(static_cast<uint64_t>(
         std::chrono::duration_cast<std::chrono::nanoseconds>(stayed).count()));
 }
 
@@ -280,7 +280,7 @@ void LiveGateway::release(ReleasedSegments& released, PacketQueue& queue) {
             recomputeChecksums(parcel.packet, parcel.layout);
         }
         waiting_.erase(static_cast<uint32_t>(segment.token));
-        give(static_cast<uint32_t>(segment.token), parcel, queue, waiting.arrived);
+        give(static_cast<uint32_t>(segment.token), parcel, queue, waiting.arrived, counters_.hold);
     }
     const HoldCounts& counts = hold_.counts();
     counters_.set(Cause::segmentsHeldInVain, counts.late + counts.crowded + counts.broken);

@@ -50,6 +50,7 @@ public:
     // held.
     void releaseHeld(PacketQueue& queue, Clock::time_point now);
     [[nodiscard]] Clock::time_point nextRelease() const;
+    [[nodiscard]] size_t heldPackets() const { return waiting_.size(); }
 
     // What a survey of the kernel's flows has to look for.
     [[nodiscard]] FlowSurvey survey() const;
@@ -109,7 +110,8 @@ private:
 
     void pass(const QueuedPacket& packet, PacketQueue& queue, Clock::time_point arrived);
     void release(ReleasedSegments& released, PacketQueue& queue);
-    void give(uint32_t id, const Parcel& parcel, PacketQueue& queue, Clock::time_point arrived);
+    void give(uint32_t id, const Parcel& parcel, PacketQueue& queue, Clock::time_point arrived,
+              DelayHistogram& delay);
 
     void show(Parcel& parcel);
     void showSent(Parcel& parcel);

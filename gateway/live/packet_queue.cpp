@@ -9,8 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 namespace gateway {
 namespace {
@@ -125,22 +123,6 @@ bool PacketQueue::accept(uint32_t id, std::span<const uint8_t> replacement) {
 
 bool PacketQueue::drop(uint32_t id) {
     return giveVerdict(id, NF_DROP, {});
-}
-
-// Columns of the kernel's table: queue, port, packets waiting for a verdict, ...
-uint64_t PacketQueue::notDelivered(uint64_t wanted) const {
-    std::ifstream table("/proc/net/netfilter/nfnetlink_queue");
-    for (std::string line; std::getline(table, line);) {
-        std::istringstream columns(line);
-        uint64_t queue = 0;
-        uint64_t port = 0;
-        uint64_t waiting = 0;
-        columns >> queue >> port >> waiting;
-        if (columns && queue == number_) {
-            return wanted > judged_ + waiting ? wanted - judged_ - waiting : 0;
-        }
-    }
-    return 0;
 }
 
 } // namespace gateway

@@ -40,10 +40,13 @@ public:
     // Lets a packet vanish. False when the kernel did not take the verdict.
     bool drop(uint32_t id);
 
-    // Of `wanted` packets that the rules sent this way, those that the kernel could not queue: it
-    // let them pass, or dropped them for want of memory. A packet that the kernel cut into segments
-    // counts once in `wanted`, so this is the least that it can have been.
-    [[nodiscard]] uint64_t notDelivered(uint64_t wanted) const;
+    // Of `wanted` packets that the rules had sent this way when the queue was last emptied, those
+    // that the kernel could not queue: it let them pass, or dropped them for want of memory; `held`
+    // wait for their verdict. A packet that the kernel cut into segments counts once in `wanted`,
+    // so this is the least that it can have been.
+    [[nodiscard]] uint64_t notDelivered(uint64_t wanted, uint64_t held) const {
+        return wanted > judged_ + held ? wanted - judged_ - held : 0;
+    }
 
 private:
     std::string configure(const nlmsghdr* request);

@@ -71,18 +71,19 @@ void gauge(std::ostringstream& out, const char* name, const char* help, uint64_t
 }
 
 // In seconds, as the format's users expect.
-void delayMetrics(std::ostringstream& out, const DelayHistogram& delay) {
-    out << "# HELP h323nat_packet_delay_seconds time that packets spent with the gateway\n"
-           "# TYPE h323nat_packet_delay_seconds histogram\n";
+void delayMetrics(std::ostringstream& out, const char* name, const char* help,
+                  const DelayHistogram& delay) {
+    const std::string metric = std::string("h323nat_") + name + "_seconds";
+    out << "# HELP " << metric << ' ' << help << "\n# TYPE " << metric << " histogram\n";
     uint64_t seen = 0;
     for (size_t index = 0; index + 1 < DelayHistogram::buckets; ++index) {
         seen += delay.bucket(index);
-        out << "h323nat_packet_delay_seconds_bucket{le=\""
-            << static_cast<double>(uint64_t{1} << index) / 1e6 << "\"} " << seen << '\n';
+        out << metric << "_bucket{le=\"" << static_cast<double>(uint64_t{1} << index) / 1e6
+            << "\"} " << seen << '\n';
     }
-    out << "h323nat_packet_delay_seconds_bucket{le=\"+Inf\"} " << delay.total()
-        << "\nh323nat_packet_delay_seconds_sum " << static_cast<double>(delay.sum()) / 1e9
-        << "\nh323nat_packet_delay_seconds_count " << delay.total() << '\n';
+    out << metric << "_bucket{le=\"+Inf\"} " << delay.total() << '\n'
+        << metric << "_sum " << static_cast<double>(delay.sum()) / 1e9 << '\n'
+        << metric << "_count " << delay.total() << '\n';
 }
 
 template <typename Calls, typename CallOf>
@@ -131,6 +132,8 @@ std::string statusJson(const StatusSource& source) {
                    {"mapping_total", gateway.mappings().all().size()},
                    {"delay_us_median", source.counters.delay.quantileMicroseconds(0.5)},
                    {"delay_us_p99", source.counters.delay.quantileMicroseconds(0.99)},
+                   {"hold_us_median", source.counters.hold.quantileMicroseconds(0.5)},
+                   {"hold_us_p99", source.counters.hold.quantileMicroseconds(0.99)},
                    {"calls", callList(calls.running(), source.now,
                                       [](const auto& entry) { return entry.second; })},
                    {"ended_calls", json::array()},
@@ -203,7 +206,10 @@ std::string metricsText(const StatusSource& source) {
     gauge(out, "mappings", "mappings now", source.gateway.mappings().all().size());
     gauge(out, "uptime_seconds", "seconds since the start",
           static_cast<uint64_t>(source.now - source.started));
-    delayMetrics(out, source.counters.delay);
+    delayMetrics(out, "packet_delay", "time that packets spent with the gateway",
+                 source.counters.delay);
+    delayMetrics(out, "segment_hold", "time that segments waited for the rest of their message",
+                 source.counters.hold);
     return out.str();
 }
 

@@ -28,7 +28,8 @@ class PlayedCall:
     """`announced` tells, for each private endpoint that a private host wrote into a message, what
     the outside party read there."""
 
-    def __init__(self, network, found, keep_client_ports=True, piece=None, public=PUBLIC):
+    def __init__(self, network, found, keep_client_ports=True, piece=None, public=PUBLIC,
+                 patience=None):
         """`piece`: octets of each segment; `public`: the address that outsiders call."""
 
         self.network = network
@@ -36,6 +37,7 @@ class PlayedCall:
         self.keep_client_ports = keep_client_ports
         self.piece = piece
         self.public = public
+        self.patience = patience  # seconds
         self.received = []  # what private hosts read
         self.announced = {}
         self.connections = {}
@@ -63,6 +65,8 @@ class PlayedCall:
 
     def _keep(self, made):
         self.sockets.append(made)
+        if self.patience is not None:
+            made.settimeout(self.patience)
         return made
 
     @staticmethod

@@ -1,13 +1,13 @@
 #!/bin/sh
-# Installs a Debian package in a throw-away root, uses it there as a host author would, and removes
-# it again: tests/packaging/package_test.sh PACKAGE.deb
+# Installs the Debian packages in a throw-away root, uses them there as a host author and an
+# administrator would, and removes them again: tests/packaging/package_test.sh FOLDER
 #
-# The root is an overlay over this machine's own: nothing here changes, and the package's
-# dependencies are those of the build. Only root may mount one; for others the package is unpacked
-# and a host program built against what it holds.
+# The root is an overlay over this machine's own: nothing here changes, and the packages'
+# dependencies are those of the build. Only root may mount one; for others the packages are unpacked
+# and a host program built against what they hold.
 set -eu
 
-package=$(realpath "$1")
+folder=$(realpath "$1")
 sample=$(realpath "$(dirname "$0")/../../samples/minimal_host")
 work="${3-}"
 
@@ -15,8 +15,8 @@ work="${3-}"
 check_content() {
     for file in lib/libh323nat.so.0 lib/libh323nat.so include/h323nat/h323nat.h include/h323nat/host/h323nat.h \
         lib/cmake/h323nat/h323nat-config.cmake lib/cmake/h323nat/h323nat-config-version.cmake \
-        bin/h323nat share/bash-completion/completions/h323nat; do
-        [ -e "$1/usr/$file" ] || { echo "the package has no /usr/$file" >&2; exit 1; }
+        bin/h323nat share/bash-completion/completions/h323nat share/doc/h323nat/security.md; do
+        [ -e "$1/usr/$file" ] || { echo "the packages have no /usr/$file" >&2; exit 1; }
     done
 }
 
@@ -41,20 +41,21 @@ install_and_remove() {
     mknod -m 666 "$root/dev/urandom" c 1 9
     mount -t proc -o ro proc "$root/proc"
     mkdir -p "$root$work"
-    cp "$package" "$root$work/package.deb"
+    cp "$folder"/*.deb "$root$work"
     # A fresh log-in's environment: the caller's may name compilers, launchers, caches and folders.
     path=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
     inside="chroot $root env -i HOME=/root LANG=C.UTF-8 PATH=$path"
 
-    $inside dpkg --install "$work/package.deb"
+    $inside sh -c "dpkg --install $work/*.deb"
     check_content "$root"
     build_host "$inside" ""
-    $inside h323nat --help >/dev/null
-    $inside dpkg --purge h323nat
+    $inside h323nat --version >/dev/null
+    $inside h323nat gateway --config /etc/h323nat.conf --inside a --outside b --check >/dev/null
+    $inside dpkg --purge h323nat libh323nat-dev libh323nat0
 
     # Nothing stays but the package manager's own records.
     left=$(cd "$work/changes" && find . ! -type d |
-        grep -Ev '^\./(var/(lib/dpkg|log|cache/(ldconfig|man))/|etc/ld\.so\.cache|tmp/)' || true)
+        grep -Ev '^\./(var/(lib/(dpkg|systemd/deb-systemd)|log|cache/(ldconfig|man))/|etc/ld\.so\.cache|tmp/)' || true)
     if [ -n "$left" ]; then
         echo "left behind: $left" >&2
         exit 1
@@ -63,19 +64,21 @@ install_and_remove() {
 
 if [ "${2-}" = in-own-mounts ]; then
     install_and_remove
-    echo "$(basename "$package"): installs, serves a host program, and leaves nothing behind"
+    echo "packages: install, serve a host program, and leave nothing behind"
     exit 0
 fi
 
 # The namespace's mounts are not seen here, so the folder is empty when it is taken away.
 work=$(mktemp -d)
 if [ "$(id -u)" -eq 0 ] && unshare --mount true 2>/dev/null; then
-    unshare --mount --propagation private "$0" "$package" in-own-mounts "$work"
+    unshare --mount --propagation private "$0" "$folder" in-own-mounts "$work"
     rmdir "$work"
 else
-    dpkg-deb --extract "$package" "$work/root"
+    for package in "$folder"/*.deb; do
+        dpkg-deb --extract "$package" "$work/root"
+    done
     check_content "$work/root"
     build_host "" "$work/root"
     rm -rf "$work"
-    echo "$(basename "$package"): serves a host program; not installed, that needs root"
+    echo "packages: serve a host program; not installed, that needs root"
 fi

@@ -1,0 +1,30 @@
+#!/bin/sh
+# Looks into ELF files whether they are built to resist faults: scripts/hardening.sh FILE...
+set -eu
+
+failed=no
+complain() {
+    echo "$1: $2" >&2
+    failed=yes
+}
+
+for file in "$@"; do
+    dynamic=$(readelf --wide --dynamic "$file")
+    symbols=$(readelf --wide --dyn-syms "$file")
+    readelf --wide --program-headers "$file" | grep -q GNU_RELRO || complain "$file" "no RELRO"
+    echo "$dynamic" | grep -qE 'BIND_NOW|\bNOW\b' || complain "$file" "not bound at start: RELRO is partial"
+    ! readelf --wide --program-headers "$file" | grep -q 'GNU_STACK.*RWE' ||
+        complain "$file" "executable stack"
+    readelf --wide --file-header "$file" | grep -q 'Type:.*DYN' || complain "$file" "position-dependent"
+    ! echo "$dynamic" | grep -qE 'RPATH|RUNPATH' || case "$file" in
+    */build/*/bin/*) ;; # the build's own
+    *) complain "$file" "has a library search path" ;;
+    esac
+    echo "$symbols" | grep -q '__stack_chk_fail' || complain "$file" "no stack protector"
+    case $(uname -m) in
+    x86_64)
+        readelf --wide --notes "$file" | grep -q 'IBT' || complain "$file" "no control-flow protection"
+        ;;
+    esac
+done
+[ "$failed" = no ]
