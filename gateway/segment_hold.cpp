@@ -196,12 +196,12 @@ SegmentHold::Decision SegmentHold::take(const FlowId& flow, std::span<const uint
         releaseAsItCame(flow, released);
         return Decision::Release;
     }
-    if ((flags & tcpReset) != 0) {
+    const uint32_t end = sequence + static_cast<uint32_t>(layout.payloadLength);
+    if ((flags & tcpReset) != 0 || ((flags & tcpFin) != 0 && end == stream.next)) {
         forget(flow);
         return Decision::Pass;
     }
     ages_.splice(ages_.end(), ages_, stream.age);
-    const uint32_t end = sequence + static_cast<uint32_t>(layout.payloadLength);
     if (layout.payloadLength == 0 || distance(stream.next, end) <= 0) {
         return Decision::Pass; // nothing new: what went on goes on again
     }

@@ -31,7 +31,7 @@ struct KnownConnection {
 // costs no more than a line here.
 class KnownConnections {
 public:
-    static constexpr size_t capacity = 65536;
+    static constexpr size_t capacity = 16384;
 
     // The connection, which counts as seen now; null when it is not known.
     KnownConnection* find(const FlowId& insideView);

@@ -346,15 +346,31 @@ void LiveGateway::showSent(Parcel& parcel) {
 void LiveGateway::showReceived(Parcel& parcel) {
     counters_.add(Cause::packetsReceived);
     receivedAt_ = destinationOf(parcel.packet, parcel.layout);
-    writeDestination(parcel.packet, parcel.layout,
-                     {advertised(receivedAt_.address), receivedAt_.port});
+    const Endpoint meant = parcel.layout.protocol == Protocol::Udp
+                               ? rasEndpoint(sourceOf(parcel.packet, parcel.layout))
+                               : receivedAt_;
+    writeDestination(parcel.packet, parcel.layout, {advertised(meant.address), meant.port});
     parcel.changed = module_.receive(parcel.packet, parcel.layout);
     writeDestination(parcel.packet, parcel.layout, receivedAt_);
 }
 
+// A flow that is older than its mapping comes back to the port that it left from: the module knows
+// the mapping's.
+Endpoint LiveGateway::rasEndpoint(const Endpoint& gatekeeper) {
+    if (mappings_.findPublic(Protocol::Udp, receivedAt_.port) != nullptr) {
+        return receivedAt_;
+    }
+    const auto flow = conntrack_.find(Protocol::Udp, gatekeeper, receivedAt_);
+    const LiveMapping* const mapping =
+        flow ? mappings_.findInside(MappingKind::Ras,
+                                    viewsOf(*flow, flow->originalSource != gatekeeper).inside)
+             : nullptr;
+    return mapping == nullptr ? receivedAt_ : mapping->publicEndpoint;
+}
+
 bool LiveGateway::commit() {
-    const LiveMappings::Swept over = mappings_.takeOver();
-    close(over);
+    close(mappings_.takeOver(now_));
+    unwatchDue();
     if (config_.dryRun) {
         table_.discard();
     }
@@ -726,6 +742,13 @@ void LiveGateway::unwatch(SetId set, const Endpoint& endpoint) {
     }
 }
 
+void LiveGateway::unwatchDue() {
+    while (!unexpected_.empty() && unexpected_.front().first <= now_) {
+        unwatch(SetId::Expected, unexpected_.front().second);
+        unexpected_.pop_front();
+    }
+}
+
 void LiveGateway::onAnnounced(const H323ObservedConnection& connection) {
     messages_.onAnnounced(connection);
     if (connection.protocol != static_cast<uint32_t>(Protocol::Tcp)) {
@@ -756,11 +779,11 @@ void LiveGateway::onOver(const H323ObservedConnection& connection) {
     if (publicEndpoint.port == 0) {
         if (protocol == Protocol::Tcp && connection.outside.port != 0 &&
             isFollowedRole(connection.role)) {
-            unwatch(SetId::Expected, endpointOf(connection.outside));
+            unexpected_.emplace_back(now_ + overLinger, endpointOf(connection.outside));
         }
         return;
     }
-    mappings_.markOver(protocol, publicEndpoint.port);
+    mappings_.markOver(protocol, publicEndpoint.port, now_);
 }
 
 // --- Reports, when the packet is on its way already

@@ -16,8 +16,10 @@
 #include "gateway/segment_hold.h"
 
 #include <chrono>
+#include <deque>
 #include <set>
 #include <unordered_map>
+#include <utility>
 
 namespace gateway {
 
@@ -116,6 +118,7 @@ private:
     void show(Parcel& parcel);
     void showSent(Parcel& parcel);
     void showReceived(Parcel& parcel);
+    Endpoint rasEndpoint(const Endpoint& gatekeeper);
     bool commit();
 
     bool introduce(const Parcel& parcel);
@@ -137,6 +140,7 @@ private:
     void fillTable();
     void watch(SetId set, const Endpoint& endpoint);
     void unwatch(SetId set, const Endpoint& endpoint);
+    void unwatchDue();
     void close(const LiveMappings::Swept& swept);
 
     void report(LiveSeconds now);
@@ -164,6 +168,7 @@ private:
     std::unordered_map<uint32_t, Waiting> waiting_; // by packet number
     std::unordered_map<LocalId, uint32_t, LocalIdHash> expected_;
     std::unordered_map<LocalId, uint32_t, LocalIdHash> listening_;
+    std::deque<std::pair<LiveSeconds, Endpoint>> unexpected_; // to be unwatched then
     bool wantsSweep_ = false;
 
     // Of the packet in the module's hands.

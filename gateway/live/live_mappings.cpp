@@ -122,7 +122,7 @@ std::optional<uint16_t> LiveMappings::takePort(MappingKind kind, const Endpoint&
 }
 
 // Registrations that no gatekeeper answers may come under any address: the oldest gives way.
-bool LiveMappings::makeRoomForRegistration(uint32_t host) {
+bool LiveMappings::makeRoomForRegistration(uint32_t host, LiveSeconds now) {
     uint32_t ofHost = 0;
     uint32_t ofAll = 0;
     const LiveMapping* oldest = nullptr;
@@ -137,7 +137,7 @@ bool LiveMappings::makeRoomForRegistration(uint32_t host) {
         return false;
     }
     if (ofAll >= unansweredOfAll) {
-        markOver(Protocol::Udp, oldest->publicEndpoint.port);
+        markOver(Protocol::Udp, oldest->publicEndpoint.port, now);
     }
     return true;
 }
@@ -152,7 +152,7 @@ LiveMappings::Opened LiveMappings::open(const Request& request, LiveSeconds now)
         const auto held = perHost_.find(request.inside.address);
         if ((held != perHost_.end() && held->second >= config_.mappingsPerHost) ||
             (request.kind == MappingKind::Ras &&
-             !makeRoomForRegistration(request.inside.address))) {
+             !makeRoomForRegistration(request.inside.address, now))) {
             opened.refusal = Cause::refusedHostLimit;
             return opened;
         }
@@ -238,11 +238,14 @@ void LiveMappings::endCall(uint64_t call, LiveSeconds now) {
     byCall_.erase(found);
 }
 
-void LiveMappings::markOver(Protocol protocol, uint16_t publicPort) {
+void LiveMappings::markOver(Protocol protocol, uint16_t publicPort, LiveSeconds now) {
     LiveMapping* const mapping = findPublic(protocol, publicPort);
     if (mapping != nullptr && !mapping->over) {
+        const bool connected = mapping->kind == MappingKind::Control;
         mapping->over = true;
-        over_.push_back(mapping->number);
+        mapping->overAt = now + (connected ? overLinger : 0);
+        // What goes at once stands first.
+        connected ? over_.push_back(mapping->number) : over_.push_front(mapping->number);
     }
 }
 
@@ -305,7 +308,7 @@ FlowSurvey LiveMappings::survey() const {
 
 LiveSeconds LiveMappings::idleLimit(const LiveMapping& mapping, bool ownerOpen) const {
     if (mapping.over) {
-        return -1;
+        return config_.registrationIdle; // takeOver's
     }
     if (mapping.kind == MappingKind::Ras) {
         return mapping.answered ? config_.registrationIdle : unansweredHold;
@@ -356,11 +359,16 @@ LiveMappings::Swept LiveMappings::sweep(const FlowSurvey& survey, std::span<cons
     return swept;
 }
 
-LiveMappings::Swept LiveMappings::takeOver() {
+LiveMappings::Swept LiveMappings::takeOver(LiveSeconds now) {
     Swept swept;
-    for (const uint64_t number : std::exchange(over_, {})) {
-        const auto found = byNumber_.find(number);
-        if (found != byNumber_.end() && found->second->over) {
+    while (!over_.empty()) {
+        const auto found = byNumber_.find(over_.front());
+        const bool over = found != byNumber_.end() && found->second->over;
+        if (over && found->second->overAt > now) {
+            break;
+        }
+        over_.pop_front();
+        if (over) {
             close(found->second, swept);
         }
     }

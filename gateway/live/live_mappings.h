@@ -9,6 +9,7 @@
 #include "include/h323nat.h"
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <list>
 #include <span>
@@ -21,6 +22,9 @@ namespace gateway {
 using LiveSeconds = int64_t;
 
 const char* nameOf(MappingKind kind);
+
+// How long packets of a connection are shown after the module's interest in it has ended.
+constexpr LiveSeconds overLinger = 5;
 
 // A public port that leads to a private endpoint; for media also the port above it.
 struct LiveMapping {
@@ -35,7 +39,8 @@ struct LiveMapping {
     LiveSeconds lastUse = 0;         // by the private host
     bool callOver = false;           // `call` has ended
     bool answered = false;           // RAS: a gatekeeper has confirmed
-    bool over = false;               // the module needs it no more
+    bool over = false;               // the module needs it no more,
+    LiveSeconds overAt = 0;          // and its connections are over from then on
     bool adopted = false;            // from an earlier run: its call is not known
     bool fresh = true;               // no sweep has looked for flows that were there before it
     bool leaves[2] = {false, false}; // packets of this endpoint leave from the public port
@@ -97,7 +102,7 @@ public:
     void endCall(uint64_t call, LiveSeconds now);
 
     // The module needs the mapping of this public port no more; `takeOver` closes it.
-    void markOver(Protocol protocol, uint16_t publicPort);
+    void markOver(Protocol protocol, uint16_t publicPort, LiveSeconds now);
 
     // Packets leave from another public address from now on, also those of open mappings.
     void setPublicAddress(uint32_t before, uint32_t address);
@@ -118,8 +123,9 @@ public:
     // those whose call is over and which nobody uses.
     Swept sweep(const FlowSurvey& survey, std::span<const EndpointUse> uses, LiveSeconds now);
 
-    // Closes mappings that have made room for others or that the module needs no more.
-    Swept takeOver();
+    // Closes mappings that have made room for others, and those that the module has needed no more
+    // for `overLinger` seconds: their connections are shown until they are closed.
+    Swept takeOver(LiveSeconds now);
 
     [[nodiscard]] static std::vector<PortForward> forwardsOf(const LiveMapping& mapping);
     [[nodiscard]] std::vector<PortForward> allForwards() const;
@@ -140,7 +146,7 @@ private:
                      LiveSeconds now);
     std::optional<uint16_t> takePort(MappingKind kind, const Endpoint& inside);
     [[nodiscard]] uint16_t wishFor(MappingKind kind, const Endpoint& inside) const;
-    bool makeRoomForRegistration(uint32_t host);
+    bool makeRoomForRegistration(uint32_t host, LiveSeconds now);
     void close(Iterator mapping, Swept& swept);
     void release(Iterator mapping);
     PortAllocator& allocator(Protocol protocol);
@@ -159,7 +165,7 @@ private:
     std::unordered_map<uint64_t, std::vector<uint64_t>> byCall_;
     std::unordered_map<uint32_t, uint32_t> perHost_;
     std::unordered_map<LocalId, uint64_t, LocalIdHash> leaving_;
-    std::vector<uint64_t> over_;
+    std::deque<uint64_t> over_;
 };
 
 } // namespace gateway

@@ -30,15 +30,6 @@ void tellCall(void(H323NAT_CALL* function)(void*, const H323ObservedCall*), cons
     tell(function, event);
 }
 
-// The record goes when nothing refers to it any more.
-void giveIfUnused(Index index) {
-    const Call& call = state.calls[index];
-    if (call.ended == 0 || call.signalling != none || call.controls != 0) {
-        return;
-    }
-    give(state.calls, index);
-}
-
 void leaveSignalling(Index index) {
     Call& call = state.calls[index];
     if (call.signalling != none) {
@@ -48,18 +39,16 @@ void leaveSignalling(Index index) {
 }
 
 void leaveCall(Index connection, uint8_t end) {
-    const Index index = state.connections[connection].call;
+    const Index index = callOfControl(connection);
     state.connections[connection].call = none;
     if (index == none) {
         return;
     }
     Call& call = state.calls[index];
     --call.controls;
-    if (call.controls == 0 && call.signalling == none && call.ended == 0) {
+    if (call.controls == 0 && call.signalling == none) {
         endCall(index, end);
-        return;
     }
-    giveIfUnused(index);
 }
 
 // A call can be carried by several connections: all must go before its record is free.
@@ -127,12 +116,19 @@ void endCall(Index index, uint8_t end) {
     endAnnounced(call);
     tellCall(observer.callEnded, call);
     leaveSignalling(index);
-    giveIfUnused(index);
+    give(state.calls, index);
+}
+
+Index callOfControl(Index connection) {
+    const Connection& control = state.connections[connection];
+    const Index call = runningCall(control.call);
+    return call != none && state.calls[call].number == control.callNumber ? call : none;
 }
 
 void joinCall(Index connection, Index call) {
     if (call != none) {
         state.connections[connection].call = call;
+        state.connections[connection].callNumber = state.calls[call].number;
         ++state.calls[call].controls;
     }
 }

@@ -18,6 +18,9 @@ void tellBegin(Index call);
 // The call is over: its mappings end, its H.245 endpoints are no longer waited for.
 void endCall(Index call, uint8_t end);
 
+// The call that an H.245 connection carries; none when it carries none that is running.
+Index callOfControl(Index connection);
+
 // Counts an H.245 connection to its call.
 void joinCall(Index connection, Index call);
 

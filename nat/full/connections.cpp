@@ -7,7 +7,7 @@ namespace full_scope {
 namespace {
 
 constexpr uint32_t quietSeconds = 180;   // of a connection that has carried messages
-constexpr uint32_t unspokenSeconds = 10; // of one that has not
+constexpr uint32_t unspokenSeconds = 10; // of one that has not, or whose call is over
 
 void unlinkInside(Index index) {
     const Connection& connection = state.connections[index];
@@ -31,9 +31,14 @@ uint32_t quietOf(const Connection& connection) {
     return now > connection.lastActivity ? now - connection.lastActivity : 0;
 }
 
-bool maySpare(const Connection& connection) {
+// A host that shows only what it is told to watch does not show the end of an H.245 connection that
+// lasts longer than its call.
+bool maySpare(Index index) {
+    const Connection& connection = state.connections[index];
     const bool spoke = connection.sent.framed && connection.received.framed;
-    return quietOf(connection) > (spoke ? quietSeconds : unspokenSeconds);
+    const bool callOver = connection.role == H323NAT_ROLE_H245 && connection.call != none &&
+                          callOfControl(index) == none;
+    return quietOf(connection) > (spoke && !callOver ? quietSeconds : unspokenSeconds);
 }
 
 Ages& agesOf(const Connection& connection) {
@@ -74,7 +79,7 @@ Index spareConnection(Index other) {
     }
     Index index = state.connectionAges.oldest;
     for (int look = 0; look < looks && index != none; ++look) {
-        if (index != other && maySpare(state.connections[index])) {
+        if (index != other && maySpare(index)) {
             return index;
         }
         index = state.connections[index].newer;

@@ -114,7 +114,7 @@ Index callOfMessage(const MessageSource& source, const MessageFacts& facts, bool
         return none;
     }
     if (source.role != H323NAT_ROLE_SIGNALLING) {
-        return runningCall(state.connections[index].call);
+        return callOfControl(index);
     }
     Index call = runningCall(callOf(index, facts.callIdentifier));
     const bool other =

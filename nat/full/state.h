@@ -27,7 +27,8 @@ struct Connection {
     EndpointKey inside;
     EndpointKey publicEndpoint; // address 0: not known yet
     EndpointKey outside;
-    Index call;
+    Index call;               // signalling: the newest of a list; H.245: see callNumber
+    uint64_t callNumber;      // H.245: of `call`; the record may be another call's by now
     uint32_t lastActivity;    // seconds of the wall clock
     uint8_t role;             // H323NAT_ROLE_SIGNALLING or _H245
     bool opened;              // by the private host

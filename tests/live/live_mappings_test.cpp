@@ -160,7 +160,7 @@ TEST_F(LiveMappingsTest, UnansweredRegistrationsOfManyHostsGiveWay) {
     for (uint32_t number = 0; number < 300; ++number) {
         EXPECT_NE(open(MappingKind::Ras, {host + number, 1719}), nullptr);
     }
-    EXPECT_EQ(mappings.takeOver().ended.size(), 300U - 256U);
+    EXPECT_EQ(mappings.takeOver(0).ended.size(), 300U - 256U);
     EXPECT_EQ(mappings.findInside(MappingKind::Ras, {host, 1719}), nullptr);
     for (uint16_t port = 1720; port < 1723; ++port) {
         open(MappingKind::Ras, {host + 299, port});
@@ -168,16 +168,20 @@ TEST_F(LiveMappingsTest, UnansweredRegistrationsOfManyHostsGiveWay) {
     EXPECT_EQ(refusal(MappingKind::Ras, {host + 299, 1730}), Cause::refusedHostLimit);
 }
 
-TEST_F(LiveMappingsTest, WhatTheModuleNeedsNoMoreEndsAtOnce) {
+TEST_F(LiveMappingsTest, WhatTheModuleNeedsNoMoreEndsSoon) {
     const LiveMapping* mapping = open(MappingKind::Control, {host, 4000});
-    mappings.markOver(Protocol::Tcp, mapping->publicEndpoint.port);
-    mappings.markOver(Protocol::Tcp, 1);
-    EXPECT_EQ(mappings.takeOver().ended.size(), 1U);
+    mappings.markOver(Protocol::Tcp, mapping->publicEndpoint.port, 10);
+    mappings.markOver(Protocol::Tcp, 1, 10);
+    EXPECT_TRUE(mappings.takeOver(9 + overLinger).ended.empty()); // its last packets are shown
+    EXPECT_EQ(mappings.takeOver(10 + overLinger).ended.size(), 1U);
+    mapping = open(MappingKind::Ras, {host, 1719});
+    mappings.markOver(Protocol::Udp, mapping->publicEndpoint.port, 10);
+    EXPECT_EQ(mappings.takeOver(10).ended.size(), 1U);
     // Asked for again in time, it stays.
     mapping = open(MappingKind::Control, {host, 4000});
-    mappings.markOver(Protocol::Tcp, mapping->publicEndpoint.port);
+    mappings.markOver(Protocol::Tcp, mapping->publicEndpoint.port, 10);
     open(MappingKind::Control, {host, 4000});
-    EXPECT_TRUE(mappings.takeOver().ended.empty());
+    EXPECT_TRUE(mappings.takeOver(100).ended.empty());
 }
 
 // Media that flowed before the mapping has another public port, which the kernel would keep.

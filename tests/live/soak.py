@@ -87,7 +87,7 @@ class Soak(GatewayTest):
                 if number % 50 == 0:
                     self.disturb(running)
                     time.sleep(0.3)
-                if number == 300:
+                if number == 3000:
                     resident = running.status()["resident_kib"]
                 if time.monotonic() - shown > 60:
                     shown = time.monotonic()
@@ -96,6 +96,9 @@ class Soak(GatewayTest):
                           f"{now['mapping_total']} mappings", flush=True)
         except BaseException:
             print("\n".join(running.log_text().splitlines()[-25:]))
+            print({name: value for name, value in running.status()["counters"].items() if value})
+            for name in ("ras_in", "ras_hosts", "answering"):
+                print(self.network.on_router("nft", "list", "set", "ip", "h323nat", name))
             raise
         finally:
             self.over.set()
@@ -106,7 +109,7 @@ class Soak(GatewayTest):
         status = running.status()
         counters = status["counters"]
         bad = [call for call in status["ended_calls"] if call["verdict"] != "translated"]
-        print(f"{number} calls in {time.monotonic() - began:.0f} s, {resident} KiB after 300, "
+        print(f"{number} calls in {time.monotonic() - began:.0f} s, {resident} KiB after 3000, "
               f"{status['resident_kib']} KiB at the end; " +
               ", ".join(f"{name} {value}" for name, value in counters.items() if value))
         self.assertEqual(bad, [])

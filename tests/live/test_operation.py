@@ -212,6 +212,17 @@ class OperationTest(GatewayTest):
         self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
         self.assertEqual(gateway.counter("connections_adopted"), 1)
 
+    def test_a_registration_older_than_the_gateway_is_confirmed_again(self):
+        """Its flow left from another port before there was a mapping."""
+        found = sample("gk-in")
+        early = self.call([message for message in found[:4]])
+        early.play()
+        early.close()
+        gateway = self.start()
+        call = self.call(found).play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertEqual(gateway.counter("addresses_left"), 0)
+
     def test_restart_keeps_mappings_and_their_ports(self):
         state = os.path.join(self.folder, "state")
         gateway = self.start("--state-file", state)
