@@ -96,8 +96,12 @@ void addGatewayCommand(CLI::App& app, int& exitStatus) {
         const auto keep = [arguments, name](const std::string& value) {
             arguments->settings.emplace_back(name, value);
         };
-        command->add_option_function<std::string>("--" + name, keep, setting.help)
-            ->type_name(setting.value);
+        CLI::Option* const option =
+            command->add_option_function<std::string>("--" + name, keep, setting.help)
+                ->type_name(setting.value);
+        if (setting.initial != nullptr) {
+            option->default_str(setting.initial);
+        }
     }
     command->callback([arguments, &exitStatus] { exitStatus = run(*arguments); });
 }

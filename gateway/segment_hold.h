@@ -22,6 +22,8 @@ struct HoldLimits {
     size_t connectionOctets = 65536; // of payload, for each direction of a connection
     size_t allOctets = size_t{4} * 1024 * 1024;
     size_t streams = 65536; // directions of connections that are watched
+
+    bool operator==(const HoldLimits&) const = default;
 };
 
 // What became of the segments that were held; every one that was held is in one of the last five.

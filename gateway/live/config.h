@@ -63,6 +63,8 @@ struct LiveConfig {
     LogFormat logFormat = LogFormat::Logfmt;
     bool logDebug = false;
 
+    bool operator==(const LiveConfig&) const = default;
+
     // Where the module is told to route calls from outside: the host published on port 1720.
     [[nodiscard]] uint32_t firstPublished() const;
 };
@@ -80,6 +82,7 @@ struct Setting {
     const char* value; // placeholder for usage texts
     const char* help;
     std::string (*apply)(LiveConfig& config, std::string_view value);
+    const char* initial; // the value without the setting; null: none, or the machine's own
 };
 
 // All settings, in the order in which they are documented.

@@ -29,6 +29,17 @@ TEST(LiveConfig, ReadsAFileWithCommentsAndBlanks) {
     EXPECT_TRUE(config.logDebug);
 }
 
+// --help tells them.
+TEST(LiveConfig, InitialValuesAreThoseOfTheSettings) {
+    for (const Setting& setting : settings()) {
+        if (setting.initial != nullptr) {
+            LiveConfig config;
+            EXPECT_EQ(setting.apply(config, setting.initial), "") << setting.name;
+            EXPECT_EQ(config, LiveConfig{}) << setting.name;
+        }
+    }
+}
+
 TEST(LiveConfig, NamesTheLineAndWhatWasExpected) {
     struct Case {
         const char* text;
