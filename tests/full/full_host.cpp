@@ -14,6 +14,7 @@ namespace test_support {
 namespace {
 
 FullHost* host = nullptr;
+std::vector<std::string>* told = nullptr;
 
 std::string octetsText(const H323Octets& octets) {
     return {reinterpret_cast<const char*>(octets.data), octets.length};
@@ -57,9 +58,8 @@ std::string addressTextOf(const H323ObservedAddress& address) {
     return shortPath(address.path) + " " + roleText(address.role) + " " + text(key(address.from));
 }
 
-template <typename Event>
-void note(const std::string& word, const std::string& line, const Event& /*event*/) {
-    host->told.push_back(word + " " + line);
+void note(const std::string& word, const std::string& line) {
+    told->push_back(word + " " + line);
 }
 
 H323Observer recordingObserver() {
@@ -69,29 +69,27 @@ H323Observer recordingObserver() {
         std::string flags;
         flags += (message->flags & H323NAT_MESSAGE_SIGNED) != 0 ? " signed" : "";
         flags += (message->flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) != 0 ? " not-understood" : "";
-        note("message", directionText(message->direction) + " " + octetsText(message->name) + flags,
-             *message);
+        note("message",
+             directionText(message->direction) + " " + octetsText(message->name) + flags);
     };
     observer.addressRewritten = [](void*, const H323ObservedAddress* address) {
-        note("rewritten", addressTextOf(*address) + " " + text(key(address->to)), *address);
+        note("rewritten", addressTextOf(*address) + " " + text(key(address->to)));
     };
     observer.addressLeft = [](void*, const H323ObservedAddress* address) {
-        note("left", addressTextOf(*address) + " " + std::to_string(address->cause), *address);
+        note("left", addressTextOf(*address) + " " + std::to_string(address->cause));
     };
     observer.callBegan = [](void*, const H323ObservedCall* call) {
-        note("began", callText(*call), *call);
+        note("began", callText(*call));
     };
     observer.callEnded = [](void*, const H323ObservedCall* call) {
-        note("ended",
-             std::to_string(call->call) + " " + std::to_string(call->end) + " " +
-                 std::to_string(call->cause),
-             *call);
+        note("ended", std::to_string(call->call) + " " + std::to_string(call->end) + " " +
+                          std::to_string(call->cause));
     };
     observer.connectionAnnounced = [](void*, const H323ObservedConnection* connection) {
-        note("announced", connectionText(*connection), *connection);
+        note("announced", connectionText(*connection));
     };
     observer.connectionOver = [](void*, const H323ObservedConnection* connection) {
-        note("over", connectionText(*connection), *connection);
+        note("over", connectionText(*connection));
     };
     return observer;
 }
@@ -152,6 +150,17 @@ std::string text(const EndpointKey& endpoint) {
     return endpointText(endpoint.address, endpoint.port);
 }
 
+ToldLines::ToldLines() {
+    told = &lines;
+    const H323Observer observer = recordingObserver();
+    H323SetObserver(&observer);
+}
+
+ToldLines::~ToldLines() {
+    H323SetObserver(nullptr);
+    told = nullptr;
+}
+
 FullHost::FullHost(uint32_t calls) {
     host = this;
     context.publicAddress = publicAddress;
@@ -164,13 +173,10 @@ FullHost::FullHost(uint32_t calls) {
                      FullHostCallbacks::findOutside};
     EXPECT_TRUE(full_scope::enter(calls));
     full_scope::state.publishedAddress = 0;
-    const H323Observer observer = recordingObserver();
-    H323SetObserver(&observer);
 }
 
 FullHost::~FullHost() {
     full_scope::leave();
-    H323SetObserver(nullptr);
     hostCallbacks = {};
     host = nullptr;
 }

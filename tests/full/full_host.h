@@ -20,6 +20,17 @@ constexpr uint32_t otherPrivateParty = address(10, 0, 0, 6);
 
 std::string text(const EndpointKey& endpoint);
 
+/// Writes down what an observer is told, in either scope; one at a time.
+class ToldLines {
+public:
+    ToldLines();
+    ~ToldLines();
+    ToldLines(const ToldLines&) = delete;
+    ToldLines& operator=(const ToldLines&) = delete;
+
+    std::vector<std::string> lines;
+};
+
 /// One host of this kind exists at a time, in the full scope with room for `calls` calls.
 class FullHost {
 public:
@@ -53,7 +64,8 @@ public:
     HostContext context = {};
     std::set<uint16_t> refusedPorts; // inside
     std::vector<std::string> asked;
-    std::vector<std::string> told;
+    ToldLines observer;
+    std::vector<std::string>& told = observer.lines;
 
 private:
     friend struct FullHostCallbacks;
