@@ -62,8 +62,8 @@ static void noteDecoded(MessageEdit& edit) {
     }
 }
 
-bool openMessage(MessageEdit& edit, MessageEdit* outer, MessageOctets octets, PacketPlace place,
-                 const MessageCodec& codec, void* record) {
+bool openMessage(MessageEdit& edit, MessageEdit* outer, MessageOctets octets,
+                 const PacketPlace& place, const MessageCodec& codec, void* record) {
     edit.codec = &codec;
     edit.record = record;
     edit.octets = octets;

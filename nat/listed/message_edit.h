@@ -59,7 +59,8 @@ struct MessageEdit {
 // everything is released already and the message is to stay as it is. No octets at all do not
 // decode. `octets` and `record` must stay valid until closeMessage.
 template <typename Record>
-bool decodeMessage(MessageEdit& edit, MessageOctets octets, PacketPlace place, Record& record);
+bool decodeMessage(MessageEdit& edit, MessageOctets octets, const PacketPlace& place,
+                   Record& record);
 
 // The same for a message that lies inside `outer` as an octet string: `octets` is its copy in the
 // decoded record. writeBack encodes over that copy, and writing `outer` back takes it to the
@@ -85,11 +86,12 @@ void closeMessage(MessageEdit& edit);
 void releaseMessageMemory();
 
 // What the two templates above share, for any record type.
-bool openMessage(MessageEdit& edit, MessageEdit* outer, MessageOctets octets, PacketPlace place,
-                 const MessageCodec& codec, void* record);
+bool openMessage(MessageEdit& edit, MessageEdit* outer, MessageOctets octets,
+                 const PacketPlace& place, const MessageCodec& codec, void* record);
 
 template <typename Record>
-bool decodeMessage(MessageEdit& edit, MessageOctets octets, PacketPlace place, Record& record) {
+bool decodeMessage(MessageEdit& edit, MessageOctets octets, const PacketPlace& place,
+                   Record& record) {
     return openMessage(edit, nullptr, octets, place, codecOf(record), &record);
 }
 
