@@ -91,6 +91,33 @@ TEST(Lossless, LeavesOctetsOtherThanThoseRead) {
     }
 }
 
+// An address that a segment's first or last octet cuts, whatever lies beside the segment.
+TEST(Lossless, LeavesAddressesThatASegmentCuts) {
+    MemoryHost host;
+    setRewriteMode(REWRITE_LOSSLESS);
+    Octets read = gatekeeperRequest(ipv4(privateParty, 1719));
+    const Octets endpoint = octetsOfEndpoint(privateParty, 1719);
+    const auto place =
+        std::search(read.begin(), read.end(), endpoint.begin(), endpoint.end()) - read.begin();
+    for (ptrdiff_t cut = place + 1; cut < place + 6; ++cut) {
+        Octets around = read;
+        const PacketPlace halves[] = {
+            {around.data() + cut, -cut, around.size() - static_cast<size_t>(cut)},
+            {around.data(), 0, static_cast<size_t>(cut)}};
+        for (const PacketPlace& half : halves) {
+            H225RasMessage message;
+            MessageEdit edit;
+            ASSERT_TRUE(decodeMessage(edit, {read.data(), read.size()}, half, message));
+            EndpointField field;
+            ASSERT_TRUE(findEndpoint(message.value.gatekeeperRequest->rasAddress, field));
+            setEndpoint(edit, field, {MemoryHost::publicAddress, 40000});
+            EXPECT_FALSE(edit.changed);
+            EXPECT_EQ(around, read) << cut;
+            closeMessage(edit);
+        }
+    }
+}
+
 #ifndef NDEBUG
 // The counters tell a message that mode 0 reproduces from one that it does not.
 TEST(TranslationCounts, KnowWhatEncodingLoses) {
