@@ -341,11 +341,14 @@ H323NAT_API uint32_t H323NAT_CALL H323SetRewriteMode(uint32_t mode);
  * In the full scope the host is asked for mappings by the same functions. HostOpenControlMapping
  * also serves signalling endpoints and T.120, HostOpenMediaMapping also RAS endpoints, of which one
  * port is enough; an observer's connectionAnnounced follows and tells which of them it was. The
- * remote address is UNKNOWN_REMOTE_ADDRESS, except for RAS. A media mapping counts as refused when
- * its answer is the private endpoint itself, or an address or port of 0. The published host's ports
- * 1720 and 1503 are the same outside, and the host forwards them. HostFindOutsideMapping tells
- * whose connection an answer from outside (SYN and ACK) belongs to; HostFindInsideMapping is asked
- * before media records are linked under those of an H.245 connection.
+ * remote address is UNKNOWN_REMOTE_ADDRESS, except that of a RAS endpoint, which is the gatekeeper
+ * unless a group was asked. A media mapping counts as refused when its answer is the private
+ * endpoint itself, or an address or port of 0. The published host's ports 1720 and 1503 are the
+ * same outside, and the host forwards them; it may forward other ports to port 1720 of any private
+ * host. HostFindOutsideMapping tells whose connection an answer from outside (SYN and ACK) belongs
+ * to, and the first packets of a connection that came in by a port which the module does not know;
+ * HostFindInsideMapping is asked before media records are linked under those of an H.245
+ * connection.
  *
  * All memory of the full scope is taken here, nothing later. A call forgets all calls that are
  * followed, also when the scope stays the same; the memory of an earlier call is given back.
