@@ -2452,7 +2452,7 @@ static int32_t getArcs(PerContext* ctx, ObjectIdentifier* value, const uint8_t* 
     }
     const uint32_t root = subidentifier >= 80 ? 2 : static_cast<uint32_t>(subidentifier / 40);
     value->arcs[0] = root;
-    value->arcs[1] = static_cast<uint32_t>(subidentifier - uint64_t{root} * 40);
+    value->arcs[1] = static_cast<uint32_t>(subidentifier) - root * 40;
     uint32_t arcs = 2;
     for (; octets != end; ++arcs) {
         octets = readSubidentifier(octets, end, &subidentifier);
