@@ -76,13 +76,14 @@ struct FreshRanges {
 };
 
 // A whole message with its TPKT header. Octet i of it is payload[start + i] of the packet; it left
-// in an earlier packet when start + i is negative. The packet holds the message up to its last
-// octet.
+// in an earlier packet when start + i is negative, or behind the payload where the packet fills a
+// gap.
 struct StreamMessage {
     const uint8_t* octets;
     size_t length;
     uint8_t* payload;
     ptrdiff_t start;
+    size_t payloadLength;
     uint32_t sequence;        // of octets[0]
     const FreshRanges* fresh; // null: all that the packet holds of the message
 };
