@@ -152,7 +152,9 @@ uint32_t causeOfNoWriting(const MessageSource& source, const LocatedPlace& place
         return 0;
     }
     const ptrdiff_t start = source.part->start + static_cast<ptrdiff_t>(offset);
-    const bool same = start < 0 || std::memcmp(source.part->payload + start,
+    const bool inPacket =
+        start >= 0 && static_cast<size_t>(start) + endpointSize <= source.part->payloadLength;
+    const bool same = !inPacket || std::memcmp(source.part->payload + start,
                                                source.octets + place.offset, endpointSize) == 0;
     return same ? uint32_t{H323NAT_LEFT_ALREADY_SENT} : uint32_t{H323NAT_LEFT_OTHER_OCTETS};
 }

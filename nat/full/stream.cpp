@@ -239,7 +239,8 @@ StreamState readInPlace(Stream& stream, const Segment& segment, const MessageRea
         const size_t length = tpktLength(octets);
         stream.framed = true;
         const StreamMessage message{
-            octets, length, segment.payload, static_cast<ptrdiff_t>(read), stream.message, nullptr};
+            octets,         length,         segment.payload, static_cast<ptrdiff_t>(read),
+            segment.length, stream.message, nullptr};
         stream.message += static_cast<uint32_t>(length);
         reader.read(message, reader.owner);
         read += length;
@@ -266,7 +267,8 @@ StreamState readHeld(Stream& stream, StreamPools& pools, const Segment& segment,
         stream.framed = true;
         const StreamMessage message{pools.scratch,   length,
                                     segment.payload, distance(segment.sequence, stream.message),
-                                    stream.message,  &fresh};
+                                    segment.length,  stream.message,
+                                    &fresh};
         stream.message += static_cast<uint32_t>(length);
         reader.read(message, reader.owner);
         dropRead(stream, pools);

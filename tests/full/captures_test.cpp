@@ -18,6 +18,12 @@
 
 using namespace gateway;
 
+// The module keeps the records of each start, as its contract says.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:H323InitializeDLL";
+}
+
 namespace {
 
 using Octets = std::vector<uint8_t>;
