@@ -121,6 +121,25 @@ std::string readPublished(std::vector<PublishedHost>& out, std::string_view valu
     return {};
 }
 
+// "192.0.2.1:5555, 192.0.2.2:5555"
+std::string readFeed(LiveConfig& config, std::string_view value) {
+    std::vector<Endpoint> ends;
+    const bool understood = readList(value, [&](std::string_view text) {
+        const size_t colon = std::min(text.find(':'), text.size());
+        Endpoint end{parseAddress(text.substr(0, colon)).value_or(0), 0};
+        const bool port =
+            colon != text.size() && readNumber(end.port, text.substr(colon + 1), 1, 65535).empty();
+        ends.push_back(end);
+        return port && end.address != 0;
+    });
+    if (!understood || ends.size() != 2) {
+        return "expected OWN:PORT, PEER:PORT, such as 192.0.2.1:1721, 192.0.2.2:1721";
+    }
+    config.feedFrom = ends[0];
+    config.feedTo = ends[1];
+    return {};
+}
+
 std::string readMilliseconds(Milliseconds& out, std::string_view value) {
     uint32_t number = 0;
     std::string wrong = readNumber(number, value, 1, 5000);
@@ -252,6 +271,9 @@ constexpr Setting table[] = {
      [](LiveConfig& c, std::string_view v) { return readTableName(c.table, v); }, "h323nat"},
     {"state-file", "PATH", "file that carries open mappings over a restart",
      [](LiveConfig& c, std::string_view v) { return readPath(c.stateFile, v); }, nullptr},
+    {"feed", "OWN:PORT,PEER:PORT",
+     "tell a second router, which stands in for this one, of mappings",
+     [](LiveConfig& c, std::string_view v) { return readFeed(c, v); }, nullptr},
     {"status-socket", "PATH", "Unix socket that answers `h323nat status`",
      [](LiveConfig& c, std::string_view v) { return readPath(c.statusSocket, v); },
      "/run/h323nat/gateway.sock"},

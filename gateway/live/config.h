@@ -56,6 +56,8 @@ struct LiveConfig {
     uint32_t sweepInterval = 5;
     std::string table = "h323nat";
     std::string stateFile;
+    Endpoint feedFrom; // port 0: no second router
+    Endpoint feedTo;
     std::string statusSocket = "/run/h323nat/gateway.sock";
     std::string metricsFile;
     uint32_t keepCalls = 0;      // calls whose messages are kept for `h323nat calls --html`

@@ -3,6 +3,7 @@
 #include "gateway/live/interfaces.h"
 #include "gateway/live/kernel_events.h"
 #include "gateway/live/live_gateway.h"
+#include "gateway/live/mapping_feed.h"
 #include "gateway/live/replace_file.h"
 #include "gateway/live/saved_state.h"
 #include "gateway/live/service_manager.h"
@@ -64,9 +65,10 @@ std::string whatCannotChange(const LiveConfig& running, const LiveConfig& wanted
         wanted.queueNumber == running.queueNumber && wanted.queueLength == running.queueLength &&
         wanted.statusSocket == running.statusSocket && wanted.dryRun == running.dryRun &&
         wanted.scope == running.scope && wanted.calls == running.calls &&
-        wanted.strict == running.strict && wanted.table == running.table;
+        wanted.strict == running.strict && wanted.table == running.table &&
+        wanted.feedFrom == running.feedFrom && wanted.feedTo == running.feedTo;
     return same ? ""
-                : "queue-number, queue-length, status-socket, scope, calls, strict and table "
+                : "queue-number, queue-length, status-socket, scope, calls, strict, table and feed "
                   "cannot change in a running gateway; restart it";
 }
 
@@ -120,7 +122,7 @@ public:
     std::string run();
 
 private:
-    enum Waiting : uint8_t { Queue, Stop, Status, Survey, Links, Table, count };
+    enum Waiting : uint8_t { Queue, Stop, Status, Survey, Links, Table, Feed, count };
 
     std::string drainQueue();
     bool handleSignals();
@@ -149,6 +151,8 @@ private:
     SurveyThread surveys_;
     LinkEvents links_;
     TableEvents tableEvents_;
+    MappingFeed feed_;
+    uint64_t lastFed_ = 0; // number of the newest mapping that was told
     LiveSeconds started_;
     std::string missing_; // what the gateway waits for
     Clock::time_point nextSweep_;
@@ -171,6 +175,9 @@ std::string Daemon::start(const SavedState& before) {
     step([&] { return links_.open(); });
     step([&] { return tableEvents_.open(config.table); });
     step([&] { return gateway_.start(before, started_); });
+    if (config.feedFrom.port != 0) {
+        step([&] { return feed_.open(config.feedFrom, config.feedTo); });
+    }
     if (failure.empty()) {
         followInterfaces();
         nextSweep_ = Clock::now();
@@ -201,7 +208,8 @@ std::string Daemon::run() {
                                                     {statusSocket_.descriptor(), POLLIN, 0},
                                                     {surveys_.descriptor(), POLLIN, 0},
                                                     {links_.descriptor(), POLLIN, 0},
-                                                    {tableEvents_.descriptor(), POLLIN, 0}}};
+                                                    {tableEvents_.descriptor(), POLLIN, 0},
+                                                    {feed_.descriptor(), POLLIN, 0}}};
         const int ready = poll(waiting.data(), waiting.size(), static_cast<int>(mayWait().count()));
         if (ready < 0 && errno != EINTR) {
             return std::string("poll: ") + std::strerror(errno);
@@ -214,6 +222,10 @@ std::string Daemon::run() {
         }
         if (gateway_.nextRelease() <= Clock::now()) {
             gateway_.releaseHeld(queue_, Clock::now());
+        }
+        feed_.send(gateway_.mappings().ownForwards(lastFed_));
+        if (waiting[Feed].revents != 0) {
+            gateway_.hear(feed_.receive(), secondsOf(Clock::now()));
         }
         if (waiting[Survey].revents != 0) {
             endSweep();
@@ -361,6 +373,7 @@ void Daemon::endSweep() {
         }
     }
     saveState();
+    lastFed_ = 0; // all are told again
 }
 
 } // namespace

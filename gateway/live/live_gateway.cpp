@@ -191,6 +191,20 @@ std::string LiveGateway::setSides(const RouterSides& sides) {
     return failure;
 }
 
+void LiveGateway::hear(std::span<const PortForward> forwards, LiveSeconds now) {
+    now_ = now;
+    const auto added = mappings_.hear(forwards, sides_.publicAddress, now);
+    for (const PortForward& forward : added) {
+        table_.add(forward);
+        if (forward.kind == MappingKind::Control) {
+            table_.add(elementOf(SetId::Listening, forward.inside));
+            table_.add(elementOf(SetId::Answering, forward.publicPort));
+        }
+    }
+    counters_.add(Cause::mappingsAdopted, added.size());
+    commit();
+}
+
 SavedState LiveGateway::state() const {
     return {seed_, mappings_.allForwards()};
 }

@@ -73,6 +73,9 @@ public:
     // Makes the table again, after somebody else has removed it or parts of it.
     std::string restoreTable();
 
+    // Opens what a second router, which this one stands in for, has told.
+    void hear(std::span<const PortForward> forwards, LiveSeconds now);
+
     [[nodiscard]] SavedState state() const;
     [[nodiscard]] const LiveConfig& config() const { return config_; }
     [[nodiscard]] const RouterSides& sides() const { return sides_; }

@@ -167,6 +167,7 @@ LiveMappings::Opened LiveMappings::open(const Request& request, LiveSeconds now)
     mapping.lastUse = now;
     mapping.owner = request.owner;
     mapping.over = false;
+    mapping.adopted = false;
     mapping.callOver = false;
     if (mapping.call != request.call && request.call != 0) {
         byCall_[request.call].push_back(mapping.number);
@@ -202,6 +203,39 @@ size_t LiveMappings::adopt(std::span<const PortForward> forwards, uint32_t publi
         ++adopted;
     }
     return adopted;
+}
+
+std::vector<PortForward> LiveMappings::hear(std::span<const PortForward> forwards,
+                                            uint32_t publicAddress, LiveSeconds now) {
+    const uint64_t before = nextNumber_;
+    for (const PortForward& forward : forwards) {
+        LiveMapping* const known = findInside(forward.kind, forward.inside);
+        if (known != nullptr && known->adopted) {
+            known->lastUse = now;
+        }
+    }
+    adopt(forwards, publicAddress, now);
+    std::vector<PortForward> added;
+    for (auto mapping = mappings_.rbegin();
+         mapping != mappings_.rend() && mapping->number >= before; ++mapping) {
+        const auto own = forwardsOf(*mapping);
+        added.insert(added.end(), own.begin(), own.end());
+    }
+    return added;
+}
+
+std::vector<PortForward> LiveMappings::ownForwards(uint64_t& after) const {
+    std::vector<PortForward> forwards;
+    const uint64_t beyond = after;
+    for (auto mapping = mappings_.rbegin(); mapping != mappings_.rend() && mapping->number > beyond;
+         ++mapping) {
+        after = std::max(after, mapping->number);
+        if (!mapping->adopted) {
+            const auto own = forwardsOf(*mapping);
+            forwards.insert(forwards.end(), own.begin(), own.end());
+        }
+    }
+    return forwards;
 }
 
 LiveMapping* LiveMappings::findPublic(Protocol protocol, uint16_t publicPort) {
@@ -335,6 +369,7 @@ LiveMappings::Swept LiveMappings::sweep(const FlowSurvey& survey, std::span<cons
         if (user != leaving_.end()) {
             LiveMapping& mapping = *byNumber_.at(user->second);
             mapping.lastUse = std::max(mapping.lastUse, now - use.ago);
+            mapping.adopted = false; // its call goes on here
         }
     }
     Swept swept;

@@ -91,6 +91,14 @@ public:
     // Takes over forwards of an earlier run. Returns how many mappings came of it.
     size_t adopt(std::span<const PortForward> forwards, uint32_t publicAddress, LiveSeconds now);
 
+    // Mappings that another router has told: those that are not open are adopted, and their
+    // forwards handed back; those that were adopted before stay open.
+    std::vector<PortForward> hear(std::span<const PortForward> forwards, uint32_t publicAddress,
+                                  LiveSeconds now);
+
+    // Forwards of mappings opened here, with numbers above `after`; sets `after` to the last one.
+    [[nodiscard]] std::vector<PortForward> ownForwards(uint64_t& after) const;
+
     // Takes back a mapping that the kernel refused.
     void withdraw(uint64_t number);
 

@@ -1,5 +1,6 @@
 #include "gateway/live/known_connections.h"
 
+#include "gateway/live/mapping_feed.h"
 #include "gateway/live/saved_state.h"
 
 #include <gtest/gtest.h>
@@ -52,6 +53,31 @@ TEST(SavedState, ComesBackOrIsRefused) {
     }
     std::filesystem::remove(path);
     EXPECT_EQ(readState(path, read), "");
+}
+
+TEST(MappingFeed, TellsThePeerAndHearsNobodyElse) {
+    const Endpoint one{0x7F000001, 41721};
+    const Endpoint other{0x7F000001, 41722};
+    MappingFeed first;
+    MappingFeed second;
+    ASSERT_EQ(first.open(one, other), "");
+    ASSERT_EQ(second.open(other, one), "");
+    std::vector<PortForward> forwards;
+    for (uint16_t number = 1; number <= 300; ++number) {
+        forwards.push_back({static_cast<MappingKind>(number % 3),
+                            number,
+                            {0x0A000005, static_cast<uint16_t>(number + 1)},
+                            0});
+    }
+    first.send(forwards);
+    EXPECT_EQ(second.receive(), forwards);
+    EXPECT_TRUE(second.receive().empty());
+    MappingFeed stranger;
+    ASSERT_EQ(stranger.open({0x7F000001, 41723}, other), "");
+    stranger.send(forwards);
+    EXPECT_TRUE(second.receive().empty());
+    MappingFeed again;
+    EXPECT_NE(again.open(one, other), "");
 }
 
 } // namespace
