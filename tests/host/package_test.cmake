@@ -4,7 +4,9 @@ file(REMOVE_RECURSE "${WORK}")
 function(run)
   execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY COMMAND_ECHO STDOUT)
 endfunction()
-run("${CMAKE_COMMAND}" --install "${BUILD}" --component module --prefix "${WORK}/root")
+foreach(component IN ITEMS runtime development)
+  run("${CMAKE_COMMAND}" --install "${BUILD}" --component ${component} --prefix "${WORK}/root")
+endforeach()
 file(GLOB package "${WORK}/root/lib*/cmake/h323nat" "${WORK}/root/lib/*/cmake/h323nat")
 run("${CMAKE_COMMAND}" -S "${SAMPLE}" -B "${WORK}/build" -G "${GENERATOR}"
   "-Dh323nat_DIR=${package}" "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}"
