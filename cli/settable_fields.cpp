@@ -7,8 +7,8 @@ namespace cli {
 EditedMessage::EditedMessage(const TypeDescription& messageType, std::vector<uint8_t>& octets)
     : type(messageType), codec{messageType.decode, messageType.encode},
       memory(messageType.size / sizeof(std::max_align_t) + 1),
-      open(openMessage(message, nullptr, {octets.data(), octets.size()}, {octets.data(), 0, octets.size()}, codec,
-                       memory.data())) {
+      open(openMessage(message, nullptr, {octets.data(), octets.size()},
+                       {octets.data(), 0, octets.size()}, codec, memory.data())) {
     if (open) {
         addRecord(memory.data());
     }

@@ -14,7 +14,7 @@ struct VectorLine {
     size_t number = 0; ///< from 1
     std::string type;
     std::vector<uint8_t> encoding;
-    std::string third;  ///< empty when the line has none
+    std::string third;       ///< empty when the line has none
     std::string remark = {}; ///< with its #
 };
 

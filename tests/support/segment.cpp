@@ -14,8 +14,7 @@ Delivered runHook(HookRun hook, HostContext& hostContext, const Segment& segment
     const FlowKey& flow = segment.flow;
     const TcpFields fields = {flow.sourceAddress,   flow.destinationAddress, flow.sourcePort,
                               flow.destinationPort, segment.sequence,        segment.flags,
-                              segment.payload,
-                              segment.acknowledgement};
+                              segment.payload,      segment.acknowledgement};
     HostPacket packet = segment.udp ? HostPacket::udp(fields) : HostPacket(fields);
     const Octets headers(packet.ip(), packet.payload());
     Delivered delivered;
