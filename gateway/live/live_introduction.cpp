@@ -1,0 +1,158 @@
+#include "gateway/live/live_gateway.h"
+
+#include "gateway/live/live_roles.h"
+
+#include <algorithm>
+
+// Connections whose beginning the module has not seen.
+namespace gateway {
+namespace {
+
+// Call signalling and H.245 come in TPKT packets (RFC 1006): version 3, reserved 0, length.
+bool beginsTpkt(std::span<const uint8_t> payload) {
+    return payload.size() > 4 && payload[0] == 3 && payload[1] == 0 &&
+           (payload[2] != 0 || payload[3] > 4);
+}
+
+std::span<const uint8_t> payloadOf(std::span<const uint8_t> packet, const PacketLayout& layout) {
+    return packet.subspan(layout.payloadOffset, layout.payloadLength);
+}
+
+} // namespace
+
+std::optional<Endpoint> LiveGateway::listenerAt(uint16_t publicPort) {
+    for (const PublishedHost& host : config_.published) {
+        if (host.publicPort == publicPort) {
+            return Endpoint{host.address, callSignalPort};
+        }
+    }
+    const LiveMapping* const mapping = mappings_.findPublic(Protocol::Tcp, publicPort);
+    return mapping == nullptr ? std::nullopt : std::optional(mapping->inside);
+}
+
+// The public end of a private host's connection; `accepted` when it came from outside.
+std::optional<Endpoint> LiveGateway::publicOf(const FlowId& insideView, bool& accepted) {
+    accepted = true;
+    if (const PublishedHost* const host = publishedAt(insideView.local)) {
+        return Endpoint{sides_.publicAddress, host->publicPort};
+    }
+    if (const LiveMapping* const mapping =
+            mappings_.findInside(MappingKind::Control, insideView.local)) {
+        return mapping->publicEndpoint;
+    }
+    accepted = false;
+    if (insideView.remote.port != callSignalPort &&
+        !expected_.contains(connectionKey(insideView.remote))) {
+        return std::nullopt;
+    }
+    const auto flow = conntrack_.find(Protocol::Tcp, insideView.local, insideView.remote);
+    return flow ? std::optional(viewsOf(*flow, true).outside) : std::nullopt;
+}
+
+// Tells the module of a connection when its first octets come. False: not for the module.
+//
+// A private host's SYN tells all. But anybody may knock at a private host that accepts calls; its
+// answer is only remembered, until the connection speaks.
+bool LiveGateway::introduce(const Parcel& parcel) {
+    const uint8_t flags = tcpFlags(parcel.packet, parcel.layout);
+    const Endpoint source = sourceOf(parcel.packet, parcel.layout);
+    const Endpoint destination = destinationOf(parcel.packet, parcel.layout);
+    FlowId insideView{Protocol::Tcp, source, destination};
+    if ((flags & tcpSyn) != 0) {
+        const bool answer = (flags & tcpAck) != 0;
+        if (parcel.side == Side::Inside) {
+            known_.set(insideView,
+                       answer
+                           ? KnownConnection{Acquaintance::Answered,
+                                             {sequenceNumber(parcel.packet, parcel.layout) + 1,
+                                              acknowledgementNumber(parcel.packet, parcel.layout)}}
+                           : KnownConnection{Acquaintance::Introduced, {}});
+        }
+        return (parcel.side == Side::Inside) != answer;
+    }
+    if (parcel.layout.payloadLength == 0) {
+        return true;
+    }
+    if (parcel.side == Side::Outside) {
+        const auto listener = listenerAt(destination.port);
+        if (!listener) {
+            return true; // an answer to a private host
+        }
+        insideView = {Protocol::Tcp, *listener, source};
+    }
+    KnownConnection* const known = known_.find(insideView);
+    if (known != nullptr && known->acquaintance == Acquaintance::Introduced) {
+        return true;
+    }
+    bool accepted = false;
+    auto publicEndpoint = publicOf(insideView, accepted);
+    if (!publicEndpoint) {
+        return config_.scope == TranslationScope::Listed;
+    }
+    if (parcel.side == Side::Outside) {
+        publicEndpoint = destination;
+    }
+    if (known == nullptr || known->acquaintance == Acquaintance::Unknown) {
+        return adopt(parcel, insideView, *publicEndpoint, accepted);
+    }
+    const FirstSequences first = known->first;
+    known->acquaintance = Acquaintance::Introduced;
+    introduceAccepted(insideView, first, *publicEndpoint);
+    return true;
+}
+
+void LiveGateway::introduceAccepted(const FlowId& insideView, const FirstSequences& first,
+                                    const Endpoint& publicEndpoint) {
+    PacketLayout layout;
+    const Endpoint told{advertised(publicEndpoint.address), publicEndpoint.port};
+    auto syn = emptySegment(insideView.remote, told, tcpSyn, first.received - 1, 0);
+    classifyPacket(syn, layout);
+    module_.receive(syn, layout);
+    auto answer = emptySegment(insideView.local, insideView.remote, tcpSyn | tcpAck, first.sent - 1,
+                               first.received);
+    classifyPacket(answer, layout);
+    module_.send(answer, layout);
+    hold_.begin(insideView, first.sent);
+    hold_.begin({Protocol::Tcp, insideView.remote, publicEndpoint}, first.received);
+}
+
+// A connection that was there before: it is followed from the first packet that begins with a
+// message. Its other direction is taken to stand between messages too.
+bool LiveGateway::adopt(const Parcel& parcel, const FlowId& insideView,
+                        const Endpoint& publicEndpoint, bool accepted) {
+    const bool sent = parcel.side == Side::Inside;
+    if (!beginsTpkt(payloadOf(parcel.packet, parcel.layout))) {
+        if (known_.find(insideView) == nullptr) {
+            known_.set(insideView, {});
+            counters_.add(Cause::connectionsUnknown);
+            log_.stranger("connection-unknown", {{"inside", toText(insideView.local)},
+                                                 {"remote", toText(insideView.remote)}});
+        }
+        return false;
+    }
+    const uint32_t sequence = sequenceNumber(parcel.packet, parcel.layout);
+    const uint32_t acknowledged = acknowledgementNumber(parcel.packet, parcel.layout);
+    const FirstSequences first =
+        sent ? FirstSequences{sequence, acknowledged} : FirstSequences{acknowledged, sequence};
+    known_.set(insideView, {Acquaintance::Introduced, {}});
+    counters_.add(Cause::connectionsAdopted);
+    if (accepted) {
+        introduceAccepted(insideView, first, publicEndpoint);
+        return true;
+    }
+    PacketLayout layout;
+    auto syn = emptySegment(insideView.local, insideView.remote, tcpSyn, first.sent - 1, 0);
+    classifyPacket(syn, layout);
+    module_.send(syn, layout);
+    receivedAt_ = publicEndpoint;
+    auto answer =
+        emptySegment(insideView.remote, {advertised(publicEndpoint.address), publicEndpoint.port},
+                     tcpSyn | tcpAck, first.received - 1, first.sent);
+    classifyPacket(answer, layout);
+    module_.receive(answer, layout);
+    hold_.begin(insideView, first.sent);
+    hold_.begin({Protocol::Tcp, insideView.remote, publicEndpoint}, first.received);
+    return true;
+}
+
+} // namespace gateway

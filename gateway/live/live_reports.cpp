@@ -1,0 +1,244 @@
+#include "gateway/live/live_gateway.h"
+
+#include "gateway/live/live_roles.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+// What the module tells, and what becomes of it: watched connections, calls, log lines and
+// counters.
+namespace gateway {
+namespace {
+
+Endpoint endpointOf(const H323Endpoint& endpoint) {
+    return {endpoint.address, endpoint.port};
+}
+
+// "setup.h245Address: the host opened no mapping"
+std::string troubleText(const ReportedMessage& message, const ReportedAddress& address) {
+    const std::string path = shortPath(address.path);
+    const std::string where = path.starts_with(message.name) ? path : message.name + " " + path;
+    return where + ": " + leftCauseText(address.cause);
+}
+
+std::string changesText(const ReportedMessage& message) {
+    std::string changes;
+    for (const ReportedAddress& address : message.rewritten) {
+        changes += (changes.empty() ? "" : ", ") + shortPath(address.path) + " " +
+                   toText(address.from) + " -> " + toText(address.to);
+    }
+    return changes;
+}
+
+} // namespace
+
+void LiveGateway::onMessage(const H323ObservedMessage& message) {
+    call_ = message.call;
+    messages_.onMessage(message);
+    const std::string_view name(reinterpret_cast<const char*>(message.name.data),
+                                message.name.length);
+    if (message.direction == H323NAT_RECEIVED &&
+        (name == "gatekeeperConfirm" || name == "registrationConfirm")) {
+        LiveMapping* const mapping = mappings_.findPublic(Protocol::Udp, message.inside.port);
+        if (mapping != nullptr && mapping->kind == MappingKind::Ras &&
+            mapping->owner.remote.address == message.outside.address) {
+            mapping->answered = true;
+        }
+    }
+}
+
+void LiveGateway::onRewritten(const H323ObservedAddress& address) {
+    messages_.onRewritten(address);
+}
+
+void LiveGateway::onLeft(const H323ObservedAddress& address) {
+    messages_.onLeft(address);
+}
+
+void LiveGateway::onCallBegan(const H323ObservedCall& told) {
+    const LiveCall& call = calls_.begin(told, now_);
+    begun_.push_back(call.number);
+    counters_.add(Cause::callsStarted);
+    log_.info("call-start", {{"call", std::to_string(call.number)},
+                             {"direction", call.inbound ? "in" : "out"},
+                             {"inside", toText(call.inside)},
+                             {"remote", toText(call.remote)},
+                             {"from", call.calling},
+                             {"to", call.called}});
+}
+
+void LiveGateway::onCallEnded(const H323ObservedCall& told) {
+    mappings_.endCall(told.call, now_);
+    const LiveCall* const call = calls_.end(told, now_);
+    if (call == nullptr) {
+        return;
+    }
+    over_.push_back(told.call);
+    wantsSweep_ = true;
+    counters_.add(Cause::callsEnded);
+    log_.info("call-end", {{"call", std::to_string(call->number)},
+                           {"direction", call->inbound ? "in" : "out"},
+                           {"inside", toText(call->inside)},
+                           {"remote", toText(call->remote)},
+                           {"seconds", std::to_string(now_ - call->started)},
+                           {"end", endName(call->end)},
+                           {"cause", std::to_string(call->cause)},
+                           {"verdict", call->verdict()}});
+}
+
+void LiveGateway::watch(SetId set, const Endpoint& endpoint) {
+    auto& counts = set == SetId::Expected ? expected_ : listening_;
+    if (++counts[connectionKey(endpoint)] == 1) {
+        table_.add(elementOf(set, endpoint));
+    }
+}
+
+void LiveGateway::unwatch(SetId set, const Endpoint& endpoint) {
+    auto& counts = set == SetId::Expected ? expected_ : listening_;
+    const auto found = counts.find(connectionKey(endpoint));
+    if (found != counts.end() && --found->second == 0) {
+        counts.erase(found);
+        table_.remove(elementOf(set, endpoint));
+    }
+}
+
+void LiveGateway::unwatchDue() {
+    while (!unexpected_.empty() && unexpected_.front().first <= now_) {
+        unwatch(SetId::Expected, unexpected_.front().second);
+        unexpected_.pop_front();
+    }
+}
+
+void LiveGateway::onAnnounced(const H323ObservedConnection& connection) {
+    messages_.onAnnounced(connection);
+    if (connection.protocol != static_cast<uint32_t>(Protocol::Tcp)) {
+        return;
+    }
+    const Endpoint publicEndpoint = endpointOf(connection.publicEndpoint);
+    if (publicEndpoint.port == 0) {
+        if (connection.outside.port != 0 && isFollowedRole(connection.role)) {
+            watch(SetId::Expected, endpointOf(connection.outside));
+        }
+        return;
+    }
+    LiveMapping* const mapping = mappings_.findPublic(Protocol::Tcp, publicEndpoint.port);
+    if (mapping == nullptr) {
+        return; // published: its elements stay
+    }
+    mapping->role = connection.role;
+    if (isFollowedRole(connection.role)) {
+        watch(SetId::Listening, mapping->inside);
+        table_.add(elementOf(SetId::Answering, publicEndpoint.port));
+    }
+}
+
+void LiveGateway::onOver(const H323ObservedConnection& connection) {
+    messages_.onOver(connection);
+    const Endpoint publicEndpoint = endpointOf(connection.publicEndpoint);
+    const auto protocol = static_cast<Protocol>(connection.protocol);
+    if (publicEndpoint.port == 0) {
+        if (protocol == Protocol::Tcp && connection.outside.port != 0 &&
+            isFollowedRole(connection.role)) {
+            unexpected_.emplace_back(now_ + overLinger, endpointOf(connection.outside));
+        }
+        return;
+    }
+    mappings_.markOver(protocol, publicEndpoint.port, now_);
+}
+
+// --- Reports, when the packet is on its way already
+
+void LiveGateway::report(LiveSeconds now) {
+    for (const uint64_t number : std::exchange(begun_, {})) {
+        const auto call = calls_.running().find(number);
+        if (call != calls_.running().end()) {
+            checkTranslated(call->second);
+        }
+    }
+    for (const ReportedMessage& message : messages_.takeMessages()) {
+        calls_.note(message, now);
+        reportMessage(message);
+    }
+    for (const uint64_t number : std::exchange(over_, {})) {
+        if (const LiveCall* const call = calls_.find(number)) {
+            archive_.end(*call);
+        }
+    }
+    call_ = 0;
+}
+
+void LiveGateway::noteMapping(MappingRequest::Kind kind, const Endpoint& inside,
+                              const Endpoint& publicEndpoint, bool reused) {
+    if (archive_.keeps() && !reused) {
+        archive_.noteMapping(
+            call_, {LiveArchive::wallClock(), {kind, inside, publicEndpoint, 0, true, reused}});
+    }
+}
+
+void LiveGateway::reportMessage(const ReportedMessage& message) {
+    const bool repeated = (message.flags & H323NAT_MESSAGE_REPEATED) != 0;
+    const bool sent = message.direction == H323NAT_SENT;
+    counters_.add(repeated ? Cause::messagesRepeated : Cause::messagesSeen);
+    if ((message.flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) != 0) {
+        counters_.add(Cause::messagesUndecodable);
+        log_.stranger("undecodable", {{"direction", sent ? "sent" : "received"},
+                                      {"message", message.name},
+                                      {"inside", toText(message.inside)},
+                                      {"remote", toText(message.outside)}});
+    }
+    if (!message.rewritten.empty()) {
+        counters_.add(Cause::messagesRewritten);
+        if ((message.flags & H323NAT_MESSAGE_SIGNED) != 0) {
+            counters_.add(Cause::messagesSigned);
+        }
+        log_.info("rewrite", {{"direction", sent ? "sent" : "received"},
+                              {"message", message.name},
+                              {"inside", toText(message.inside)},
+                              {"remote", toText(message.outside)},
+                              {"changes", changesText(message)}});
+    }
+    std::vector<ReportedAddress> remaining;
+    if (sent) {
+        remaining = addressesRemaining(message, Network{message.inside.address, 32});
+    }
+    archive_.noteMessage(message, remaining, calls_.find(message.call));
+    for (const ReportedAddress& address : remaining) {
+        counters_.add(Cause::addressesLeft);
+        calls_.noteTrouble(message.call, troubleText(message, address));
+        log_.info("address-left", {{"message", message.name},
+                                   {"inside", toText(message.inside)},
+                                   {"remote", toText(message.outside)},
+                                   {"path", shortPath(address.path)},
+                                   {"address", toText(address.from)},
+                                   {"cause", leftCauseName(address.cause)}});
+    }
+}
+
+void LiveGateway::checkTranslated(const LiveCall& call) {
+    const auto flow = conntrack_.find(Protocol::Tcp, call.inside, call.remote);
+    if (!flow) {
+        return;
+    }
+    const FlowViews views = viewsOf(*flow, !call.inbound);
+    if (!call.inbound && views.outside.address == call.inside.address) {
+        counters_.add(Cause::callsUntranslated);
+        calls_.noteTrouble(call.number, "no rule of the machine translates it");
+        log_.warning("call-untranslated",
+                     {{"inside", toText(call.inside)},
+                      {"leaves_from", toText(views.outside)},
+                      {"hint", "no rule gives this connection the public address " +
+                                   toText(sides_.publicAddress) +
+                                   "; set masquerade = yes or add such a rule"}});
+    }
+    if (views.hasHelper) {
+        counters_.add(Cause::helperSeen);
+        calls_.noteTrouble(call.number, "the kernel's own helper works on it as well");
+        log_.warning("kernel-helper",
+                     {{"inside", toText(call.inside)},
+                      {"hint", "the kernel's nf_conntrack_h323 works on this call as well; remove "
+                               "the rule that assigns it, or unload the module"}});
+    }
+}
+
+} // namespace gateway

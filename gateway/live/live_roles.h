@@ -1,0 +1,20 @@
+#pragma once
+
+#include "gateway/endpoint.h"
+#include "include/h323nat.h"
+
+// What the parts of LiveGateway share.
+namespace gateway {
+
+constexpr uint16_t callSignalPort = 1720;
+
+inline LocalId connectionKey(const Endpoint& endpoint) {
+    return {Protocol::Tcp, endpoint};
+}
+
+// Roles of connections that carry messages for the module.
+inline bool isFollowedRole(uint32_t role) {
+    return role == H323NAT_ROLE_SIGNALLING || role == H323NAT_ROLE_H245;
+}
+
+} // namespace gateway
