@@ -256,8 +256,13 @@ constexpr Setting table[] = {
      },
      "4194304"},
     {"strict", "yes|no",
-     "with scope = listed: encode changed messages anew instead of keeping all other octets",
-     [](LiveConfig& c, std::string_view v) { return readFlag(c.strict, v); }, "no"},
+     "encode changed messages anew instead of keeping all other octets; the listed scope",
+     [](LiveConfig& c, std::string_view v) {
+         std::string wrong = readFlag(c.strict, v);
+         c.scope = wrong.empty() && c.strict ? TranslationScope::Listed : c.scope;
+         return wrong;
+     },
+     "no"},
     {"queue", "h323|all", "packets shown to the module: those that can matter, or all TCP and UDP",
      [](LiveConfig& c, std::string_view v) { return readChoice(c.queueScope, v, "h323", "all"); },
      "h323"},
@@ -362,7 +367,7 @@ std::string checkConfig(const LiveConfig& config) {
         }
     }
     if (config.strict && config.scope == TranslationScope::Full) {
-        return "strict = yes needs scope = listed: the full scope writes addresses alone";
+        return "strict = yes means scope = listed: the full scope writes addresses alone";
     }
     if (config.scope == TranslationScope::Listed && config.published.size() > 1) {
         return "scope = listed knows one published host; leave the others out or use scope = full";

@@ -106,7 +106,9 @@ TEST(LiveConfig, RefusesWhatContradictsItself) {
         {"inside = a\noutside = b\nadvertise = 10.0.0.5\npublish = 10.0.0.5",
          "is the public address"},
         {"inside = a\noutside = b\npublish = 10.0.0.5:20000", "lies within 'ports'"},
-        {"inside = a\noutside = b\nstrict = yes", "strict = yes needs scope = listed"},
+        {"inside = a\noutside = b\nstrict = yes\nscope = full",
+         "strict = yes means scope = listed"},
+        {"inside = a\noutside = b\nstrict = yes", nullptr},
         {"inside = a\noutside = b\nscope = listed\npublish = 10.0.0.5, 10.0.0.6:1721",
          "knows one published host"},
         {"inside = a\noutside = b\npublish = 10.0.0.5, 10.0.0.6:1721", nullptr}};
