@@ -73,9 +73,8 @@
 
 #include <stdint.h>
 
-/* Calling convention of all functions here: C's own. 32-bit Windows: __cdecl, not the __stdcall of
- * WINAPI and CALLBACK, so write H323NAT_CALL into each function and pointer. 64-bit Windows: its one
- * convention; H323NAT_CALL says nothing there. Exported names are undecorated on both. */
+/* Calling convention of all functions here: C's own. On 32-bit Windows that is __cdecl, not the
+ * __stdcall of WINAPI; 64-bit Windows has one alone. Exported names are undecorated on both. */
 #if defined(_WIN32)
 #define H323NAT_CALL __cdecl
 #define H323NAT_API

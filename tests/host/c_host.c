@@ -9,6 +9,7 @@
 #include <string.h>
 
 #if defined(_WIN32)
+#define WIN32_LEAN_AND_MEAN /* no sockets: their names are plain words */
 #include <windows.h>
 #else
 #include <dlfcn.h>

@@ -114,7 +114,7 @@ TEST_F(CallArchiveTest, ACallInTroubleLeavesACaptureWithRemarks) {
     EXPECT_EQ(archive.end(1, known(), inside), "");
     EXPECT_EQ(archive.end(2, known(), inside), "");
     ASSERT_EQ(filesIn(settings.troubled), 1U) << "the translated one leaves none";
-    const std::string path = fs::directory_iterator(settings.troubled)->path();
+    const std::string path = fs::directory_iterator(settings.troubled)->path().string();
     EXPECT_TRUE(path.ends_with("20231114T221320Z-2.pcapng")) << path;
     gateway::CaptureReader reader(path);
     gateway::CapturedFrame frame;
