@@ -1,76 +1,21 @@
-# `cpack` in a build folder makes the Debian package of everything that is installed.
-if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux" OR H323NAT_FOREIGN)
+# `cpack` in a build folder packs everything that is installed: for Debian, or for Windows.
+if(WIN32)
+  set(kind WindowsPackage)
+elseif(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT H323NAT_FOREIGN)
+  set(kind DebianPackages)
+else()
   return()
 endif()
 
-set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME h323nat)
 set(CPACK_PACKAGE_VENDOR "h323nat maintainers")
 set(CPACK_PACKAGE_CONTACT "h323nat maintainers <maintainers@h323nat.invalid>")
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_STRIP_FILES ON)
-
-# Library, what host programs are built with, and the tool with its gateway.
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime development)
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "H.323 address translation for NAT gateways (module)
- A module that a program doing IPv4 NAT loads to translate the addresses in
- H.323 signalling: H.225.0 call signalling, fast start, H.245 and RAS.")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "H.323 address translation for NAT gateways (development)
- The header and the CMake package that programs are built with that load the
- module libh323nat0.")
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION "H.323 address translation for NAT gateways (tools)
- The command-line tool h323nat, which decodes messages, replays captures
- through the module libh323nat0, and runs the gateway that carries the calls
- of private hosts through a Linux router.")
-
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION net)
-set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
-
-set(control "${PROJECT_SOURCE_DIR}/packaging/debian")
-set(same "libh323nat0 (= ${PROJECT_VERSION})")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libh323nat0)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${control}/triggers")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libh323nat-dev)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${same}")
-set(documented libh323nat0:runtime libh323nat-dev:development)
-if(H323NAT_TOOLS)
-  list(APPEND CPACK_COMPONENTS_ALL tools)
-  list(APPEND documented h323nat:tools)
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME h323nat)
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same}")
-  if(TARGET h323gateway_live)
-    set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "nftables")
-    set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA
-      "${control}/conffiles" "${control}/postinst" "${control}/prerm" "${control}/postrm")
-  endif()
-endif()
-
-# What every package has to say of itself.
-find_program(H323NAT_GZIP gzip REQUIRED)
-set(changelog "${PROJECT_BINARY_DIR}/changelog")
-configure_file("${control}/changelog" "${changelog}" COPYONLY)
-execute_process(COMMAND "${H323NAT_GZIP}" --best --no-name --keep --force "${changelog}"
-  COMMAND_ERROR_IS_FATAL ANY)
-foreach(package IN LISTS documented)
-  string(REPLACE ":" ";" package "${package}")
-  list(GET package 0 name)
-  list(GET package 1 component)
-  install(FILES "${changelog}.gz" "${control}/copyright"
-    DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${name}" COMPONENT "${component}")
-endforeach()
+include("${kind}")
 
 # Files in a package bear the time of the commit, and so does the archive around them: the same commit
-# gives the same octets whenever it is packed. CPack leaves the time of day in the archive's headers,
-# so dpkg-deb packs what it made once more.
+# gives the same octets whenever it is packed.
 set(epoch 0)
 find_package(Git QUIET)
 if(GIT_FOUND)
@@ -80,5 +25,4 @@ if(GIT_FOUND)
 endif()
 set(CPACK_PROJECT_CONFIG_FILE "${PROJECT_BINARY_DIR}/package-time.cmake")
 file(WRITE "${CPACK_PROJECT_CONFIG_FILE}" "set(ENV{SOURCE_DATE_EPOCH} ${epoch})\n")
-set(CPACK_POST_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/RepackDebianPackages.cmake")
 include(CPack)

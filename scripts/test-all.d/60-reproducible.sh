@@ -1,6 +1,6 @@
 #!/bin/sh
 # Two builds of the present commit in different folders, at different times, give the same module,
-# package and DLL, octet for octet.
+# packages, DLL and zip, octet for octet.
 set -eu
 cd "$(dirname "$0")/../.."
 
@@ -16,15 +16,16 @@ for folder in one "another one"; do
         (cd build/release && cpack >/dev/null)
         cmake --preset mingw64 --log-level=ERROR -DH323NAT_TESTS=OFF \
             "-DH323NAT_ASN1GEN=$PWD/build/release/bin/asn1gen" >/dev/null
-        cmake --build --preset mingw64 -j "$(nproc)" --target h323nat >/dev/null
+        cmake --build --preset mingw64 -j "$(nproc)" >/dev/null
+        (cd build/mingw64 && cpack >/dev/null)
     )
 done
 cd "$work/one"
 for file in build/release/lib/libh323nat.so.*.*.* build/release/packages/*.deb \
-    build/mingw64/bin/h323nat.dll; do
+    build/mingw64/bin/h323nat.dll build/mingw64/packages/*.zip; do
     if ! cmp "$file" "$work/another one/$file"; then
         echo "reproducible: $file depends on the folder or time of its build" >&2
         exit 1
     fi
 done
-echo "reproducible: module, package and DLL are the same octets"
+echo "reproducible: module, packages, DLL and zip are the same octets"
