@@ -229,6 +229,24 @@ uint8_t tcpFlags(std::span<const uint8_t> packet, const PacketLayout& layout) {
     return packet[layout.ipHeaderLength + tcpFlagsAt];
 }
 
+std::vector<uint8_t> datagram(const Endpoint& source, const Endpoint& destination,
+                              std::span<const uint8_t> payload) {
+    constexpr size_t ipHeader = 20;
+    constexpr size_t udpHeader = 8;
+    std::vector<uint8_t> packet(ipHeader + udpHeader);
+    packet[0] = 0x45;
+    write16(packet, 2, static_cast<uint16_t>(packet.size() + payload.size()));
+    packet[8] = 64; // time to live
+    packet[9] = static_cast<uint8_t>(Protocol::Udp);
+    write32(packet, 12, source.address);
+    write32(packet, 16, destination.address);
+    write16(packet, ipHeader, source.port);
+    write16(packet, ipHeader + 2, destination.port);
+    write16(packet, ipHeader + 4, static_cast<uint16_t>(udpHeader + payload.size()));
+    packet.insert(packet.end(), payload.begin(), payload.end());
+    return packet;
+}
+
 std::vector<uint8_t> emptySegment(const Endpoint& source, const Endpoint& destination,
                                   uint8_t flags, uint32_t sequence, uint32_t acknowledgement) {
     constexpr size_t ipHeader = 20;

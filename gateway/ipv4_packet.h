@@ -55,6 +55,10 @@ constexpr uint8_t tcpAck = 0x10;
 std::vector<uint8_t> emptySegment(const Endpoint& source, const Endpoint& destination,
                                   uint8_t flags, uint32_t sequence, uint32_t acknowledgement);
 
+// A UDP datagram, checksums not set; for the same.
+std::vector<uint8_t> datagram(const Endpoint& source, const Endpoint& destination,
+                              std::span<const uint8_t> payload);
+
 // Converts every 16- and 32-bit field of the IPv4 and the TCP or UDP header in place, options and
 // payload excluded. The conversion is its own inverse; on a big-endian machine it does nothing.
 // `layout` must come from classifyPacket before the conversion (kind Tcp or Udp).

@@ -122,6 +122,7 @@ private:
     void showSent(Parcel& parcel);
     void showReceived(Parcel& parcel);
     Endpoint rasEndpoint(const Endpoint& gatekeeper);
+    void recallRegistration(const LiveMapping& mapping, const Parcel& parcel);
     bool commit();
 
     bool introduce(const Parcel& parcel);
@@ -178,6 +179,7 @@ private:
     LiveSeconds now_ = 0;
     FlowId sentFlow_;              // what the private host sent
     Endpoint receivedAt_;          // where the packet from outside arrived
+    bool recalling_ = false;       // it is made up, to tell the module of an earlier run
     uint64_t call_ = 0;            // of the message in it
     std::vector<uint64_t> opened_; // mappings
     std::vector<uint64_t> begun_;  // calls

@@ -199,6 +199,7 @@ size_t LiveMappings::adopt(std::span<const PortForward> forwards, uint32_t publi
             add(forward.kind, forward.inside, {publicAddress, forward.publicPort}, now);
         mapping.adopted = true;
         mapping.answered = true;
+        mapping.owner.remote.address = forward.gatekeeper;
         mapping.fresh = false;
         ++adopted;
     }
@@ -312,9 +313,11 @@ std::vector<PortForward> LiveMappings::forwardsOf(const LiveMapping& mapping) {
     std::vector<PortForward> forwards;
     forwards.reserve(static_cast<size_t>(mapping.ports()));
     for (int i = 0; i < mapping.ports(); ++i) {
-        forwards.push_back({mapping.kind, neighbour(mapping.publicEndpoint, i).port,
-                            neighbour(mapping.inside, i),
-                            mapping.leaves[i] ? mapping.publicEndpoint.address : 0});
+        forwards.push_back(
+            {mapping.kind, neighbour(mapping.publicEndpoint, i).port, neighbour(mapping.inside, i),
+             mapping.leaves[i] ? mapping.publicEndpoint.address : 0,
+             mapping.kind == MappingKind::Ras && mapping.answered ? mapping.owner.remote.address
+                                                                  : 0});
     }
     return forwards;
 }

@@ -2,6 +2,7 @@
 
 #include "gateway/live/live_roles.h"
 
+#include <array>
 #include <utility>
 
 // Packets on their way through the module, and those that wait for the rest of their message.
@@ -158,6 +159,9 @@ void LiveGateway::showSent(Parcel& parcel) {
     if (parcel.layout.protocol == Protocol::Udp) {
         if (LiveMapping* const mapping = mappings_.findInside(MappingKind::Ras, sentFlow_.local)) {
             mapping->lastUse = now_;
+            if (mapping->adopted && mapping->owner.remote.address == sentFlow_.remote.address) {
+                recallRegistration(*mapping, parcel);
+            }
         }
     }
     parcel.changed = module_.send(parcel.packet, parcel.layout);
@@ -173,6 +177,22 @@ void LiveGateway::showReceived(Parcel& parcel) {
     writeDestination(parcel.packet, parcel.layout, {advertised(meant.address), meant.port});
     parcel.changed = module_.receive(parcel.packet, parcel.layout);
     writeDestination(parcel.packet, parcel.layout, receivedAt_);
+}
+
+// The module opens a registered host's ways once a gatekeeper has confirmed. That it has, to an
+// earlier run, is told by showing the host's request twice and, in between, the beginning of a
+// GatekeeperConfirm: extension bit and index of the CHOICE RasMessage.
+void LiveGateway::recallRegistration(const LiveMapping& mapping, const Parcel& parcel) {
+    static constexpr std::array<uint8_t, 1> confirm = {0x04};
+    const Endpoint told{advertised(mapping.publicEndpoint.address), mapping.publicEndpoint.port};
+    recalling_ = true;
+    std::vector<uint8_t> request(parcel.packet.begin(), parcel.packet.end());
+    module_.send(request, parcel.layout);
+    auto answer = datagram(sentFlow_.remote, told, confirm);
+    PacketLayout layout;
+    classifyPacket(answer, layout);
+    module_.receive(answer, layout);
+    recalling_ = false;
 }
 
 // A flow that is older than its mapping comes back to the port that it left from: the module knows

@@ -35,6 +35,9 @@ std::string changesText(const ReportedMessage& message) {
 
 void LiveGateway::onMessage(const H323ObservedMessage& message) {
     call_ = message.call;
+    if (recalling_) {
+        return;
+    }
     messages_.onMessage(message);
     const std::string_view name(reinterpret_cast<const char*>(message.name.data),
                                 message.name.length);
@@ -49,11 +52,15 @@ void LiveGateway::onMessage(const H323ObservedMessage& message) {
 }
 
 void LiveGateway::onRewritten(const H323ObservedAddress& address) {
-    messages_.onRewritten(address);
+    if (!recalling_) {
+        messages_.onRewritten(address);
+    }
 }
 
 void LiveGateway::onLeft(const H323ObservedAddress& address) {
-    messages_.onLeft(address);
+    if (!recalling_) {
+        messages_.onLeft(address);
+    }
 }
 
 void LiveGateway::onCallBegan(const H323ObservedCall& told) {

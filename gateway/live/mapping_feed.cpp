@@ -15,10 +15,10 @@ namespace gateway {
 namespace {
 
 // A datagram: "H3N", the version, then forwards of `forwardOctets` each: kind, 0, public port,
-// private address, private port, all most significant octet first.
+// private address, private port, gatekeeper, all most significant octet first.
 constexpr std::array<uint8_t, 4> beginning = {'H', '3', 'N', 1};
-constexpr size_t forwardOctets = 10;
-constexpr size_t forwardsAtOnce = 120; // within one Ethernet frame
+constexpr size_t forwardOctets = 14;
+constexpr size_t forwardsAtOnce = 100; // within one Ethernet frame
 
 sockaddr_in addressOf(const Endpoint& endpoint) {
     sockaddr_in address{};
@@ -34,6 +34,11 @@ void put(std::vector<uint8_t>& out, uint64_t value, int octets) {
     }
 }
 
+uint32_t addressAt(std::span<const uint8_t> octets) {
+    return static_cast<uint32_t>(octets[0]) << 24 | static_cast<uint32_t>(octets[1]) << 16 |
+           static_cast<uint32_t>(octets[2]) << 8 | octets[3];
+}
+
 std::optional<PortForward> forwardAt(std::span<const uint8_t> octets) {
     if (octets[0] > static_cast<uint8_t>(MappingKind::Control) || octets[1] != 0) {
         return std::nullopt;
@@ -41,9 +46,8 @@ std::optional<PortForward> forwardAt(std::span<const uint8_t> octets) {
     PortForward forward;
     forward.kind = static_cast<MappingKind>(octets[0]);
     forward.publicPort = static_cast<uint16_t>(octets[2] << 8 | octets[3]);
-    forward.inside.address = static_cast<uint32_t>(octets[4]) << 24 |
-                             static_cast<uint32_t>(octets[5]) << 16 |
-                             static_cast<uint32_t>(octets[6]) << 8 | octets[7];
+    forward.inside.address = addressAt(octets.subspan(4));
+    forward.gatekeeper = addressAt(octets.subspan(10));
     forward.inside.port = static_cast<uint16_t>(octets[8] << 8 | octets[9]);
     return forward.publicPort == 0 || forward.inside.port == 0 ? std::nullopt
                                                                : std::optional(forward);
@@ -85,6 +89,7 @@ void MappingFeed::send(std::span<const PortForward> forwards) const {
             put(datagram, forward.publicPort, 2);
             put(datagram, forward.inside.address, 4);
             put(datagram, forward.inside.port, 2);
+            put(datagram, forward.gatekeeper, 4);
         }
         (void)::send(socket_, datagram.data(), datagram.size(), MSG_NOSIGNAL);
     }

@@ -31,6 +31,7 @@ PortForward forwardOf(const json& saved) {
     forward.kind = static_cast<MappingKind>(kind - kinds.begin());
     forward.inside = {*address, static_cast<uint16_t>(port)};
     forward.publicPort = static_cast<uint16_t>(publicPort);
+    forward.gatekeeper = parseAddress(saved.value("gatekeeper", "0.0.0.0")).value_or(0);
     return forward;
 }
 
@@ -70,7 +71,8 @@ std::string writeState(const std::string& path, const SavedState& state) {
         saved["mappings"].push_back({{"kind", kinds.at(static_cast<size_t>(forward.kind))},
                                      {"inside", toText(forward.inside.address)},
                                      {"port", forward.inside.port},
-                                     {"public", forward.publicPort}});
+                                     {"public", forward.publicPort},
+                                     {"gatekeeper", toText(forward.gatekeeper)}});
     }
     return replaceFile(path, saved.dump() + "\n", OthersMay::Nothing);
 }

@@ -51,7 +51,8 @@ struct PortForward {
     uint16_t publicPort = 0;
     Endpoint inside;
     uint32_t publicAddress =
-        0; // UDP: not 0 when packets of `inside` leave from it and `publicPort`
+        0;                   // UDP: not 0 when packets of `inside` leave from it and `publicPort`
+    uint32_t gatekeeper = 0; // RAS: the one that has confirmed; 0: none
 
     bool operator==(const PortForward&) const = default;
 };

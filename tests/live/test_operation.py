@@ -223,6 +223,27 @@ class OperationTest(GatewayTest):
         self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
         self.assertEqual(gateway.counter("addresses_left"), 0)
 
+    def test_restart_keeps_registrations(self):
+        """The host only renews its registration, and is called."""
+        state = os.path.join(self.folder, "state")
+        gateway = self.start("--state-file", state)
+        found = sample("gk-in")
+        call = self.call(found)
+        call.play(lambda message: message.protocol == "tcp")
+        before = dict(call.announced)
+        gateway.wait_for(lambda now: os.path.exists(state))
+        time.sleep(1.2)
+        gateway.stop()
+        gateway = self.start("--state-file", state)
+        renewal = self.call(found[2:])  # without discovery
+        for name in ("datagram_sockets", "sockets"):
+            setattr(renewal, name, getattr(call, name))
+        renewal.play(ends_call)
+        self.assertEqual(renewal.announced[PRIVATE, 1720], before[PRIVATE, 1720])
+        self.assertEqual(renewal.media_arrives(*RTP), BOTH_WAYS)
+        self.assertEqual(gateway.counter("addresses_left"), 0)
+        self.assertEqual(gateway.counter("messages_undecodable"), 0)
+
     def test_restart_keeps_mappings_and_their_ports(self):
         state = os.path.join(self.folder, "state")
         gateway = self.start("--state-file", state)
