@@ -331,13 +331,15 @@ std::vector<PortForward> LiveMappings::allForwards() const {
     return forwards;
 }
 
+// An older flow to a gatekeeper stays: an answer may be on its way by it.
 FlowSurvey LiveMappings::survey() const {
     FlowSurvey survey;
     for (const LiveMapping& mapping : mappings_) {
         survey.addOwner(mapping.owner);
         for (int i = 0; i < mapping.ports(); ++i) {
             survey.addPort(mapping.number, mapping.protocol(), neighbour(mapping.inside, i),
-                           neighbour(mapping.publicEndpoint, i), mapping.leaves[i], mapping.fresh);
+                           neighbour(mapping.publicEndpoint, i), mapping.leaves[i],
+                           mapping.fresh && mapping.kind == MappingKind::Media);
         }
     }
     return survey;
