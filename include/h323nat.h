@@ -384,7 +384,7 @@ typedef struct H323Endpoint {
 
 /* Bits of H323ObservedMessage.flags. */
 #define H323NAT_MESSAGE_REPEATED UINT32_C(1) /* its octets were sent before */
-#define H323NAT_MESSAGE_SIGNED UINT32_C(2) /* H.235 tokens: a receiver may refuse it rewritten */
+#define H323NAT_MESSAGE_SIGNED UINT32_C(2)   /* H.235 tokens: a receiver may refuse it rewritten */
 #define H323NAT_MESSAGE_NOT_UNDERSTOOD UINT32_C(4) /* it made no sense from some point on */
 
 /*

@@ -19,6 +19,7 @@ struct Outcome {
 
 inline Outcome run(std::vector<std::string> arguments) {
     CLI::App app("", "h323nat");
+    app.allow_windows_style_options(false);
     Outcome outcome;
     addDecodeCommand(app, outcome.status);
     addLocateCommand(app, outcome.status);
