@@ -281,7 +281,7 @@ class OperationTest(GatewayTest):
                                           ["flush", "map", "ip", "h323nat", "media_in"])):
             with self.subTest(" ".join(command)):
                 self.network.on_router("nft", *command)
-                gateway.wait_for(lambda now: now["counters"]["table_remade"] > number, 2)
+                gateway.wait_for(lambda now: now["counters"]["table_remade"] > number, 5)
                 if command[1] == "ruleset":
                     self.network.on_router("nft", operator)
                 stranger = self.network.udp("outside", OUTSIDE, 7000 + number)
@@ -293,9 +293,9 @@ class OperationTest(GatewayTest):
         gateway = self.start("--outside", "out0", "--sweep", "3600")
         moved = "203.0.113.77"
         self.network.on_router("ip", "addr", "flush", "dev", "out0")
-        gateway.wait_for(lambda now: "event=waiting" in gateway.log_text(), 1)
+        gateway.wait_for(lambda now: "event=waiting" in gateway.log_text(), 5)
         self.network.on_router("ip", "addr", "add", moved + "/24", "dev", "out0")
-        gateway.wait_for(lambda now: now["public"] == moved, 1)
+        gateway.wait_for(lambda now: now["public"] == moved, 5)
         call = self.call(sample("fast-tun"), public=moved).play(ends_call)
         self.assertEqual(call.announced[PRIVATE, 5000][0], moved)
         self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
@@ -304,7 +304,7 @@ class OperationTest(GatewayTest):
         gateway = self.start("--inside", "in0, late*")
         self.assertIn("event=start", gateway.log_text())
         other = self.start_again("--outside", "ppp0", "--table", "second", "--queue-number", "2")
-        other.wait_for(lambda now: "there is no outside interface 'ppp0'" in other.log_text(), 2)
+        other.wait_for(lambda now: "there is no outside interface 'ppp0'" in other.log_text(), 5)
 
     def test_a_log_that_nobody_reads_stops_nothing(self):
         read, write = os.pipe()
@@ -328,13 +328,18 @@ class OperationTest(GatewayTest):
             for n in range(0, 20000, 500):
                 part = ", ".join(f"10.7.{m >> 8}.{m & 255}" for m in range(n, n + 500))
                 file.write("add element ip foreign big { " + part + " }\n")
-        gateway = self.start()
-        self.call(sample("fast-tun")).play(ends_call)
-        small = gateway.status()["delay_us_p99"]
+        self.start()
+
+        def seconds_of_calls(first):
+            began = time.monotonic()
+            for number in range(first, first + 20):
+                self.call(other_call(100 + 2 * number, 45000 + number)).play(ends_call)
+            return time.monotonic() - began
+
+        alone = seconds_of_calls(0)
         self.network.on_router("nft", "-f", path)
-        for number in range(10):
-            self.call(other_call(100 + 2 * number, 45000 + number)).play(ends_call)
-        self.assertLess(gateway.status()["delay_us_p99"], max(8 * small, 20000))
+        # By way of nft's text each call took 80 ms more.
+        self.assertLess(seconds_of_calls(20), 2 * alone + 0.8)
 
     def test_metrics_are_for_everybody_to_read(self):
         path = os.path.join(self.folder, "h323nat.prom")

@@ -119,7 +119,7 @@ class StandbyTest(GatewayTest):
         self.network.spawn_on_router = spawn
         call = self.call(sample("tun")).play(ends_call)
         self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
-        second.wait_for(lambda now: now["mapping_total"] >= 1, 3)
+        second.wait_for(lambda now: now["mapping_total"] >= 1, 8)
         time.sleep(0.5)
         first.process.kill()
         self.network.fail_over()
