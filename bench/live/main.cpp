@@ -145,8 +145,12 @@ int main(int argc, char** argv) {
         std::fputs(usage, stderr);
         return 2;
     }
-    const rlimit many{1000000, 1000000};
-    setrlimit(RLIMIT_NOFILE, &many);
+    rlimit files{1000000, 1000000};
+    if (setrlimit(RLIMIT_NOFILE, &files) != 0) {
+        getrlimit(RLIMIT_NOFILE, &files);
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
 
     const std::vector<Script> scripts = readScripts(script);
     Player player(options, scripts);
