@@ -233,9 +233,9 @@ std::vector<uint8_t> datagram(const Endpoint& source, const Endpoint& destinatio
                               std::span<const uint8_t> payload) {
     constexpr size_t ipHeader = 20;
     constexpr size_t udpHeader = 8;
-    std::vector<uint8_t> packet(ipHeader + udpHeader);
+    std::vector<uint8_t> packet(ipHeader + udpHeader + payload.size());
     packet[0] = 0x45;
-    write16(packet, 2, static_cast<uint16_t>(packet.size() + payload.size()));
+    write16(packet, 2, static_cast<uint16_t>(packet.size()));
     packet[8] = 64; // time to live
     packet[9] = static_cast<uint8_t>(Protocol::Udp);
     write32(packet, 12, source.address);
@@ -243,7 +243,7 @@ std::vector<uint8_t> datagram(const Endpoint& source, const Endpoint& destinatio
     write16(packet, ipHeader, source.port);
     write16(packet, ipHeader + 2, destination.port);
     write16(packet, ipHeader + 4, static_cast<uint16_t>(udpHeader + payload.size()));
-    packet.insert(packet.end(), payload.begin(), payload.end());
+    std::copy(payload.begin(), payload.end(), packet.begin() + ipHeader + udpHeader);
     return packet;
 }
 
