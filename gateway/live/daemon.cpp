@@ -31,6 +31,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto soon = std::chrono::milliseconds(200);
+constexpr auto betweenSweeps = std::chrono::seconds(1); // however many calls begin
 constexpr auto longestSleep = std::chrono::seconds(5);
 constexpr int packetsPerTurn = 256; // then signals, status and time get their turn
 
@@ -156,6 +157,7 @@ private:
     LiveSeconds started_;
     std::string missing_; // what the gateway waits for
     Clock::time_point nextSweep_;
+    Clock::time_point lastSweep_;
     Clock::time_point nextWatchdog_;
 };
 
@@ -198,7 +200,7 @@ std::string Daemon::run() {
         const auto now = Clock::now();
         tellWatchdog(now);
         if (gateway_.wantsSweep()) {
-            nextSweep_ = std::min(nextSweep_, now + soon);
+            nextSweep_ = std::min(nextSweep_, std::max(now + soon, lastSweep_ + betweenSweeps));
         }
         if (now >= nextSweep_) {
             beginSweep(now);
@@ -351,6 +353,7 @@ void Daemon::beginSweep(Clock::time_point now) {
     if (!surveys_.isBusy()) {
         surveys_.start(gateway_.survey());
     }
+    lastSweep_ = now;
     nextSweep_ = now + std::chrono::seconds(gateway_.config().sweepInterval);
 }
 

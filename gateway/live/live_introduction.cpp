@@ -84,6 +84,13 @@ bool LiveGateway::introduce(const Parcel& parcel) {
     if (known != nullptr && known->acquaintance == Acquaintance::Introduced) {
         return true;
     }
+    if (known == nullptr && parcel.side == Side::Outside) {
+        // A private host's own connection may have left from a port that is mapped as well.
+        const auto flow = conntrack_.find(Protocol::Tcp, source, destination);
+        if (flow && flow->originalSource != source) {
+            return true;
+        }
+    }
     bool accepted = false;
     auto publicEndpoint = publicOf(insideView, accepted);
     if (!publicEndpoint) {

@@ -195,12 +195,9 @@ void LiveGateway::recallRegistration(const LiveMapping& mapping, const Parcel& p
     recalling_ = false;
 }
 
-// A flow that is older than its mapping comes back to the port that it left from: the module knows
-// the mapping's.
+// A flow that is older than its mapping comes back to the port that it left from, which may be that
+// of another mapping; the module knows the flow's own.
 Endpoint LiveGateway::rasEndpoint(const Endpoint& gatekeeper) {
-    if (mappings_.findPublic(Protocol::Udp, receivedAt_.port) != nullptr) {
-        return receivedAt_;
-    }
     const auto flow = conntrack_.find(Protocol::Udp, gatekeeper, receivedAt_);
     const LiveMapping* const mapping =
         flow ? mappings_.findInside(MappingKind::Ras,

@@ -82,7 +82,6 @@ void LiveGateway::onCallEnded(const H323ObservedCall& told) {
         return;
     }
     over_.push_back(told.call);
-    wantsSweep_ = true;
     counters_.add(Cause::callsEnded);
     log_.info("call-end", {{"call", std::to_string(call->number)},
                            {"direction", call->inbound ? "in" : "out"},

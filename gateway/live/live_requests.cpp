@@ -135,13 +135,11 @@ HostMappingRecord* LiveGateway::findInside(const Endpoint& inside, const Endpoin
 
 HostMappingRecord* LiveGateway::findOutside(const Endpoint& publicEndpoint,
                                             const Endpoint& remote) {
-    if (const auto listener = listenerAt(publicEndpoint.port)) {
-        return recordOf({Protocol::Tcp, *listener, remote});
-    }
     const auto flow =
         conntrack_.find(Protocol::Tcp, remote, {receivedAt_.address, publicEndpoint.port});
     if (!flow) {
-        return nullptr;
+        const auto listener = listenerAt(publicEndpoint.port);
+        return listener ? recordOf({Protocol::Tcp, *listener, remote}) : nullptr;
     }
     const bool startedInside = flow->originalSource != remote;
     const FlowViews views = viewsOf(*flow, startedInside);

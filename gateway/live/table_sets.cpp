@@ -4,6 +4,9 @@ namespace gateway {
 namespace {
 
 constexpr const char* endpointType = "ipv4_addr . inet_service";
+// The kernel keeps plain sets of ports as lists that it walks for every change; those that could
+// time out are hashed.
+constexpr const char* portType = "inet_service; flags timeout";
 constexpr const char* forwardType = "inet_service : ipv4_addr . inet_service";
 
 constexpr TableSet sets[] = {
@@ -12,10 +15,10 @@ constexpr TableSet sets[] = {
     {"control_in", forwardType, true},
     {"media_hosts", endpointType, false},
     {"ras_hosts", endpointType, false},
-    {"ras_in", "inet_service", false},
+    {"ras_in", portType, false},
     {"expected", endpointType, false},
     {"listening", endpointType, false},
-    {"answering", "inet_service", false}};
+    {"answering", portType, false}};
 
 constexpr uint8_t endpointOctets = 8;
 constexpr uint8_t portOctets = 2;

@@ -225,6 +225,20 @@ class CallsTest(GatewayTest):
         first.close()
         self.heard(other, (SECOND_PRIVATE, 5100))
 
+    def test_flows_that_leave_from_ports_of_mappings(self):
+        """Registered before the gateway, or by a rule, from a port that becomes another's mapping."""
+        gateway = self.start("--ports", "20000-20007")
+        self.network.on_router(
+            "nft", "insert", "rule", "ip", "operator", "out", "ip", "saddr", SECOND_PRIVATE,
+            "oifname", "out0", "meta", "l4proto", "tcp", "snat", "to", PUBLIC + ":20000-20007")
+        first = self.call(sample("gk-in"))
+        first.play(lambda message: message.protocol == "tcp")
+        for number in range(4):
+            call = self.call(moved(sample("fast-tun"), SECOND_PRIVATE, 0, 46000 + number))
+            call.play()
+            call.close()
+        self.assertEqual(set(self.verdicts(gateway)), {"translated"})
+
     def test_two_private_hosts_and_one_party(self):
         self.start()
         first = self.call(sample("fast-tun")).play(ends_call)
