@@ -74,13 +74,14 @@ TEST(Fragments, OfAnOctetStringAndOfTheOpenTypeAroundIt) {
 TEST(Fragments, OfAdditions) {
     for (const uint32_t size : SIZES) {
         const Octets data(size, 0x20); // a reason, then what is left unread
+        const Octets unknown(18000, 0x20);
         const Octets octets = written([&](PerContext* ctx) {
             const Octets root = {0x80, 0x00, 0x00};
             int32_t status = pe_bitData(ctx, root.data(), 24);
             status = status != 0 ? status : pe_bits(ctx, 0, 1); // source
             status = status != 0 ? status : pe_beginAdditions(ctx, 2, 3);
             status = status != 0 ? status : pe_OpenType(ctx, size, data.data());
-            return status != 0 ? status : pe_OpenType(ctx, 18000, data.data());
+            return status != 0 ? status : pe_OpenType(ctx, 18000, unknown.data());
         });
         MessageValue value(*findType("H245CloseLogicalChannel"));
         const auto& close = decoded<H245CloseLogicalChannel>(value, octets);

@@ -18,11 +18,14 @@
 
 using namespace gateway;
 
-// The module keeps the records of each start, as its contract says.
-extern "C" const char* __lsan_default_suppressions();
+#ifdef __SANITIZE_ADDRESS__
+// The module keeps the records of each start, as its contract says. Visible: the sanitizer's
+// library looks for it.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
     return "leak:H323InitializeDLL";
 }
+#endif
 
 namespace {
 
