@@ -116,7 +116,8 @@ class Soak(GatewayTest):
         self.assertEqual(counters["calls_started"], number)
         self.assertEqual(counters["calls_ended"], number)
         if resident is not None:
-            self.assertLess(status["resident_kib"], resident + 4096)
+            # Lists with a bound fill: connections seen lately, records, the last calls.
+            self.assertLess(status["resident_kib"], resident + 16384)
         self.assertEqual(running.stop(), 0)
         self.assertNotIn("h323nat", self.ruleset())
 
