@@ -93,6 +93,15 @@ class Gateway:
                 raise AssertionError("never happened:\n" + json.dumps(self.status(), indent=1))
             time.sleep(0.1)
 
+    def processor_milliseconds(self):
+        """Of all its threads, the kernel's work for them included."""
+        total = 0
+        for thread in os.listdir(f"/proc/{self.process.pid}/task"):
+            with open(f"/proc/{self.process.pid}/task/{thread}/schedstat",
+                      encoding="ascii") as file:
+                total += int(file.read().split()[0])
+        return total / 1e6
+
     def log_text(self):
         self.log.seek(0)
         return self.log.read()
