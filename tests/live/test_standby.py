@@ -1,5 +1,5 @@
 """Two routers, of which one stands in for the other: conntrackd copies connections, the gateways tell
-each other of mappings. The first one dies in mid-call. Usage: test_standby.py --program PATH --samples
+each other of mappings, and the addresses move by hand or by keepalived's VRRP. Usage: test_standby.py --program PATH --samples
 DIRECTORY [unittest arguments]"""
 
 import os
@@ -31,6 +31,21 @@ General {{
     Filter From Kernelspace {{
         Protocol Accept {{ TCP UDP }}
         Address Ignore {{ IPv4_address 127.0.0.1 IPv4_address {own} IPv4_address {peer} }}
+    }}
+}}
+"""
+KEEPALIVED = """
+global_defs {{ router_id {name} }}
+vrrp_instance pair {{
+    state BACKUP
+    interface in0
+    virtual_router_id 51
+    priority {priority}
+    version 3
+    advert_int 0.2
+    virtual_ipaddress {{
+        {inside}/24 dev in0
+        {public}/24 dev out0
     }}
 }}
 """
@@ -76,14 +91,26 @@ class TwoRouters(network.Network):
             self._ip_in(host, "route", "replace", "default", "via", INSIDE_ADDRESS)
         self._ip_in(second, "link", "set", end, "up")
 
-    def fail_over(self):
-        """What VRRP does when the active router is gone."""
-        for end in ("in0", "out0"):
+    def cut_off(self):
+        for end in ("in0", "out0", "sync0"):
             self._ip_in(self.names["router"], "link", "set", end, "down")
+
+    def move_addresses(self):
+        """What VRRP does when the active router is gone."""
         for address, end in ((INSIDE_ADDRESS, "in0"), (PUBLIC, "out0")):
             self._ip_in(self.names["second"], "addr", "add", address + "/24", "dev", end)
         for side in ("inside", "outside"):
             self._ip_in(self.names[side], "neigh", "flush", "all")
+
+    def leave_addresses_to_vrrp(self):
+        """But for those that it speaks from itself."""
+        for end in ("in0", "out0"):
+            self._ip_in(self.names["router"], "addr", "flush", "dev", end)
+        for name, address in (("router", "10.0.0.2/24"), ("second", "10.0.0.3/24")):
+            self._ip_in(self.names[name], "addr", "add", address, "dev", "in0")
+
+    def has_addresses(self, side):
+        return PUBLIC in self.run_in(side, "ip", "-4", "addr", "show", "dev", "out0")
 
 
 class StandbyTest(GatewayTest):
@@ -91,15 +118,38 @@ class StandbyTest(GatewayTest):
         self.network = TwoRouters()
         self.addCleanup(self.network.close)
 
-    def conntrackd(self, side, own, peer):
-        path = os.path.join(self.folder, side + ".conf")
+    def written(self, name, text):
+        path = os.path.join(self.folder, name)
         with open(path, "w", encoding="utf-8") as file:
-            file.write(CONNTRACKD.format(own=own, peer=peer, folder=self.folder, name=side))
+            file.write(text)
+        return path
+
+    def spawn(self, side, *command):
         process = subprocess.Popen(
-            ["ip", "netns", "exec", self.network.names[side], "conntrackd", "-C", path],
+            ["ip", "netns", "exec", self.network.names[side], *command],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.addCleanup(lambda: (process.kill(), process.wait()))
+        self.addCleanup(lambda: (process.terminate(), process.wait()))
         return process
+
+    def conntrackd(self, side, own, peer):
+        path = self.written(side + ".conf", CONNTRACKD.format(own=own, peer=peer,
+                                                              folder=self.folder, name=side))
+        return self.spawn(side, "conntrackd", "-C", path)
+
+    def keepalived(self, side, priority):
+        path = self.written(side + ".vrrp", KEEPALIVED.format(
+            name=side, priority=priority, inside=INSIDE_ADDRESS, public=PUBLIC))
+        files = [f"--{kind}={self.folder}/{side}.{kind}" for kind in ("pid", "vrrp_pid")]
+        process = self.spawn(side, "keepalived", "--dont-fork", "--vrrp", "--use-file=" + path,
+                             *files)
+        self.until(lambda: self.network.has_addresses("router"))
+        return process
+
+    def until(self, condition, seconds=10):
+        deadline = time.monotonic() + seconds
+        while not condition():
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.05)
 
     def setUp(self):
         if shutil.which("conntrackd") is None:
@@ -107,6 +157,17 @@ class StandbyTest(GatewayTest):
         super().setUp()
 
     def test_the_active_router_dies_in_mid_call(self):
+        self.play_on_both(lambda: None, self.network.move_addresses)
+
+    def test_keepalived_moves_the_addresses(self):
+        if shutil.which("keepalived") is None:
+            self.skipTest("keepalived is not installed")
+        self.network.leave_addresses_to_vrrp()
+        daemons = [self.keepalived("router", 150), self.keepalived("second", 100)]
+        self.play_on_both(daemons[0].kill,
+                          lambda: self.until(lambda: self.network.has_addresses("second")))
+
+    def play_on_both(self, stop_moving, addresses_move):
         self.conntrackd("router", "192.0.2.1", "192.0.2.2")
         self.conntrackd("second", "192.0.2.2", "192.0.2.1")
         time.sleep(0.5)
@@ -121,8 +182,11 @@ class StandbyTest(GatewayTest):
         self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
         second.wait_for(lambda now: now["mapping_total"] >= 1, 8)
         time.sleep(0.5)
+        # Power fails: nothing says goodbye.
+        stop_moving()
         first.process.kill()
-        self.network.fail_over()
+        self.network.cut_off()
+        addresses_move()
         for pair in (RTP, RTCP):
             self.assertEqual(call.media_arrives(*pair), BOTH_WAYS)
         call.play()  # the rest of the signalling, to its end
