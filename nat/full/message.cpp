@@ -6,9 +6,9 @@
 #include "locator/fields.h"
 #include "nat/full/calls.h"
 #include "nat/full/connections.h"
-#include "nat/full/roles.h"
 #include "nat/message_facts.h"
 #include "nat/observer.h"
+#include "nat/roles.h"
 
 namespace full_scope {
 namespace {

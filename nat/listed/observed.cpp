@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "nat/full/roles.h"
 #include "nat/listed/inbound_state.h"
 #include "nat/message_facts.h"
 #include "nat/observer.h"
+#include "nat/roles.h"
 
 namespace {
 
@@ -107,7 +107,7 @@ void tellAddress(const MessageEdit& edit, const LocatorWalk& walk, const Located
     char path[placePathCapacity];
     const size_t length = placePath(walk, path, sizeof path);
     H323ObservedAddress event = {};
-    event.role = full_scope::roleOf(place, false).role;
+    event.role = roleOf(place, false).role;
     event.offset = static_cast<uint32_t>(before.offset);
     event.path = {reinterpret_cast<const uint8_t*>(path), static_cast<uint32_t>(length)};
     event.from = publicForm(before.endpoint);

@@ -1,9 +1,7 @@
-#include "nat/full/roles.h"
+#include "nat/roles.h"
 
 #include "include/h323nat.h"
 #include "locator/fields.h"
-
-namespace full_scope {
 
 // Alternate transports of signalling (Annex E, SCTP) and addresses in generic data have no role:
 // nothing tells the host how to map them.
@@ -72,5 +70,3 @@ PlaceRole roleOf(const LocatedPlace& place, bool data) {
         return {0, false, false};
     }
 }
-
-} // namespace full_scope

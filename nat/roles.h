@@ -5,8 +5,6 @@
 
 #include "locator/locator.h"
 
-namespace full_scope {
-
 struct PlaceRole {
     uint8_t role; // H323NAT_ROLE_...; 0: none, the address stays
     bool rtcp;    // the RTCP port of a media pair
@@ -15,5 +13,3 @@ struct PlaceRole {
 
 // `data` says that the channel described carries T.120, so that its media channel is a TCP port.
 PlaceRole roleOf(const LocatedPlace& place, bool data);
-
-} // namespace full_scope
