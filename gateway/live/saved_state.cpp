@@ -15,8 +15,18 @@ namespace {
 
 using nlohmann::json;
 
-constexpr unsigned version = 1;
+constexpr unsigned version = 2;
 constexpr std::array<const char*, 3> kinds = {"media", "ras", "control"}; // by MappingKind
+
+// FNV-1a over the members; a single changed octet always shows.
+std::string checkOf(json saved) {
+    saved.erase("check");
+    uint64_t sum = 0xCBF29CE484222325U;
+    for (const char octet : saved.dump()) {
+        sum = (sum ^ static_cast<uint8_t>(octet)) * 0x100000001B3U;
+    }
+    return std::to_string(sum);
+}
 
 PortForward forwardOf(const json& saved) {
     PortForward forward;
@@ -53,6 +63,9 @@ std::string readState(const std::string& path, SavedState& state) {
                         "mappings of the last run";
     }
     try {
+        if (saved.at("check") != checkOf(saved)) {
+            throw json::other_error::create(501, "the check does not fit", nullptr);
+        }
         SavedState found;
         found.seed = saved.at("seed").get<uint64_t>();
         for (const json& forward : saved.at("mappings")) {
@@ -74,6 +87,7 @@ std::string writeState(const std::string& path, const SavedState& state) {
                                      {"public", forward.publicPort},
                                      {"gatekeeper", toText(forward.gatekeeper)}});
     }
+    saved["check"] = checkOf(saved);
     return replaceFile(path, saved.dump() + "\n", OthersMay::Nothing);
 }
 

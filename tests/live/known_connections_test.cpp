@@ -41,15 +41,34 @@ TEST(SavedState, ComesBackOrIsRefused) {
     EXPECT_EQ(read.forwards, written.forwards);
     const auto permissions = std::filesystem::status(path).permissions();
     EXPECT_EQ(permissions & std::filesystem::perms::others_all, std::filesystem::perms::none);
-    for (const char* text :
-         {"", "[]", "{\"version\":2}", "{\"version\":1}",
-          "{\"version\":1,\"seed\":1,\"mappings\":[{\"kind\":\"ras\"}]}",
-          "{\"version\":1,\"seed\":1,\"mappings\":[{\"kind\":\"ras\",\"inside\":\"10.0.0.5\","
-          "\"port\":0,\"public\":20000}]}"}) {
+    std::ifstream file(path);
+    const std::string whole((std::istreambuf_iterator<char>(file)), {});
+    const auto expectRefused = [&](const std::string& text) {
         std::ofstream(path) << text;
         SavedState untouched;
-        EXPECT_NE(readState(path, untouched), "") << text;
-        EXPECT_EQ(untouched.seed, 0U);
+        // Blanks around the text carry nothing.
+        const bool refused = !readState(path, untouched).empty();
+        EXPECT_TRUE(refused || untouched.forwards == written.forwards) << text;
+        EXPECT_EQ(untouched.seed, refused ? 0U : 99U) << text;
+    };
+    for (size_t at = 0; at < whole.size(); ++at) {
+        for (const int change : {1, 128}) {
+            std::string damaged = whole;
+            damaged[at] = static_cast<char>(damaged[at] ^ change);
+            expectRefused(damaged);
+        }
+        if (at + 1 < whole.size()) {
+            expectRefused(whole.substr(0, at));
+        }
+    }
+    for (const PortForward& wrong : {PortForward{MappingKind::Ras, 0, {0x0A000005, 1719}, 0},
+                                     PortForward{MappingKind::Ras, 20001, {0x0A000005, 0}, 0}}) {
+        ASSERT_EQ(writeState(path, {1, {wrong}}), "");
+        EXPECT_NE(readState(path, read), "");
+    }
+    for (const char* text : {"[]", "{\"version\":1,\"seed\":1,\"mappings\":[]}"}) {
+        std::ofstream(path) << text;
+        EXPECT_NE(readState(path, read), "") << text;
     }
     std::filesystem::remove(path);
     EXPECT_EQ(readState(path, read), "");
