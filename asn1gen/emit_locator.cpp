@@ -105,14 +105,14 @@ std::string emitLocatorFields(const LocatePrograms& programs) {
                                            "// Values of LocatedPlace::field: type and member.\n"
                                            "namespace locatorField {\n"
                                            "constexpr uint16_t none = 0;\n";
-    for (size_t i = 0; i < programs.fields.size(); ++i) {
-        text += fmt::format("constexpr uint16_t {} = {};\n", programs.fields[i], i + 1);
+    for (size_t i = 0; i < programs.fields.names.size(); ++i) {
+        text += fmt::format("constexpr uint16_t {} = {};\n", programs.fields.names[i], i + 1);
     }
     text += fmt::format("constexpr uint16_t count = {};\n}} // namespace locatorField\n\n"
                         "// Values of LocatedPlace::alternative.\n"
                         "namespace locatorAlternative {{\n",
-                        programs.fields.size() + 1);
-    for (const auto& [name, number] : programs.alternatives) {
+                        programs.fields.names.size() + 1);
+    for (const auto& [name, number] : programs.fields.alternatives) {
         text += fmt::format("constexpr uint16_t {} = {};\n", name, number);
     }
     return text + "} // namespace locatorAlternative\n";

@@ -15,6 +15,20 @@ bool matches(const std::string& pattern, const std::string& name) {
 
 } // namespace
 
+bool startsAddress(const Type& type, size_t index) {
+    constexpr int64_t addressOctets = 4;
+    constexpr int64_t greatestPort = 65535;
+    if (index + 1 >= type.root.size()) {
+        return false;
+    }
+    const Type& first = type.root[index].type->definition();
+    const Type& second = type.root[index + 1].type->definition();
+    return !type.root[index].optional && !type.root[index + 1].optional &&
+           first.kind == Kind::OctetString && first.size && first.size->lower == addressOctets &&
+           first.size->upper == addressOctets && second.kind == Kind::Integer && second.values &&
+           second.values->lower == 0 && second.values->upper == greatestPort;
+}
+
 LocatePlan::LocatePlan(const Model& model, const std::vector<LocateEntry>& entries)
     : entries(entries) {
     for (const auto& type : model.types) {

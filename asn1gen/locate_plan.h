@@ -25,6 +25,9 @@ struct LocateNode {
     auto operator<=>(const LocateNode&) const = default;
 };
 
+/// Whether an address and its port are the member of the root with this index and the next one.
+bool startsAddress(const Type& type, size_t index);
+
 /// What a list of places says about the types of a model.
 class LocatePlan {
 public:

@@ -7,7 +7,6 @@
 
 #include "asn1gen/layout.h"
 #include "asn1gen/locate_skip.h"
-#include "asn1gen/naming.h"
 
 namespace asn1gen {
 namespace {
@@ -180,33 +179,19 @@ private:
             fmt::format("instruction(LocatorOp::rest, 1, {})", additionsTold ? "lastIfRoot" : "0"));
     }
 
-    static bool startsAddress(const Type& type, size_t index) {
-        constexpr int64_t addressOctets = 4;
-        constexpr int64_t greatestPort = 65535;
-        if (index + 1 >= type.root.size()) {
-            return false;
-        }
-        const Type& first = type.root[index].type->definition();
-        const Type& second = type.root[index + 1].type->definition();
-        return !type.root[index].optional && !type.root[index + 1].optional &&
-               first.kind == Kind::OctetString && first.size &&
-               first.size->lower == addressOctets && first.size->upper == addressOctets &&
-               second.kind == Kind::Integer && second.values && second.values->lower == 0 &&
-               second.values->upper == greatestPort;
-    }
-
     void component(LocateProgram& made, const LocateNode& node, const Component& component,
                    const Behind& behind) {
         const LocateNode member = plan.member(node, component);
         const LocateEntry* presence = plan.presence(node, component);
         if (presence == nullptr) {
-            value(made, member, component.optional, behind, fieldOf(node, component, member),
-                  component.identifier);
+            value(made, member, component.optional, behind,
+                  result.fields.of(plan, node, component, member), component.identifier);
             return;
         }
         const int whole = stub(member, [&](LocateProgram& inner) {
             tellPresence(inner, *presence, node, component);
-            value(inner, member, false, {false, false}, fieldOf(node, component, member), "");
+            value(inner, member, false, {false, false},
+                  result.fields.of(plan, node, component, member), "");
         });
         result.programs[static_cast<size_t>(whole)].hasPlaces = true;
         call(made, whole, component.optional, behind, 0, component.identifier);
@@ -216,7 +201,7 @@ private:
                       const Component& component) {
         add(made, "instruction(LocatorOp::tellPresence, 3)");
         add(made, kindWord(entry));
-        add(made, std::to_string(field(node.type->name + "_" + cName(component.identifier))));
+        add(made, std::to_string(result.fields.number(*node.type, component)));
     }
 
     void additions(LocateProgram& made, const LocateNode& node) {
@@ -252,7 +237,7 @@ private:
     int additionProgram(const LocateNode& node, const Component& component) {
         const LocateNode member = plan.member(node, component);
         const LocateEntry* presence = plan.presence(node, component);
-        const uint16_t held = fieldOf(node, component, member);
+        const uint16_t held = result.fields.of(plan, node, component, member);
         if (presence == nullptr && held == 0) {
             return program(member);
         }
@@ -264,33 +249,6 @@ private:
                 value(inner, member, false, {true, false}, held, "");
             }
         });
-    }
-
-    // Fields.
-
-    uint16_t field(const std::string& name) {
-        const auto known = std::find(result.fields.begin(), result.fields.end(), name);
-        const auto index = known - result.fields.begin();
-        if (known == result.fields.end()) {
-            result.fields.push_back(name);
-        }
-        return static_cast<uint16_t>(index + 1);
-    }
-
-    // The field of a member that is an address, or told; 0 for any other.
-    uint16_t fieldOf(const LocateNode& node, const Component& component, const LocateNode& member) {
-        const Type* type = member.type;
-        while (type->kind == Kind::List) {
-            type = &type->element->definition();
-        }
-        const bool holdsAddress =
-            plan.isPart(*type) && !plan.isPart(*node.type) && plan.hasPlaces(member);
-        const bool isTold = member.told != nullptr && !member.told->members.empty() &&
-                            member.told->verb != Verb::Inside;
-        if (!holdsAddress && !isTold) {
-            return 0;
-        }
-        return field(node.type->name + "_" + cName(component.identifier));
     }
 
     // Values.
@@ -470,11 +428,11 @@ private:
             fmt::format("{} | {} << argumentShift", type.root.size() - 1, type.additions.size()));
         if (isTold) {
             if (held == 0) {
-                held = field(type.name);
+                held = result.fields.number(type);
             }
             add(made, kindWord(*node.told));
             add(made, std::to_string(held));
-            tellAlternatives(type);
+            result.fields.addAlternatives(type);
         }
         for (const auto* list : {&type.root, &type.additions}) {
             for (const Component& component : *list) {
@@ -497,23 +455,10 @@ private:
         return result.programs[static_cast<size_t>(program)].hasPlaces;
     }
 
-    void tellAlternatives(const Type& type) {
-        for (const auto* list : {&type.root, &type.additions}) {
-            for (const Component& component : *list) {
-                const std::pair<std::string, uint32_t> entry{
-                    type.name + "_" + cName(component.identifier), component.alternative};
-                if (std::find(result.alternatives.begin(), result.alternatives.end(), entry) ==
-                    result.alternatives.end()) {
-                    result.alternatives.push_back(entry);
-                }
-            }
-        }
-    }
-
     // -1: nothing to walk.
     int alternative(const LocateNode& node, const Component& component) {
         const LocateNode member = plan.member(node, component);
-        const uint16_t held = fieldOf(node, component, member);
+        const uint16_t held = result.fields.of(plan, node, component, member);
         if (plan.hasPlaces(member)) {
             if (held == 0) {
                 return program(member);

@@ -2,10 +2,9 @@
 
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "asn1gen/locate_plan.h"
+#include "asn1gen/locate_fields.h"
 
 namespace asn1gen {
 
@@ -26,8 +25,7 @@ struct LocateProgram {
 struct LocatePrograms {
     std::vector<LocateProgram> programs;
     std::vector<int> roots;
-    std::vector<std::string> fields; ///< number 1 first
-    std::vector<std::pair<std::string, uint32_t>> alternatives;
+    LocateFields fields;
 };
 
 /// Makes the programs for all that the list asks for; equal ones without places are one. Throws
