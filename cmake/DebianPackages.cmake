@@ -46,7 +46,7 @@ endif()
 # What every package has to say of itself.
 find_program(H323NAT_GZIP gzip REQUIRED)
 set(changelog "${PROJECT_BINARY_DIR}/changelog")
-configure_file("${control}/changelog" "${changelog}" COPYONLY)
+configure_file("${control}/changelog" "${changelog}" @ONLY)
 execute_process(COMMAND "${H323NAT_GZIP}" --best --no-name --keep --force "${changelog}"
   COMMAND_ERROR_IS_FATAL ANY)
 foreach(package IN LISTS documented)

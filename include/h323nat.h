@@ -36,6 +36,13 @@
  *                    that of an H.245 address with its connection or when none comes, and any,
  *                    RAS included, when it was not used for a while.
  *
+ * WHAT MAY CHANGE
+ *
+ *   A host works with every module whose binary interface has the number that it was built for,
+ *   the last of libh323nat.so.0: names, arguments, numbers and layouts stay. Added may be functions,
+ *   and what an observer is told: members at the end of its records, and numbers and bits, which a
+ *   host passes over when it does not know them.
+ *
  * LIMITS OF THE LISTED SCOPE
  *
  *   50 signalling and 50 H.245 connections of outbound calls, one inbound call. What comes beyond
@@ -297,9 +304,7 @@ H323NAT_API uint32_t H323NAT_CALL TarvexPacketOnReceiving(HostContext* hostConte
  *
  * The host sets descriptor->moduleIpHeader, transportHeader and transportLength. The IP header's
  * 20 octets and transportLength octets at transportHeader must be readable. The hook may rewrite
- * octets of a TCP or UDP payload in place; it then sets PACKET_CHANGED, and the host computes the
- * TCP or UDP checksum anew. No length, sequence number or header octet ever changes. A packet with
- * contradictory lengths passes as it is.
+ * octets of a TCP or UDP payload; all else is as above.
  *
  * Result: always 0.
  */
@@ -354,8 +359,7 @@ H323NAT_API uint32_t H323NAT_CALL H323SetRewriteMode(uint32_t mode);
  * All memory of the full scope is taken here, nothing later. A call forgets all calls that are
  * followed, also when the scope stays the same; the memory of an earlier call is given back.
  *
- * Result: 1, or 0 when memory does not suffice or the scope is none of these. Nothing has changed
- * then.
+ * Result: 1, or 0, and nothing changed: memory does not suffice, or the scope is none of these.
  */
 H323NAT_API uint32_t H323NAT_CALL H323SetTranslationScope(uint32_t scope, uint32_t calls);
 
@@ -404,10 +408,7 @@ typedef struct H323ObservedMessage {
     uint64_t call;             /* number of the call that it is counted to; 0: of none */
 } H323ObservedMessage;
 
-/*
- * Why an address stays as it is: X(NAME, number, text). Hosts make counters and texts of it; a host
- * must expect further numbers.
- */
+/* Why an address stays as it is: X(NAME, number, text). Hosts make counters and texts of it. */
 #define H323NAT_LEFT_CAUSES(X)                                                                     \
     X(NOT_THE_SENDERS, 1, "not the sender's own address")                                          \
     X(REFUSED, 2, "the host opened no mapping")                                                    \
@@ -440,10 +441,9 @@ typedef struct H323ObservedAddress {
 } H323ObservedAddress;
 
 /* How a call ended. */
-#define H323NAT_END_RELEASED UINT32_C(1) /* by a ReleaseComplete */
-#define H323NAT_END_CLOSED UINT32_C(2)   /* its connection was closed */
-#define H323NAT_END_FORGOTTEN                                                                      \
-    UINT32_C(3) /* its record went to another call, or the scope changed */
+#define H323NAT_END_RELEASED UINT32_C(1)  /* by a ReleaseComplete */
+#define H323NAT_END_CLOSED UINT32_C(2)    /* its connection was closed */
+#define H323NAT_END_FORGOTTEN UINT32_C(3) /* its record was needed, or the scope changed */
 
 typedef struct H323ObservedCall {
     uint64_t call;      /* from 1 on; no number comes twice */
