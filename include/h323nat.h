@@ -39,9 +39,9 @@
  * WHAT MAY CHANGE
  *
  *   A host works with every module whose binary interface has the number that it was built for,
- *   the last of libh323nat.so.0: names, arguments, numbers and layouts stay. Added may be functions,
- *   and what an observer is told: members at the end of its records, and numbers and bits, which a
- *   host passes over when it does not know them.
+ *   the last of libh323nat.so.0: names, arguments, numbers and layouts stay. Added may be
+ *   functions, members at the end of the records that an observer is shown, and numbers and bits in
+ *   them, which a host passes over when it does not know them.
  *
  * LIMITS OF THE LISTED SCOPE
  *
