@@ -25,10 +25,13 @@ KINDS = {"h245": "separate H.245", "tun": "tunnelled", "fast-tun": "fast start",
          "gk-direct": "registered"}
 WITH_HELPER = ("h245", "fast-tun")  # the kernel's helper does not look into tunnelled H.245
 REGISTRATIONS = 1800  # the gateway keeps eight for each private host
+CALLS_OF_A_PART = 4700  # each takes four open files
 HOSTS = [f"10.0.0.{16 + i}" for i in range(229)]
 GATEWAY_CPU, LOAD_CPU = "1", "0"
 SETTINGS = {"--sweep": "5", "--calls": "20000", "--ports": "5000-31999", "--mappings-per-host": "10000",
-            "--media-idle": "2", "--unanswered-per-host": "1000", "--queue-length": "65536"}
+            "--unanswered-per-host": "1000", "--queue-length": "65536"}
+
+SOON_FREE = ("--media-idle", "2")  # ports of calls that are over
 
 
 def identifier(found):
@@ -91,8 +94,9 @@ def busy_seconds():
 class Router:
     """What stands between the two sides: 'gateway', 'plain' or 'helper'."""
 
-    def __init__(self, between):
+    def __init__(self, between, *settings):
         self.between = between
+        self.settings = settings
         self.network = Network()
         self.folder = tempfile.TemporaryDirectory()
         self.gateway = None
@@ -117,7 +121,7 @@ class Router:
                 ' tcp dport 1720 ct helper set "q931"; }; }')
         if self.between == "gateway":
             words = [word for setting in SETTINGS.items() for word in setting]
-            self.gateway = Gateway(self.network, self.folder.name, *words)
+            self.gateway = Gateway(self.network, self.folder.name, *words, *self.settings)
             if not ARGUMENTS.short:
                 subprocess.run(["taskset", "-apc", GATEWAY_CPU, str(self.gateway.process.pid)],
                                check=True, capture_output=True)
@@ -132,7 +136,13 @@ class Router:
         self.network.close()
         self.folder.cleanup()
 
-    def load(self, kinds, calls, *options):
+    def load(self, kinds, calls, *options, part=0):
+        """One of several parts of a load calls another address."""
+        called, gatekeeper = OUTSIDE, GATEKEEPER
+        if part:
+            called, gatekeeper = f"203.0.113.{20 + 2 * part}", f"203.0.113.{21 + 2 * part}"
+            for address in (called, gatekeeper):
+                self.network.run_in("outside", "ip", "addr", "add", address + "/24", "dev", "eth0")
         path = os.path.join(self.folder.name, "script")
         with open(path, "w", encoding="ascii") as file:
             file.writelines(script(kind, ARGUMENTS.samples) for kind in kinds)
@@ -140,8 +150,8 @@ class Router:
         return subprocess.Popen(
             [*pin, ARGUMENTS.load, "--script", path, "--between", self.between, "--inside",
              self.network.names["inside"], "--outside", self.network.names["outside"], "--host",
-             f"{HOSTS[0]}:{len(HOSTS)}", "--public", PUBLIC + ":0", "--called", OUTSIDE + ":1720",
-             "--gatekeeper", GATEKEEPER + ":1719", "--calls", str(calls), *map(str, options)],
+             f"{HOSTS[0]}:{len(HOSTS)}", "--public", PUBLIC + ":0", "--called", called + ":1720",
+             "--gatekeeper", gatekeeper + ":1719", "--calls", str(calls), *map(str, options)],
             stdout=subprocess.PIPE, stdin=subprocess.PIPE, text=True)
 
     def measured(self, kind, calls, *options):
@@ -182,7 +192,7 @@ def rates(calls):
         for between in ("gateway",) if ARGUMENTS.short else ("gateway", "plain", "helper"):
             if between == "helper" and kind not in WITH_HELPER:
                 continue
-            with Router(between) as router:
+            with Router(between, *SOON_FREE) as router:
                 full = router.measured(kind, calls, "--window", ARGUMENTS.window)
                 half = half or full["rate"] / 2
                 calm = router.measured(kind, calls // 2, "--rate", half, "--first", calls)
@@ -192,30 +202,36 @@ def rates(calls):
 
 
 def held(calls, milliseconds):
-    """Many calls at once, and RTP over all of them."""
+    """Many calls at once, and RTP over all of them. A process may open so many files only."""
     print("\n| calls at once | memory before, KiB | with the calls, KiB | RTP packets a second | lost |")
     print("|---|--:|--:|--:|--:|")
+    parts = -(-calls // CALLS_OF_A_PART)
     for between in ("gateway",) if ARGUMENTS.short else ("gateway", "plain"):
         with Router(between) as router:
             def resident():
                 return router.gateway.status()["resident_kib"] if router.gateway else "-"
 
             before = resident()
-            load = router.load(("tun", "fast-tun"), calls, "--hold", "--media", milliseconds, "--window", 32)
-            up = json.loads(load.stdout.readline())
-            check(router, up)
+            loads = []
+            for part in range(parts):
+                first, last = calls * part // parts, calls * (part + 1) // parts
+                loads.append(router.load(("tun", "fast-tun"), last - first, "--first", first, "--hold",
+                                         "--media", milliseconds, "--window", 32, part=part))
+                check(router, json.loads(loads[-1].stdout.readline()))
             during = resident()
             if router.gateway and router.gateway.status()["call_total"] != calls:
                 WRONG.append(f"{router.gateway.status()['call_total']} calls at once, not {calls}")
-            load.stdin.write("go\n")
-            load.stdin.flush()
-            media = json.loads(load.stdout.readline())
-            check(router, json.loads(load.communicate(timeout=300)[0]))
-            lost = media["rtp_sent"] - media["rtp_arrived"]
-            if lost:
-                WRONG.append(f"{between}: {lost} RTP packets lost")
+            for load in loads:
+                load.stdin.write("go\n")
+                load.stdin.flush()
+            media = [json.loads(load.stdout.readline()) for load in loads]
+            for load in loads:
+                check(router, json.loads(load.communicate(timeout=300)[0]))
+            sent, arrived = (sum(part["rtp_" + what] for part in media) for what in ("sent", "arrived"))
+            if sent != arrived:
+                WRONG.append(f"{between}: {sent - arrived} RTP packets lost")
             print(f"| {between}, {calls} calls | {before} | {during} |"
-                  f" {media['rtp_arrived'] * 1000 / milliseconds:.0f} | {lost} |", flush=True)
+                  f" {arrived * 1000 / milliseconds:.0f} | {sent - arrived} |", flush=True)
 
 
 def main():
@@ -244,8 +260,7 @@ if __name__ == "__main__":
     parser.add_argument("--short", action="store_true", help="a few calls; times mean nothing")
     parser.add_argument("--only", choices=("rate", "held"))
     parser.add_argument("--calls", type=int, default=6000)
-    parser.add_argument("--at-once", type=int, default=10000,
-                        help="each held call takes four open files of the load")
+    parser.add_argument("--at-once", type=int, default=10000)
     parser.add_argument("--window", type=int, default=32)
     ARGUMENTS = parser.parse_args()
     WRONG = []

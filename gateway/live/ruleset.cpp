@@ -26,36 +26,59 @@ std::string ownAddresses(const LiveConfig& config, uint32_t publicAddress) {
                : "{ " + own + ", " + toText(config.advertisedAddress) + " }";
 }
 
-// What private hosts send out. What they send to each other, or to the router itself, is not for
-// the module.
+// What private hosts send to each other, or to the router itself, is not for the module.
+std::string stayingRules(const LiveConfig& config) {
+    return "    fib daddr type != unicast return\n" +
+           forEachInside(config, "fib daddr oifname", "return");
+}
+
+// To look up where a packet goes costs more than to see that it is none of ours.
 std::string sentRules(const LiveConfig& config) {
-    const std::string rules = "    fib daddr type != unicast return\n" +
-                              forEachInside(config, "fib daddr oifname", "return") +
-                              "    ip saddr . udp sport @media_hosts goto media_sent\n";
+    const std::string media = "    ip saddr . udp sport @media_hosts goto media_sent\n";
     if (config.queueScope == QueueScope::All) {
-        return rules + "    meta l4proto { tcp, udp } goto to_module\n";
+        return media + "    meta l4proto { tcp, udp } goto outward\n";
     }
-    return rules + "    udp dport { 1718, 1719 } goto to_module\n"
-                   "    ip saddr . udp sport @ras_hosts goto to_module\n"
-                   "    tcp dport 1720 goto to_module\n"
-                   "    ip daddr . tcp dport @expected goto to_module\n"
-                   "    ip saddr . tcp sport @listening goto to_module\n";
+    return media + "    udp dport { 1718, 1719 } goto outward\n"
+                   "    ip saddr . udp sport @ras_hosts goto outward\n"
+                   "    tcp dport 1720 goto outward\n"
+                   "    ip daddr . tcp dport @expected goto outward\n"
+                   "    ip saddr . tcp sport @listening goto outward\n";
+}
+
+std::string mediaSentRules(const LiveConfig& config) {
+    return stayingRules(config) +
+           "    update @active { ip saddr . udp sport }\n"
+           "    update @peers { ip saddr . udp sport . ip daddr }\n" +
+           (config.queueScope == QueueScope::All ? "    goto to_module\n" : "");
 }
 
 // What comes from outside is shown as an answer to a private host, or once the connection is
 // established: a SYN, or an answer to nothing, may come from anybody under any address.
 std::string receivedRules(const LiveConfig& config) {
-    const std::string rules = "    fib daddr type != local return\n";
     if (config.queueScope == QueueScope::All) {
-        return rules + "    meta l4proto { tcp, udp } goto to_module\n";
+        return "    meta l4proto { tcp, udp } goto inward\n";
     }
-    return rules + "    udp dport @ras_in goto to_module\n"
-                   "    udp sport { 1718, 1719 } ct direction reply goto to_module\n"
-                   "    meta l4proto != tcp return\n"
-                   "    ct state != established return\n"
-                   "    ct direction reply tcp sport { 1503, 1720 } goto to_module\n"
-                   "    ct direction reply ip saddr . tcp sport @expected goto to_module\n"
-                   "    ct direction original tcp dport @answering goto to_module\n";
+    return "    udp dport @ras_in goto inward\n"
+           "    udp sport { 1718, 1719 } ct direction reply goto inward\n"
+           "    meta l4proto != tcp return\n"
+           "    ct state != established return\n"
+           "    ct direction reply tcp sport { 1503, 1720 } goto inward\n"
+           "    ct direction reply ip saddr . tcp sport @expected goto inward\n"
+           "    ct direction original tcp dport @answering goto inward\n";
+}
+
+// RTP of a flow that has gone both ways for some seconds has nothing more to tell, but that it goes
+// on: every 32nd packet, by its sequence number, does that. Each comparison costs every packet, so
+// they are few: version, no contributing sources, no marker. RTCP has the marker's bit. A RAS
+// message looks like that only if it is a RequestInProgress, which comes from RAS's port.
+std::string streamRule(const LiveConfig& config) {
+    constexpr uint32_t leastIdle = 60; // one RTP packet a second is heard of within it
+    if (config.queueScope == QueueScope::All || config.mediaIdle < leastIdle ||
+        config.callIdle < leastIdle) {
+        return "";
+    }
+    return "    ip protocol udp ct status assured @th,64,16 & 0xef80 == 0x8000"
+           " @th,80,16 & 0x1f != 0 udp sport != 1719 accept\n";
 }
 
 // An acknowledgement without payload tells the module nothing, and every second packet is one.
@@ -81,22 +104,25 @@ std::string hairpinRules() {
            "    dnat ip to tcp dport map @control_in\n";
 }
 
+// Once a private host has sent media from a port, only those to whom it sends may send to it. What
+// it has answered came from one of these, so only flows that it did not answer are looked at: their
+// first packet when it is translated, later ones, of which the private endpoint is known, on
+// arrival.
+std::string guardRule(const LiveConfig& config, const std::string& flow,
+                      const std::string& endpoint) {
+    return config.mediaSource == MediaSource::Any ? ""
+                                                  : "    " + flow + " " + endpoint + " @active " +
+                                                        endpoint + " . ip saddr != @peers drop\n";
+}
+
 std::string leavingRules(const LiveConfig& config) {
     const std::string hairpin = "ip saddr . th sport @hairpin ";
-    return "    oifname \"" + config.outside +
+    return guardRule(config, "iifname \"" + config.outside + "\"", "ip daddr . udp dport") +
+           "    oifname \"" + config.outside +
            "\" snat ip to ip saddr . udp sport map @media_out\n" +
            forEachInside(config, "oifname",
                          hairpin + "snat ip to ip saddr . udp sport map @media_out") +
            forEachInside(config, "oifname", hairpin + "masquerade");
-}
-
-// Once a private host has sent media from a port, only those to whom it sends may send to it.
-std::string guardRules(const LiveConfig& config) {
-    return config.mediaSource == MediaSource::Any
-               ? ""
-               : "    iifname \"" + config.outside +
-                     "\" ip daddr . udp dport @active"
-                     " ip daddr . udp dport . ip saddr != @peers drop\n";
 }
 
 std::string chain(const std::string& name, const std::string& hook, const std::string& rules) {
@@ -131,23 +157,22 @@ struct Chain {
 // In the order in which one refers to another. A dry run shows packets to the module and translates
 // nothing.
 std::vector<Chain> chainsOf(const LiveConfig& config, uint32_t publicAddress) {
+    const std::string answers = guardRule(config, "meta l4proto udp ct state new",
+                                          "ct reply ip saddr . ct reply proto-src");
     std::vector<Chain> chains = {
-        {"media_sent", "",
-         "    update @active { ip saddr . udp sport }\n"
-         "    update @peers { ip saddr . udp sport . ip daddr }\n" +
-             std::string(config.queueScope == QueueScope::All ? "    goto to_module\n" : "")},
+        {"media_sent", "", mediaSentRules(config)},
+        {"outward", "", stayingRules(config) + "    goto to_module\n"},
+        {"inward", "", "    fib daddr type != local return\n    goto to_module\n"},
         {"sent", "", sentRules(config)},
-        {"received", "", receivedRules(config)},
+        {"received", "", (config.dryRun ? "" : answers) + receivedRules(config)},
         {"classify", "type filter hook prerouting priority dstnat - 10; policy accept;",
-         forEachInside(config, "iifname", "goto sent") + "    iifname \"" + config.outside +
-             "\" goto received\n"}};
+         streamRule(config) + forEachInside(config, "iifname", "goto sent") + "    iifname \"" +
+             config.outside + "\" goto received\n"}};
     if (!config.dryRun) {
         const std::vector<Chain> translating = {
             {"hairpin_arriving", "", hairpinRules()},
             {"arriving", "type nat hook prerouting priority dstnat - 5; policy accept;",
              forwardRules(config, publicAddress)},
-            {"guard", "type filter hook forward priority filter - 5; policy accept;",
-             guardRules(config)},
             {"leaving", "type nat hook postrouting priority srcnat - 5; policy accept;",
              leavingRules(config)},
             {"masquerading", "type nat hook postrouting priority srcnat + 5; policy accept;",

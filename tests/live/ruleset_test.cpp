@@ -30,6 +30,10 @@ TEST(Ruleset, SettingsShowInTheRules) {
         {"advertise = 198.51.100.7",
          "iifname \"in0\" ip daddr { 203.0.113.1, 198.51.100.7 } goto hairpin_arriving", true},
         {"queue = all", "tcp dport 1720", false},
+        {"", "ct status assured", true},
+        {"queue = all", "ct status assured", false},
+        {"media-idle = 59", "ct status assured", false},
+        {"call-idle = 59", "ct status assured", false},
         {"table = other", "table ip other {", true}};
     for (const Case& each : cases) {
         LiveConfig config;

@@ -1,6 +1,7 @@
 """What strangers try against the live gateway, and web pages and hosts inside. Usage:
 test_strangers.py --program PATH --samples DIRECTORY [unittest arguments]"""
 
+import json
 import socket
 import struct
 import time
@@ -162,6 +163,44 @@ class StrangersTest(GatewayTest):
                 moved.sendto(b"moved", public)
                 self.assertEqual(inside.recv(99), b"moved")
                 gateway.stop()
+
+    def seconds_since_learned(self):
+        listed = json.loads(self.network.on_router("nft", "-j", "list", "set", "ip", "h323nat",
+                                                   "peers"))
+        elements = next(item["set"]["elem"] for item in listed["nftables"] if "set" in item)
+        return next(3600 - element["elem"]["expires"] for element in elements
+                    if element["elem"]["val"]["concat"] == [*RTP[0], OUTSIDE])
+
+    def test_media_that_runs(self):
+        """Of a flow that goes both ways few packets are looked at; what was learned stays so."""
+        self.start()
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        private, remote = (call.datagram_socket(end) for end in RTP)
+        public = call.announced[RTP[0]]
+
+        def say(*numbers):
+            for number in numbers:
+                rtp = struct.pack("!BBH8x", 0x80, 0, number) + b"voice"
+                for sender, target, reader in ((private, RTP[1], remote), (remote, public, private)):
+                    sender.sendto(rtp, target)
+                    self.assertEqual(reader.recv(99), rtp)
+
+        for _ in range(2):
+            time.sleep(2.5)
+            say(32)
+        self.assertLess(self.seconds_since_learned(), 2)
+        time.sleep(2.5)
+        say(*range(33, 64))
+        self.assertGreaterEqual(self.seconds_since_learned(), 2)
+        say(64)
+        self.assertLess(self.seconds_since_learned(), 2)
+        stranger = self.network.udp("outside", GATEKEEPER, 9000)
+        self.addCleanup(stranger.close)
+        for _ in range(2):
+            stranger.sendto(struct.pack("!BBH8x", 0x80, 0, 65) + b"late", public)
+        private.settimeout(0.3)
+        self.assertRaises(TimeoutError, private.recv, 99)
 
     def test_strangers_do_not_keep_a_mapping_open(self):
         gateway = self.start("--media-idle", "2", "--media-source", "any")
