@@ -203,8 +203,9 @@ def rates(calls):
 
 def held(calls, milliseconds):
     """Many calls at once, and RTP over all of them. A process may open so many files only."""
-    print("\n| calls at once | memory before, KiB | with the calls, KiB | RTP packets a second | lost |")
-    print("|---|--:|--:|--:|--:|")
+    print("\n| calls at once | memory before, KiB | with the calls, KiB | RTP packets a second |"
+          " µs of the processor each | lost |")
+    print("|---|--:|--:|--:|--:|--:|")
     parts = -(-calls // CALLS_OF_A_PART)
     for between in ("gateway",) if ARGUMENTS.short else ("gateway", "plain"):
         with Router(between) as router:
@@ -227,11 +228,13 @@ def held(calls, milliseconds):
             media = [json.loads(load.stdout.readline()) for load in loads]
             for load in loads:
                 check(router, json.loads(load.communicate(timeout=300)[0]))
-            sent, arrived = (sum(part["rtp_" + what] for part in media) for what in ("sent", "arrived"))
+            sent, arrived, spent = (sum(part[what] for part in media)
+                                    for what in ("rtp_sent", "rtp_arrived", "own_cpu"))
             if sent != arrived:
                 WRONG.append(f"{between}: {sent - arrived} RTP packets lost")
             print(f"| {between}, {calls} calls | {before} | {during} |"
-                  f" {arrived * 1000 / milliseconds:.0f} | {sent - arrived} |", flush=True)
+                  f" {arrived * 1000 / milliseconds:.0f} | {1e6 * spent / sent:.2f} |"
+                  f" {sent - arrived} |", flush=True)
 
 
 def main():

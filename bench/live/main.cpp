@@ -161,11 +161,12 @@ int main(int argc, char** argv) {
         waitForLine();
         if (mediaMilliseconds > 0) {
             uint64_t sent = 0;
+            const double before = ownProcessorTime();
             const uint64_t arrived =
                 player.sendMedia(std::chrono::milliseconds(mediaMilliseconds), sent);
-            std::printf("{\"rtp_sent\": %llu, \"rtp_arrived\": %llu}\n",
+            std::printf("{\"rtp_sent\": %llu, \"rtp_arrived\": %llu, \"own_cpu\": %.3f}\n",
                         static_cast<unsigned long long>(sent),
-                        static_cast<unsigned long long>(arrived));
+                        static_cast<unsigned long long>(arrived), ownProcessorTime() - before);
             std::fflush(stdout);
         }
         player.endCalls();

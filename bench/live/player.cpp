@@ -252,6 +252,9 @@ void Player::sendFirstMedia(Call& call) {
 
 bool Player::sendRtp(Call& call, Role role, const Place& to) {
     std::array<uint8_t, rtpHeader.size()> packet = rtpHeader;
+    ++call.rtpSequence;
+    packet[2] = static_cast<uint8_t>(call.rtpSequence >> 8U);
+    packet[3] = static_cast<uint8_t>(call.rtpSequence);
     writeNumber(packet.data() + 8, call.number); // SSRC
     const sockaddr_in address = toSocketAddress(to);
     return sendto(socketOf(call, role), packet.data(), packet.size(), MSG_NOSIGNAL,

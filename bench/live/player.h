@@ -92,6 +92,7 @@ private:
         uint32_t number = 0;
         const Script* script = nullptr;
         size_t position = 0;
+        uint16_t rtpSequence = 0; // of both directions
         std::array<int, roleCount> sockets{};
         std::array<Place, whatCount> places;
         Place announced;           // of the private host's media, as the outside party read it
