@@ -14,16 +14,18 @@ constexpr size_t foreignPackets = 4096; // of a count of instructions
 
 using Hook = uint32_t (*)(HostContext*, PacketDescriptor*);
 
+enum class Mix { tcpAndUdp, tcp };
+
 // Packets that no rule can match, each in a line of memory of its own: headers in host byte order,
-// half TCP, half UDP, random addresses, ports above the well-known ones.
+// half TCP, half UDP, or TCP alone, random addresses, ports above the well-known ones.
 class ForeignTraffic {
 public:
-    explicit ForeignTraffic(size_t count)
+    explicit ForeignTraffic(size_t count, Mix mix = Mix::tcpAndUdp)
         : memory_(std::make_unique<uint8_t[]>(count * packetSpacing)), descriptors_(count) {
         std::mt19937 random(1);
         for (size_t i = 0; i < count; ++i) {
             uint8_t* ip = memory_.get() + i * packetSpacing;
-            const bool tcp = random() % 2 == 0;
+            const bool tcp = random() % 2 == 0 || mix == Mix::tcp;
             ip[0] = 0x45;
             put<uint16_t>(ip + 2, static_cast<uint16_t>(headerOctets + 400));
             ip[9] = tcp ? 6 : 17;

@@ -1,8 +1,9 @@
 // The two packet hooks.
 //
-// Nearly every packet is none of ours. So each hook first asks, from both ports in one load and a
-// few comparisons, whether any rule can match, and returns when none can. Only then does it check
-// the packet's lengths and try the rules one by one.
+// Nearly every packet is none of ours. So each hook first asks in a few comparisons, of the ports
+// or of the outside address, whether any rule can match, and returns when none can. Only then does
+// it check the protocol and the packet's lengths and try the rules one by one. Instructions of that
+// first look are counted: see docs/performance.md before adding one.
 
 #include "host/packet_headers.h"
 #include "host/routing_rules.h"
@@ -26,7 +27,8 @@ RARE_PATH static uint32_t receiveSegment(HostContext* hostContext, PacketDescrip
     const PacketView packet = {descriptor.ipHeader, descriptor.transportHeader,
                                descriptor.transportLength};
     TcpSegment segment;
-    if (receivedLengthsAgree(packet) && readTcp(packet, segment)) {
+    if (ipProtocol(packet.ip) == protocolTcp && receivedLengthsAgree(packet) &&
+        readTcp(packet, segment)) {
         mark(descriptor, applyReceivingRules(hostContext, segment));
     }
     return 0;
@@ -42,9 +44,10 @@ RARE_PATH static uint32_t sendSegment(HostContext* hostContext, PacketDescriptor
 }
 
 RARE_PATH static uint32_t sendDatagram(HostContext* hostContext, PacketDescriptor& descriptor) {
+    const PacketView packet = {descriptor.moduleIpHeader, descriptor.transportHeader,
+                               descriptor.transportLength};
     UdpDatagram datagram;
-    if (readUdp({descriptor.moduleIpHeader, descriptor.transportHeader, descriptor.transportLength},
-                datagram)) {
+    if (ipProtocol(packet.ip) == protocolUdp && readUdp(packet, datagram)) {
         mark(descriptor, applyRasRule(hostContext, datagram));
     }
     return 0;
@@ -83,46 +86,66 @@ RARE_PATH static uint32_t sendInFullScope(HostContext* hostContext, PacketDescri
     return 0;
 }
 
-// All may say yes to a packet that no rule takes, never no to one that a rule takes.
+// All may say yes to a packet that no rule takes, never no to one that a rule takes. In the listed
+// scope the tables of the full scope are empty, and a packet too short for the one is none of the
+// other's.
 
-// `transportLength` is negative when lengths contradict each other. Whether a packet is whole, and
-// of another protocol than these two, is the rare path's business.
-static bool mayReceiveInFullScope(const uint8_t* ip, const uint8_t* transport,
-                                  int32_t transportLength) {
-    if (ipProtocol(ip) == protocolTcp) {
-        return full_scope::mayBeFollowed(ipSource(ip));
-    }
-    if (transportLength < static_cast<int32_t>(udpHeaderLength)) {
-        return false;
-    }
-    const auto ports = readField<Ports>(transport);
-    return full_scope::mayReceiveDatagram(ports.source, ports.destination);
+static bool mayMatchReceiving(const uint8_t* transport) {
+    // One comparison for both source ports; few others lie between them.
+    static_assert(t120Port < callSignallingPort);
+    return static_cast<uint16_t>(readField<uint16_t>(transport) - t120Port) <=
+               callSignallingPort - t120Port ||
+           readField<uint16_t>(transport + 2) == callSignallingPort;
+}
+
+// A connection's H.245 endpoint is asked for apart: see sendToEndpoint.
+static bool mayMatchSending(const uint8_t* ip, const uint8_t* transport) {
+    return readField<uint16_t>(transport + 2) == callSignallingPort ||
+           (ipDestination(ip) == inboundMappingState.remoteAddress &&
+            ipSource(ip) == inboundMappingState.publishedAddress);
 }
 
 static bool maySendInFullScope(const uint8_t* ip, const uint8_t* transport,
-                               uint32_t transportLength) {
-    const uint8_t protocol = ipProtocol(ip);
-    if (protocol == protocolTcp) {
-        return transportLength >= shortestTcpHeader &&
-               full_scope::maySend({ipDestination(ip), readField<Ports>(transport).destination},
-                                   (transport[13] & 0x12u) == 0x12u);
+                               int32_t transportLength) {
+    return transportLength >= static_cast<int32_t>(shortestTcpHeader) &&
+           (full_scope::mayBeFollowed(ipDestination(ip)) ||
+            full_scope::mayBegin(readField<uint16_t>(transport + 2), transport[13]));
+}
+
+// Anything but TCP, and what needs a loop: out of line, so that TCP's short path keeps what it
+// needs in registers.
+#define SIDE_PATH __attribute__((noinline)) static uint32_t
+
+SIDE_PATH sendToEndpoint(HostContext* hostContext, PacketDescriptor& descriptor) {
+    const EndpointKey outside = {ipDestination(descriptor.moduleIpHeader),
+                                 readField<uint16_t>(descriptor.transportHeader + 2)};
+    return hasEndpoint(controlChannelPool.remoteEndpoints, outside)
+               ? sendSegment(hostContext, descriptor)
+               : 0;
+}
+
+SIDE_PATH sendOther(HostContext* hostContext, PacketDescriptor& descriptor) {
+    if (descriptor.transportLength < udpHeaderLength) {
+        return 0;
     }
-    return protocol == protocolUdp && transportLength >= udpHeaderLength &&
-           full_scope::maySendDatagram(readField<Ports>(transport).destination);
+    const auto ports = readField<Ports>(descriptor.transportHeader);
+    if (full_scope::quickLook.active) {
+        return full_scope::maySendDatagram(ports.destination)
+                   ? sendInFullScope(hostContext, descriptor)
+                   : 0;
+    }
+    return ports.source == rasPort ? sendDatagram(hostContext, descriptor) : 0;
 }
 
-static bool mayMatchReceiving(Ports ports) {
-    // One comparison for both source ports; few others lie between them.
-    static_assert(t120Port < callSignallingPort);
-    return static_cast<uint16_t>(ports.source - t120Port) <= callSignallingPort - t120Port ||
-           ports.destination == callSignallingPort;
-}
-
-static bool mayMatchSending(const uint8_t* ip, Ports ports) {
-    return ports.destination == callSignallingPort ||
-           (ipSource(ip) == inboundMappingState.publishedAddress &&
-            ipDestination(ip) == inboundMappingState.remoteAddress) ||
-           hasEndpoint(controlChannelPool.remoteEndpoints, {ipDestination(ip), ports.destination});
+SIDE_PATH receiveOtherInFullScope(HostContext* hostContext, PacketDescriptor& descriptor) {
+    // Not transportLength, which is huge instead of negative when the two contradict each other.
+    if (ipTotalLength(descriptor.moduleIpHeader) < descriptor.ipHeaderLength + udpHeaderLength) {
+        return 0;
+    }
+    const auto ports = readField<Ports>(descriptor.transportHeader);
+    return full_scope::mayReceiveDatagram(ports.source, ports.destination)
+               ? receiveInFullScope(hostContext, descriptor)
+               : 0;
 }
 
 uint32_t TarvexPacketOnReceiving(HostContext* hostContext, PacketDescriptor* descriptor) {
@@ -130,44 +153,41 @@ uint32_t TarvexPacketOnReceiving(HostContext* hostContext, PacketDescriptor* des
     const uint32_t headerLength = ipHeaderLength(ip);
     // Negative when the two lengths contradict each other; the descriptor gets its low 16 bits.
     const auto transportLength = static_cast<int32_t>(ipTotalLength(ip) - headerLength);
-    uint8_t* transport = ip + headerLength;
     descriptor->moduleIpHeader = ip;
     descriptor->ipHeaderLength = static_cast<uint16_t>(headerLength);
+    uint8_t* transport = ip + headerLength;
     descriptor->transportHeader = transport;
     descriptor->transportLength = static_cast<uint16_t>(transportLength);
     descriptor->transportLengthCopy1 = static_cast<uint16_t>(transportLength);
     descriptor->transportLengthCopy2 = static_cast<uint16_t>(transportLength);
 
-    if (full_scope::quickLook.active) {
-        return mayReceiveInFullScope(ip, transport, transportLength)
-                   ? receiveInFullScope(hostContext, *descriptor)
-                   : 0;
+    if (transportLength >= full_scope::listedFrom) {
+        return mayMatchReceiving(transport) ? receiveSegment(hostContext, *descriptor) : 0;
     }
-    if (ipProtocol(ip) == protocolTcp &&
-        transportLength >= static_cast<int32_t>(shortestTcpHeader) &&
-        mayMatchReceiving(readField<Ports>(transport))) {
-        return receiveSegment(hostContext, *descriptor);
+    if (ipProtocol(ip) != protocolTcp) {
+        return receiveOtherInFullScope(hostContext, *descriptor);
     }
-    return 0;
+    return full_scope::mayBeFollowed(ipSource(ip)) ? receiveInFullScope(hostContext, *descriptor)
+                                                   : 0;
 }
 
 uint32_t TarvexPacketOnSending(HostContext* hostContext, PacketDescriptor* descriptor) {
     const uint8_t* ip = descriptor->moduleIpHeader;
-    if (full_scope::quickLook.active) {
-        return maySendInFullScope(ip, descriptor->transportHeader, descriptor->transportLength)
+    if (ipProtocol(ip) != protocolTcp) {
+        return sendOther(hostContext, *descriptor);
+    }
+    const uint8_t* transport = descriptor->transportHeader;
+    const int32_t transportLength = descriptor->transportLength;
+    if (transportLength < full_scope::listedFrom) {
+        return maySendInFullScope(ip, transport, transportLength)
                    ? sendInFullScope(hostContext, *descriptor)
                    : 0;
     }
-    if (descriptor->transportLength < udpHeaderLength) {
-        return 0;
-    }
-    const auto ports = readField<Ports>(descriptor->transportHeader);
-    const uint8_t protocol = ipProtocol(ip);
-    if (protocol == protocolTcp && mayMatchSending(ip, ports)) {
+    if (mayMatchSending(ip, transport)) {
         return sendSegment(hostContext, *descriptor);
     }
-    if (protocol == protocolUdp && ports.source == rasPort) {
-        return sendDatagram(hostContext, *descriptor);
-    }
-    return 0;
+    return mayHaveEndpoint(controlChannelPool.remoteEndpoints,
+                           {ipDestination(ip), readField<uint16_t>(transport + 2)})
+               ? sendToEndpoint(hostContext, *descriptor)
+               : 0;
 }

@@ -40,6 +40,11 @@ inline void addEndpoint(EndpointIndex& index, const EndpointKey& key) {
     index.slots[slot] = packEndpoint(key);
 }
 
+// No only if the index does not have the key. Yes as well when another key stands in its slot.
+inline bool mayHaveEndpoint(const EndpointIndex& index, const EndpointKey& key) {
+    return index.slots[firstSlot(key)] != 0;
+}
+
 inline bool hasEndpoint(const EndpointIndex& index, const EndpointKey& key) {
     for (size_t slot = firstSlot(key); index.slots[slot] != 0;
          slot = (slot + 1) % endpointIndexSlots) {

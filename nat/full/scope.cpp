@@ -31,6 +31,7 @@ bool enter(uint32_t calls) {
     built.publishedAddress = state.publishedAddress;
     state = built;
     quickLook.active = true;
+    listedFrom = moreThanAnyPacket;
     count(quickLook.rasPorts[rasPort]);
     count(quickLook.rasPorts[discoveryPort]);
     // Addresses of memory differ from process to process where the system randomises them.

@@ -18,8 +18,11 @@ inline constexpr uint16_t callSignallingPort = 1720;
 
 // Each may say yes to a packet that is none of ours, never no to one that is.
 
-inline bool maySend(const EndpointKey& outside, bool synAndAck) {
-    return outside.port == callSignallingPort || synAndAck || mayBeFollowed(outside.address);
+// Of a segment that a private host sends to an address that is not known yet: by its port, or by
+// its flags, SYN and ACK together.
+inline bool mayBegin(uint16_t outsidePort, uint8_t flags) {
+    constexpr uint8_t synAndAck = 0x12;
+    return outsidePort == callSignallingPort || (flags & synAndAck) == synAndAck;
 }
 
 inline bool maySendDatagram(uint16_t outsidePort) {

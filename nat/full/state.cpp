@@ -9,6 +9,7 @@ namespace full_scope {
 
 State state = {};
 QuickLook quickLook = {};
+int32_t listedFrom = shortestWithPorts;
 uint64_t hashSeed = 0;
 
 namespace {
@@ -85,6 +86,7 @@ void dropState() {
     const uint32_t published = state.publishedAddress;
     state = {};
     quickLook = {};
+    listedFrom = shortestWithPorts;
     state.publishedAddress = published;
 }
 

@@ -121,12 +121,20 @@ struct Ages {
 // Tells in few instructions of nearly every packet that it is none of ours. Each table has a fixed
 // size, and counts that reached their bound stay there: they say yes where they could say no.
 struct QuickLook {
-    bool active;                // the full scope is chosen
-    uint16_t outside[1u << 15]; // connections and announced endpoints, by their outside address
+    bool active; // the full scope is chosen
+    // Connections and announced endpoints, by the last two octets of their outside address.
+    uint16_t outside[UINT16_MAX + 1];
     uint8_t rasPorts[UINT16_MAX + 1]; // RAS mappings, by their public UDP port; also 1718 and 1719
 };
 
 H323NAT_HIDDEN extern QuickLook quickLook;
+
+// A packet with so many octets behind its IP header is the listed scope's to look at; in the full
+// scope none has them. So one comparison asks for the scope and makes sure that there are ports.
+inline constexpr int32_t shortestWithPorts = 8;
+inline constexpr int32_t moreThanAnyPacket = UINT16_MAX + 1;
+
+H323NAT_HIDDEN extern int32_t listedFrom;
 
 inline constexpr uint32_t hostCounters = 4096; // private hosts that share one share its limit
 
@@ -209,7 +217,7 @@ template <typename Number> void uncount(Number& number) {
 
 // How many connections and announced endpoints have this outside address, or others of its kind.
 inline uint16_t& countOf(uint32_t outsideAddress) {
-    return quickLook.outside[(outsideAddress * 0x9E3779B1u) >> 17];
+    return quickLook.outside[outsideAddress & UINT16_MAX];
 }
 
 inline bool mayBeFollowed(uint32_t outsideAddress) {
