@@ -1,7 +1,8 @@
 #include "gateway/ipv4_packet.h"
 
 #include <algorithm>
-#include <bit>
+#include <array>
+#include <cstring>
 
 namespace gateway {
 namespace {
@@ -49,52 +50,36 @@ void write32(std::span<uint8_t> packet, size_t at, uint32_t value) {
     write16(packet, at + 2, static_cast<uint16_t>(value));
 }
 
-void swapField(std::span<uint8_t> packet, size_t at, size_t width) {
-    if constexpr (std::endian::native == std::endian::little) {
-        std::reverse(packet.begin() + static_cast<std::ptrdiff_t>(at),
-                     packet.begin() + static_cast<std::ptrdiff_t>(at + width));
-    }
+// Each is its own inverse; on a big-endian machine it does nothing.
+void swap16(std::span<uint8_t> packet, size_t at) {
+    const uint16_t value = read16(packet, at);
+    std::memcpy(packet.data() + at, &value, sizeof value);
+}
+
+void swap32(std::span<uint8_t> packet, size_t at) {
+    const uint32_t value = read32(packet, at);
+    std::memcpy(packet.data() + at, &value, sizeof value);
 }
 
 void swapHeaders(std::span<uint8_t> packet, const PacketLayout& layout) {
-    struct Field {
-        size_t at;
-        size_t width;
-    };
-    static constexpr Field ipFields[] = {{ipTotalLength, 2}, {ipIdentification, 2},
-                                         {ipFragment, 2},    {ipChecksum, 2},
-                                         {ipSource, 4},      {ipDestination, 4}};
-    static constexpr Field tcpFields[] = {
-        {0, 2},         {2, 2},           {tcpSequence, 4}, {tcpAcknowledgement, 4},
-        {tcpWindow, 2}, {tcpChecksum, 2}, {tcpUrgent, 2}};
-    static constexpr Field udpFields[] = {{0, 2}, {2, 2}, {udpLength, 2}, {udpChecksum, 2}};
-
-    for (const Field& field : ipFields) {
-        swapField(packet, field.at, field.width);
+    for (const size_t at : {ipTotalLength, ipIdentification, ipFragment, ipChecksum}) {
+        swap16(packet, at);
     }
+    swap32(packet, ipSource);
+    swap32(packet, ipDestination);
     const auto transport = packet.subspan(layout.ipHeaderLength);
-    const std::span<const Field> fields = layout.protocol == Protocol::Tcp
-                                              ? std::span<const Field>(tcpFields)
-                                              : std::span<const Field>(udpFields);
-    for (const Field& field : fields) {
-        swapField(transport, field.at, field.width);
+    swap16(transport, 0);
+    swap16(transport, 2);
+    if (layout.protocol == Protocol::Udp) {
+        swap16(transport, udpLength);
+        swap16(transport, udpChecksum);
+        return;
     }
-}
-
-// Sum of big-endian 16-bit words, an odd last octet padded with 0; not folded.
-uint64_t sumWords(std::span<const uint8_t> octets) {
-    uint64_t sum = 0;
-    size_t at = 0;
-    for (; at + 8 <= octets.size(); at += 8) {
-        sum += static_cast<uint64_t>(read32(octets, at)) + read32(octets, at + 4);
+    swap32(transport, tcpSequence);
+    swap32(transport, tcpAcknowledgement);
+    for (const size_t at : {tcpWindow, tcpChecksum, tcpUrgent}) {
+        swap16(transport, at);
     }
-    for (; at + 2 <= octets.size(); at += 2) {
-        sum += read16(octets, at);
-    }
-    if (at < octets.size()) {
-        sum += static_cast<uint64_t>(octets[at]) << 8;
-    }
-    return sum;
 }
 
 uint16_t fold(uint64_t sum) {
@@ -102,6 +87,32 @@ uint16_t fold(uint64_t sum) {
         sum = (sum & 0xFFFF) + (sum >> 16);
     }
     return static_cast<uint16_t>(sum);
+}
+
+// With the carry back at the other end, as one's complement wants it.
+uint64_t addWord(uint64_t sum, uint64_t word) {
+    sum += word;
+    return sum + (sum < word ? 1 : 0);
+}
+
+// Sum of big-endian 16-bit words, an odd last octet padded with 0. Such a sum is the same in either
+// byte order, its octets swapped, so that whole words of the machine can be added (RFC 1071).
+uint16_t sumWords(std::span<const uint8_t> octets) {
+    uint64_t sum = 0;
+    const uint8_t* at = octets.data();
+    size_t left = octets.size();
+    for (; left >= 16; left -= 16, at += 16) {
+        uint64_t words[2];
+        std::memcpy(words, at, sizeof words);
+        sum = addWord(addWord(sum, words[0]), words[1]);
+    }
+    uint64_t rest[2] = {};
+    std::memcpy(rest, at, left);
+    sum = addWord(addWord(sum, rest[0]), rest[1]);
+    const uint16_t folded = fold(sum);
+    std::array<uint8_t, 2> inOrder{};
+    std::memcpy(inOrder.data(), &folded, sizeof folded);
+    return read16(inOrder, 0);
 }
 
 size_t transportChecksumAt(const PacketLayout& layout) {
@@ -126,7 +137,8 @@ uint64_t sumTransport(std::span<const uint8_t> packet, const PacketLayout& layou
     const size_t length = layout.protocol == Protocol::Udp
                               ? read16(packet, layout.ipHeaderLength + udpLength)
                               : layout.transportLength();
-    return sumWords(packet.subspan(ipSource, 8)) + static_cast<uint64_t>(layout.protocol) + length +
+    return uint64_t{sumWords(packet.subspan(ipSource, 8))} +
+           static_cast<uint64_t>(layout.protocol) + length +
            sumWords(packet.subspan(layout.ipHeaderLength, length));
 }
 
@@ -282,6 +294,11 @@ void replaceSource(std::span<uint8_t> packet, const PacketLayout& layout, const 
 void replaceDestination(std::span<uint8_t> packet, const PacketLayout& layout,
                         const Endpoint& destination) {
     replaceEnd(packet, layout, ipDestination, layout.ipHeaderLength + 2, destination);
+}
+
+void writeSource(std::span<uint8_t> packet, const PacketLayout& layout, const Endpoint& source) {
+    write32(packet, ipSource, source.address);
+    write16(packet, layout.ipHeaderLength, source.port);
 }
 
 void writeDestination(std::span<uint8_t> packet, const PacketLayout& layout,

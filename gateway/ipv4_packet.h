@@ -36,6 +36,12 @@ struct PacketLayout {
 // Reads the headers in network byte order and checks every length against the octets present.
 PacketKind classifyPacket(std::span<const uint8_t> packet, PacketLayout& layout);
 
+// Whether classifyPacket may answer Tcp; for those who want to know of nothing else.
+inline bool mayBeTcp(std::span<const uint8_t> packet) {
+    constexpr size_t protocolAt = 9;
+    return packet.size() > protocolAt && packet[protocolAt] == static_cast<uint8_t>(Protocol::Tcp);
+}
+
 // Both ends, read in network byte order. Needs a layout of kind Tcp, Udp or Truncated.
 Endpoint sourceOf(std::span<const uint8_t> packet, const PacketLayout& layout);
 Endpoint destinationOf(std::span<const uint8_t> packet, const PacketLayout& layout);
@@ -72,6 +78,7 @@ void replaceDestination(std::span<uint8_t> packet, const PacketLayout& layout,
                         const Endpoint& destination);
 
 // Write one end without touching any checksum.
+void writeSource(std::span<uint8_t> packet, const PacketLayout& layout, const Endpoint& source);
 void writeDestination(std::span<uint8_t> packet, const PacketLayout& layout,
                       const Endpoint& destination);
 

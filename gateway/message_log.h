@@ -72,6 +72,9 @@ std::string shortPath(const std::string& path);
 // to see.
 class MessageLog final : public ModuleObserver {
 public:
+    // Whether the next two have nothing to give.
+    [[nodiscard]] bool empty() const { return messages_.empty() && calls_.empty(); }
+
     // The messages since the last call.
     std::vector<ReportedMessage> takeMessages();
 

@@ -123,10 +123,12 @@ void ReferenceHost::processSent(std::span<uint8_t> packet, const PacketLayout& l
         outcome.verdict = Verdict::NoPort;
         return;
     }
-    if (!outcome.truncated && show == Show::Packet) {
-        outcome.payloadChanged = module_.send(packet, layout);
+    if (outcome.truncated) {
+        replaceSource(packet, layout, flow->publicEndpoint());
+    } else {
+        outcome.payloadChanged = show == Show::Packet && module_.send(packet, layout);
+        writeSource(packet, layout, flow->publicEndpoint());
     }
-    replaceSource(packet, layout, flow->publicEndpoint());
     finish(packet, layout, *flow, outcome);
 }
 
@@ -140,11 +142,15 @@ void ReferenceHost::processReceived(std::span<uint8_t> packet, const PacketLayou
                               sourceOf(packet, layout)};
         return;
     }
-    if (!outcome.truncated && show == Show::Packet) {
-        replaceDestination(packet, layout, flow->publicEndpoint());
-        outcome.payloadChanged = module_.receive(packet, layout);
+    if (outcome.truncated) {
+        replaceDestination(packet, layout, flow->inside());
+    } else {
+        if (show == Show::Packet) {
+            writeDestination(packet, layout, flow->publicEndpoint());
+            outcome.payloadChanged = module_.receive(packet, layout);
+        }
+        writeDestination(packet, layout, flow->inside());
     }
-    replaceDestination(packet, layout, flow->inside());
     finish(packet, layout, *flow, outcome);
 }
 

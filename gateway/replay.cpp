@@ -38,7 +38,7 @@ void Replay::process(CapturedFrame& frame) {
 void Replay::processIpv4(CapturedFrame& frame, size_t offset) {
     const auto packet = std::span<uint8_t>(frame.octets).subspan(offset);
     PacketLayout layout;
-    if (holds_ && classifyPacket(packet, layout) == PacketKind::Tcp &&
+    if (holds_ && mayBeTcp(packet) && classifyPacket(packet, layout) == PacketKind::Tcp &&
         hold(frame, offset, packet, layout)) {
         return;
     }
@@ -131,6 +131,9 @@ void Replay::note(const CapturedFrame& frame, const PacketOutcome& outcome) {
 }
 
 void Replay::report(const CapturedFrame& frame, const PacketOutcome& outcome) {
+    if (host_.mappingRequests().empty() && log_.empty()) {
+        return;
+    }
     for (const MappingRequest& request : host_.mappingRequests()) {
         ++(request.granted ? totals_.mappings : totals_.refusedMappings);
         listener_.onMapping(frame, request);

@@ -11,6 +11,7 @@ import tempfile
 
 PROGRAMS = ("bench_codec", "bench_hooks", "bench_replay")
 FOREIGN_PACKETS = 4096  # bench/foreign_traffic.h
+REPLAYED_PACKETS = 20000  # bench/replay_instructions.cpp
 
 
 def times(build):
@@ -53,7 +54,7 @@ def counts(build, program):
 
 def instructions(build):
     """Instructions by "STEP/MESSAGE", and the sum of each step; of the hooks for each packet of
-    foreign traffic, above a call that does nothing."""
+    foreign traffic, above a call that does nothing; of a replay for each packet of media."""
     result = {}
     for (message, step), count in counts(build, "bench_instructions"):
         name = f"{step}/{message}"
@@ -67,6 +68,8 @@ def instructions(build):
     for (scope, hook), count in counts(build, "bench_hook_instructions"):
         empty = count if empty is None else empty
         result[f"packet {hook}/{scope}"] = (count - empty) / FOREIGN_PACKETS
+    for (step, what), count in counts(build, "bench_replay_instructions"):
+        result[f"{step}/{what}"] = count / REPLAYED_PACKETS
     return result
 
 
