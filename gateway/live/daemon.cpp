@@ -33,7 +33,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto soon = std::chrono::milliseconds(200);
 constexpr auto betweenSweeps = std::chrono::seconds(1); // however many calls begin
 constexpr auto longestSleep = std::chrono::seconds(5);
-constexpr int packetsPerTurn = 256; // then signals, status and time get their turn
+constexpr int readsPerTurn = 32; // then signals, status and time get their turn
 
 LiveSeconds secondsOf(Clock::time_point time) {
     return std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
@@ -251,9 +251,12 @@ std::string Daemon::run() {
 }
 
 std::string Daemon::drainQueue() {
-    for (int packets = 0; packets < packetsPerTurn; ++packets) {
-        switch (queue_.receive(
-            [&](const QueuedPacket& packet) { gateway_.handle(packet, queue_, Clock::now()); })) {
+    for (int reads = 0; reads < readsPerTurn; ++reads) {
+        const auto now = Clock::now();
+        const auto received = queue_.receive(
+            [&](const QueuedPacket& packet) { gateway_.handle(packet, queue_, now); });
+        gateway_.settle(queue_);
+        switch (received) {
         case PacketQueue::Received::Packets:
             break;
         case PacketQueue::Received::Nothing:

@@ -45,8 +45,9 @@ public:
     std::string start(const SavedState& before, LiveSeconds now);
 
     // One packet that the kernel waits for. Its verdict is given before this returns, or when the
-    // rest of its message has come.
+    // rest of its message has come, and sent by `settle` at the latest.
     void handle(const QueuedPacket& packet, PacketQueue& queue, Clock::time_point now);
+    void settle(PacketQueue& queue);
 
     // Lets go what was held for too long. `nextRelease` tells when to call it: never, if nothing is
     // held.
@@ -91,6 +92,11 @@ private:
         Side side;
         Clock::time_point arrived;
     };
+    // A packet whose verdict is not sent yet.
+    struct Given {
+        Clock::time_point arrived;
+        DelayHistogram* delay;
+    };
     // What goes to the module together, and what becomes of it.
     struct Parcel {
         std::span<uint8_t> packet;
@@ -113,7 +119,6 @@ private:
     void onAnnounced(const H323ObservedConnection& connection) override;
     void onOver(const H323ObservedConnection& connection) override;
 
-    void pass(const QueuedPacket& packet, PacketQueue& queue, Clock::time_point arrived);
     void release(ReleasedSegments& released, PacketQueue& queue);
     void give(uint32_t id, const Parcel& parcel, PacketQueue& queue, Clock::time_point arrived,
               DelayHistogram& delay);
@@ -170,6 +175,7 @@ private:
     LiveArchive archive_;
     MessageLog messages_;
     std::unordered_map<uint32_t, Waiting> waiting_; // by packet number
+    std::vector<Given> given_;
     std::unordered_map<LocalId, uint32_t, LocalIdHash> expected_;
     std::unordered_map<LocalId, uint32_t, LocalIdHash> listening_;
     std::deque<std::pair<LiveSeconds, Endpoint>> unexpected_; // to be unwatched then

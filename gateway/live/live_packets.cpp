@@ -48,7 +48,7 @@ void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue,
             break;
         case SegmentHold::Decision::Drop:
             counters_.add(Cause::segmentsRepeated);
-            counters_.add(Cause::verdictErrors, queue.drop(packet.id) ? 0 : 1);
+            queue.drop(packet.id);
             return;
         case SegmentHold::Decision::Held:
             counters_.add(Cause::segmentsHeld);
@@ -62,6 +62,9 @@ void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue,
     }
     show(parcel);
     give(packet.id, parcel, queue, arrived, counters_.delay);
+    if (packet.last) {
+        settle(queue); // nobody waits for the report
+    }
     report(now_);
 }
 
@@ -69,12 +72,18 @@ void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue,
 void LiveGateway::give(uint32_t id, const Parcel& parcel, PacketQueue& queue,
                        Clock::time_point arrived, DelayHistogram& delay) {
     const bool replace = parcel.changed && !config_.dryRun;
-    if (!queue.accept(id, replace ? parcel.packet : std::span<uint8_t>())) {
-        counters_.add(Cause::verdictErrors);
+    queue.accept(id, replace ? parcel.packet : std::span<uint8_t>());
+    given_.push_back({arrived, &delay});
+}
+
+void LiveGateway::settle(PacketQueue& queue) {
+    counters_.add(Cause::verdictErrors, queue.settle());
+    const auto now = Clock::now();
+    for (const Given& given : given_) {
+        given.delay->add(static_cast<uint64_t>(
+            std::chrono::duration_cast<std::chrono::nanoseconds>(now - given.arrived).count()));
     }
-    const auto stayed = Clock::now() - arrived;
-    delay.add(static_cast<uint64_t>(
-        std::chrono::duration_cast<std::chrono::nanoseconds>(stayed).count()));
+    given_.clear();
 }
 
 void LiveGateway::release(ReleasedSegments& released, PacketQueue& queue) {
@@ -104,6 +113,7 @@ void LiveGateway::release(ReleasedSegments& released, PacketQueue& queue) {
         waiting_.erase(static_cast<uint32_t>(segment.token));
         give(static_cast<uint32_t>(segment.token), parcel, queue, waiting.arrived, counters_.hold);
     }
+    settle(queue);
     const HoldCounts& counts = hold_.counts();
     counters_.set(Cause::segmentsHeldInVain, counts.late + counts.crowded + counts.broken);
     report(now_);

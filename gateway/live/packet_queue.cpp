@@ -9,17 +9,21 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace gateway {
 namespace {
 
 constexpr size_t largestPacket = 0xFFFF;
-constexpr size_t inputSize = largestPacket + 4096;
+constexpr size_t packetsAtOnce = 8;
+constexpr size_t inputSize = largestPacket + 4097; // of one packet
+constexpr size_t outputSize = largestPacket + 4097;
 constexpr int socketBuffer = 8 * 1024 * 1024;
 constexpr uint32_t configureSequence = 1;
 
 struct Delivery {
     const std::function<void(const QueuedPacket&)>* handle;
+    bool last;
 };
 
 int deliver(const nlmsghdr* header, void* data) {
@@ -37,7 +41,9 @@ int deliver(const nlmsghdr* header, void* data) {
     }
     packet.octets = {static_cast<uint8_t*>(mnl_attr_get_payload(attributes[NFQA_PAYLOAD])),
                      mnl_attr_get_payload_len(attributes[NFQA_PAYLOAD])};
-    (*static_cast<const Delivery*>(data)->handle)(packet);
+    const auto& delivery = *static_cast<const Delivery*>(data);
+    packet.last = delivery.last;
+    (*delivery.handle)(packet);
     return MNL_CB_OK;
 }
 
@@ -67,8 +73,8 @@ std::string PacketQueue::configure(const nlmsghdr* request) {
 std::string PacketQueue::open(uint16_t number, uint32_t length) {
     const std::string prefix = "cannot use netfilter queue " + std::to_string(number) + ": ";
     number_ = number;
-    input_.resize(inputSize);
-    output_.resize(inputSize);
+    input_ = std::make_unique_for_overwrite<uint8_t[]>(packetsAtOnce * inputSize);
+    output_.resize(outputSize);
     socket_.reset(mnl_socket_open2(NETLINK_NETFILTER, SOCK_CLOEXEC));
     if (!socket_ || mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
         return prefix + std::strerror(errno);
@@ -92,37 +98,65 @@ std::string PacketQueue::open(uint16_t number, uint32_t length) {
 }
 
 PacketQueue::Received PacketQueue::receive(const std::function<void(const QueuedPacket&)>& handle) {
-    const ssize_t length = recv(descriptor(), input_.data(), input_.size(), MSG_DONTWAIT);
-    if (length < 0) {
+    std::array<iovec, packetsAtOnce> places{};
+    std::array<mmsghdr, packetsAtOnce> messages{};
+    for (size_t i = 0; i < packetsAtOnce; ++i) {
+        places[i] = {input_.get() + i * inputSize, inputSize};
+        messages[i].msg_hdr.msg_iov = &places[i];
+        messages[i].msg_hdr.msg_iovlen = 1;
+    }
+    const int count = recvmmsg(descriptor(), messages.data(), packetsAtOnce, MSG_DONTWAIT, nullptr);
+    if (count < 0) {
         if (errno == ENOBUFS) {
             return Received::Overrun;
         }
         return errno == EAGAIN || errno == EINTR ? Received::Nothing : Received::Failed;
     }
-    Delivery delivery{&handle};
-    mnl_cb_run(input_.data(), static_cast<size_t>(length), 0, mnl_socket_get_portid(socket_.get()),
-               deliver, &delivery);
-    return Received::Packets;
+    const auto received = static_cast<size_t>(count);
+    for (size_t i = 0; i < received; ++i) {
+        Delivery delivery{&handle, i + 1 == received};
+        mnl_cb_run(places[i].iov_base, messages[i].msg_len, 0, mnl_socket_get_portid(socket_.get()),
+                   deliver, &delivery);
+    }
+    return received < packetsAtOnce ? Received::Nothing : Received::Packets;
 }
 
-bool PacketQueue::giveVerdict(uint32_t id, int verdict, std::span<const uint8_t> replacement) {
-    nlmsghdr* message =
-        nfq_nlmsg_put(reinterpret_cast<char*>(output_.data()), NFQNL_MSG_VERDICT, number_);
+void PacketQueue::giveVerdict(uint32_t id, int verdict, std::span<const uint8_t> replacement) {
+    constexpr size_t octetsOfVerdict = 64;
+    if (written_ + octetsOfVerdict + replacement.size() > output_.size()) {
+        send();
+    }
+    nlmsghdr* message = nfq_nlmsg_put(reinterpret_cast<char*>(output_.data() + written_),
+                                      NFQNL_MSG_VERDICT, number_);
     nfq_nlmsg_verdict_put(message, static_cast<int>(id), verdict);
     if (!replacement.empty()) {
         nfq_nlmsg_verdict_put_pkt(message, replacement.data(),
                                   static_cast<uint32_t>(replacement.size()));
     }
+    written_ += MNL_ALIGN(message->nlmsg_len);
+    ++verdicts_;
     ++judged_;
-    return mnl_socket_sendto(socket_.get(), message, message->nlmsg_len) >= 0;
 }
 
-bool PacketQueue::accept(uint32_t id, std::span<const uint8_t> replacement) {
-    return giveVerdict(id, NF_ACCEPT, replacement);
+void PacketQueue::send() {
+    if (written_ != 0 && mnl_socket_sendto(socket_.get(), output_.data(), written_) < 0) {
+        refused_ += verdicts_;
+    }
+    written_ = 0;
+    verdicts_ = 0;
 }
 
-bool PacketQueue::drop(uint32_t id) {
-    return giveVerdict(id, NF_DROP, {});
+void PacketQueue::accept(uint32_t id, std::span<const uint8_t> replacement) {
+    giveVerdict(id, NF_ACCEPT, replacement);
+}
+
+void PacketQueue::drop(uint32_t id) {
+    giveVerdict(id, NF_DROP, {});
+}
+
+uint64_t PacketQueue::settle() {
+    send();
+    return std::exchange(refused_, 0);
 }
 
 } // namespace gateway

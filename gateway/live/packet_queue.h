@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@ struct QueuedPacket {
     uint32_t id = 0;
     uint32_t arrivedOn = 0;    // interface index
     std::span<uint8_t> octets; // from the IP header on; may be changed in place
+    bool last = true;          // of those that came together
 };
 
 // The packets that the kernel hands over through one netfilter queue. Segments that the network
@@ -29,16 +31,19 @@ public:
 
     enum class Received { Packets, Nothing, Overrun, Failed };
 
-    // Hands over what one read brings, without waiting. Overrun: the kernel could not deliver some
-    // packets and let them pass.
+    // Hands over what one read brings, without waiting; Nothing: no more is there to be read.
+    // Overrun: the kernel could not deliver some packets and let them pass.
     Received receive(const std::function<void(const QueuedPacket&)>& handle);
 
-    // Lets a packet go on, with `replacement` instead of its octets if that is not empty. False
-    // when the kernel did not take the verdict.
-    bool accept(uint32_t id, std::span<const uint8_t> replacement);
+    // Lets a packet go on, with `replacement` instead of its octets if that is not empty.
+    void accept(uint32_t id, std::span<const uint8_t> replacement);
 
-    // Lets a packet vanish. False when the kernel did not take the verdict.
-    bool drop(uint32_t id);
+    // Lets a packet vanish.
+    void drop(uint32_t id);
+
+    // Sends the verdicts given since, in their order: the kernel takes several for the price of
+    // one. Gives the number of those that it did not take.
+    uint64_t settle();
 
     // Of `wanted` packets that the rules had sent this way when the queue was last emptied, those
     // that the kernel could not queue: it let them pass, or dropped them for want of memory; `held`
@@ -50,13 +55,17 @@ public:
 
 private:
     std::string configure(const nlmsghdr* request);
-    bool giveVerdict(uint32_t id, int verdict, std::span<const uint8_t> replacement);
+    void giveVerdict(uint32_t id, int verdict, std::span<const uint8_t> replacement);
+    void send();
 
     NetlinkSocket socket_;
     uint16_t number_ = 0;
     uint64_t judged_ = 0;
-    std::vector<uint8_t> input_;
+    std::unique_ptr<uint8_t[]> input_;
     std::vector<uint8_t> output_;
+    size_t written_ = 0;    // octets of output_
+    uint64_t verdicts_ = 0; // in output_
+    uint64_t refused_ = 0;
 };
 
 } // namespace gateway
