@@ -31,7 +31,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto soon = std::chrono::milliseconds(200);
-constexpr auto betweenSweeps = std::chrono::seconds(1); // however many calls begin
+constexpr auto betweenSweeps = std::chrono::seconds(1); // however many calls begin,
+constexpr int leastRest = 20;                           // and so often the time that a survey takes
 constexpr auto longestSleep = std::chrono::seconds(5);
 constexpr int readsPerTurn = 32; // then signals, status and time get their turn
 
@@ -117,7 +118,7 @@ public:
         : source_(source), log_(counters_), sides_(sidesOf(config)),
           gateway_(config, sides_.publicAddress, before.seed != 0 ? before.seed : newSeed(), table_,
                    conntrack_, log_, counters_),
-          started_(secondsOf(Clock::now())) {}
+          surveys_(config.table), started_(secondsOf(Clock::now())) {}
 
     std::string start(const SavedState& before);
     std::string run();
@@ -158,6 +159,7 @@ private:
     std::string missing_; // what the gateway waits for
     Clock::time_point nextSweep_;
     Clock::time_point lastSweep_;
+    Clock::time_point restUntil_;
     Clock::time_point nextWatchdog_;
 };
 
@@ -200,7 +202,7 @@ std::string Daemon::run() {
         const auto now = Clock::now();
         tellWatchdog(now);
         if (gateway_.wantsSweep()) {
-            nextSweep_ = std::min(nextSweep_, std::max(now + soon, lastSweep_ + betweenSweeps));
+            nextSweep_ = std::min(nextSweep_, std::max(now + soon, restUntil_));
         }
         if (now >= nextSweep_) {
             beginSweep(now);
@@ -357,6 +359,7 @@ void Daemon::beginSweep(Clock::time_point now) {
         surveys_.start(gateway_.survey());
     }
     lastSweep_ = now;
+    restUntil_ = now + betweenSweeps;
     nextSweep_ = now + std::chrono::seconds(gateway_.config().sweepInterval);
 }
 
@@ -365,7 +368,9 @@ void Daemon::endSweep() {
     if (!survey) {
         return;
     }
-    gateway_.sweep(*survey, secondsOf(Clock::now()));
+    const auto now = Clock::now();
+    restUntil_ = std::max(restUntil_, now + leastRest * (now - lastSweep_));
+    gateway_.sweep(*survey, secondsOf(now));
     // What was wanted until now has come by the time the queue is empty.
     const uint64_t wanted = table_.wantedPackets();
     drainQueue();

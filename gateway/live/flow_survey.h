@@ -5,12 +5,23 @@
 
 #include <cstdint>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace gateway {
 
-// What the open mappings want to know of the kernel's connections. Stands for itself, so that
-// another thread may fill it: a table of many connections takes its time.
+// Seconds of a clock that never steps back.
+using LiveSeconds = int64_t;
+
+// When a private endpoint last sent media.
+struct EndpointUse {
+    Endpoint inside;
+    LiveSeconds ago = 0;
+};
+
+// What the open mappings want to know of the kernel's connections, and of what private hosts sent.
+// Stands for itself, so that another thread may fill it: a table of many connections takes its
+// time.
 class FlowSurvey {
 public:
     // A port of a mapping; `number` is the mapping's.
@@ -19,6 +30,7 @@ public:
     void addOwner(const FlowId& insideView) { owners_.emplace(insideView, false); }
 
     void note(const TrackedFlow& flow);
+    void noteUses(std::vector<EndpointUse> uses) { endpointUses_ = std::move(uses); }
 
     struct Use {
         bool open = false;              // a TCP connection through the mapping
@@ -29,6 +41,8 @@ public:
     [[nodiscard]] bool isOpen(const FlowId& owner) const;
     // Flows of freshly mapped endpoints that leave from elsewhere.
     [[nodiscard]] const std::vector<TrackedFlow>& conflicts() const { return conflicts_; }
+
+    [[nodiscard]] const std::vector<EndpointUse>& endpointUses() const { return endpointUses_; }
 
 private:
     struct Port {
@@ -46,6 +60,7 @@ private:
     std::unordered_map<FlowId, bool, FlowIdHash> owners_;
     std::unordered_map<uint64_t, Use> uses_;
     std::vector<TrackedFlow> conflicts_;
+    std::vector<EndpointUse> endpointUses_;
 };
 
 } // namespace gateway

@@ -1,7 +1,6 @@
 #include "gateway/live/live_gateway.h"
 
 #include "gateway/live/live_roles.h"
-#include "gateway/live/nft_reader.h"
 #include "gateway/live/router_ports.h"
 
 #include <algorithm>
@@ -11,8 +10,7 @@
 namespace gateway {
 namespace {
 
-constexpr uint16_t dataPort = 1503;      // T.120
-constexpr LiveSeconds useTimeout = 3600; // of the table's set `active`
+constexpr uint16_t dataPort = 1503; // T.120
 
 ModuleSettings moduleSettings(const LiveConfig& config, uint32_t publicAddress) {
     ModuleSettings settings;
@@ -186,7 +184,7 @@ void LiveGateway::close(const LiveMappings::Swept& swept) {
 void LiveGateway::sweep(const FlowSurvey& survey, LiveSeconds now) {
     now_ = now;
     wantsSweep_ = false;
-    close(mappings_.sweep(survey, readUses(config_.table, "active", useTimeout), now));
+    close(mappings_.sweep(survey, now));
     commit();
     records_.sweep([&](const FlowId& flow) { return survey.isOpen(flow); }, now_);
     archive_.update(calls_);

@@ -367,9 +367,8 @@ void LiveMappings::close(Iterator mapping, Swept& swept) {
     swept.ended.splice(swept.ended.end(), mappings_, mapping);
 }
 
-LiveMappings::Swept LiveMappings::sweep(const FlowSurvey& survey, std::span<const EndpointUse> uses,
-                                        LiveSeconds now) {
-    for (const EndpointUse& use : uses) {
+LiveMappings::Swept LiveMappings::sweep(const FlowSurvey& survey, LiveSeconds now) {
+    for (const EndpointUse& use : survey.endpointUses()) {
         const auto user = leaving_.find({Protocol::Udp, use.inside});
         if (user != leaving_.end()) {
             LiveMapping& mapping = *byNumber_.at(user->second);

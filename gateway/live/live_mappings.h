@@ -18,9 +18,6 @@
 
 namespace gateway {
 
-// Seconds of a clock that never steps back.
-using LiveSeconds = int64_t;
-
 const char* nameOf(MappingKind kind);
 
 // How long packets of a connection are shown after the module's interest in it has ended.
@@ -50,12 +47,6 @@ struct LiveMapping {
         return kind == MappingKind::Control ? Protocol::Tcp : Protocol::Udp;
     }
     [[nodiscard]] int ports() const { return kind == MappingKind::Media ? 2 : 1; }
-};
-
-// When a private endpoint last sent something.
-struct EndpointUse {
-    Endpoint inside;
-    LiveSeconds ago = 0;
 };
 
 // Whether a public port may be handed out, for all that the machine does with it otherwise.
@@ -127,9 +118,9 @@ public:
     // What a survey of the kernel's flows has to look for.
     [[nodiscard]] FlowSurvey survey() const;
 
-    // Brings the mappings up to date with a survey and with what private hosts sent, and closes
-    // those whose call is over and which nobody uses.
-    Swept sweep(const FlowSurvey& survey, std::span<const EndpointUse> uses, LiveSeconds now);
+    // Brings the mappings up to date with a survey, and closes those whose call is over and which
+    // nobody uses.
+    Swept sweep(const FlowSurvey& survey, LiveSeconds now);
 
     // Closes mappings that have made room for others, and those that the module has needed no more
     // for `overLinger` seconds: their connections are shown until they are closed.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gateway/live/live_mappings.h"
+#include "gateway/live/flow_survey.h"
 
 #include <cstdint>
 #include <string>

@@ -137,13 +137,11 @@ std::string definitions() {
                 "; }\n";
     }
     const std::string dynamic = " flags dynamic,timeout; ";
-    return text + "  set active { type ipv4_addr . inet_service;" + dynamic +
-           "size 65536; timeout 1h; }\n"
-           "  set peers { type ipv4_addr . inet_service . ipv4_addr;" +
-           dynamic +
-           "size 65536; timeout 1h; }\n"
-           "  set hairpin { type ipv4_addr . inet_service;" +
-           dynamic +
+    const std::string lasting =
+        dynamic + "size 65536; timeout " + std::to_string(activeTimeout) + "s; }\n";
+    return text + "  set " + activeSet + " { type ipv4_addr . inet_service;" + lasting +
+           "  set peers { type ipv4_addr . inet_service . ipv4_addr;" + lasting +
+           "  set hairpin { type ipv4_addr . inet_service;" + dynamic +
            "size 4096; timeout 1m; }\n"
            "  counter shown { }\n";
 }

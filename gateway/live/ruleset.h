@@ -12,6 +12,10 @@ namespace gateway {
 // form it takes depends on the kernel.
 constexpr const char* queueChain = "to_module";
 
+// Set of private endpoints that send media; each stays for `activeTimeout` seconds after it did.
+constexpr const char* activeSet = "active";
+constexpr uint32_t activeTimeout = 3600;
+
 enum class Transition : uint8_t {
     Replace, // drop a table that an earlier run may have left, and make a new one
     Refresh, // renew the rules; the sets and what is in them stay

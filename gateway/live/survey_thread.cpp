@@ -1,5 +1,8 @@
 #include "gateway/live/survey_thread.h"
 
+#include "gateway/live/nft_reader.h"
+#include "gateway/live/ruleset.h"
+
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -9,7 +12,8 @@
 
 namespace gateway {
 
-SurveyThread::SurveyThread() : done_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+SurveyThread::SurveyThread(std::string table)
+    : table_(std::move(table)), done_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     // Signals are for the thread that waits for them.
     sigset_t all;
     sigset_t before;
@@ -66,6 +70,7 @@ void SurveyThread::run() {
         for (const TrackedFlow& flow : flows) {
             survey.note(flow);
         }
+        survey.noteUses(readUses(table_, activeSet, activeTimeout));
         lock.lock();
         survey_ = std::move(survey);
         answered_ = answered;

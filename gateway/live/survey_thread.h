@@ -6,14 +6,16 @@
 #include <condition_variable>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 
 namespace gateway {
 
-// Reads the kernel's connection table beside the packets: a large one takes tenths of a second.
+// Reads the kernel's connection table, and the uses that the gateway's table keeps, beside the
+// packets: large ones take tenths of a second.
 class SurveyThread {
 public:
-    SurveyThread();
+    explicit SurveyThread(std::string table);
     ~SurveyThread();
     SurveyThread(const SurveyThread&) = delete;
     SurveyThread& operator=(const SurveyThread&) = delete;
@@ -31,6 +33,7 @@ public:
 private:
     void run();
 
+    std::string table_;
     int done_ = -1;
     bool busy_ = false; // of the caller's thread
     std::mutex mutex_;

@@ -54,7 +54,8 @@ protected:
         for (const TrackedFlow& flow : flows) {
             survey.note(flow);
         }
-        return mappings.sweep(survey, uses, now);
+        survey.noteUses(uses);
+        return mappings.sweep(survey, now);
     }
 
     std::set<uint16_t> ownPorts;
