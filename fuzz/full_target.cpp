@@ -9,8 +9,8 @@
 #include "fuzz/memory_meter.h"
 #include "fuzz/module_state.h"
 #include "fuzz/require.h"
-#include "fuzz/script_host.h"
 #include "fuzz/script_packets.h"
+#include "fuzz/script_player.h"
 #include "nat/full/connections.h"
 #include "nat/full/endpoints.h"
 #include "nat/full/registrations.h"
@@ -26,9 +26,7 @@ using full_scope::none;
 using full_scope::state;
 
 constexpr uint32_t multicast = 0xE0000129;
-constexpr uint16_t signallingPort = 1720;
 constexpr uint8_t tcpFin = 1, tcpSyn = 2, tcpAck = 16;
-constexpr uint16_t backwards = 0xFFFF;
 constexpr uint32_t room = 3; // calls; few, so that records run out
 
 // What only a private host's packet may add to.
@@ -105,53 +103,23 @@ void requireSoundState() {
     require(state.claims.used >= state.mappings.used, "each mapping is needed by somebody");
 }
 
-class ScriptRun {
+class ScriptRun final : public ScriptPlayer {
 public:
     ScriptRun() {
         memoryMeter().succeedFor(FailingAllocator::never);
         forgetCalls();
         require(full_scope::enter(room), "there is memory for the full scope");
         for (const uint32_t address : privateParties) {
-            host_.addresses.insert(address);
+            host.addresses.insert(address);
         }
-        host_.ports = {signallingPort, 1503};
+        host.ports = {callSignallingPort, 1503};
     }
-    ~ScriptRun() {
+    ~ScriptRun() override {
         full_scope::leave();
         TarvexActivateInboundMapping(0);
     }
     ScriptRun(const ScriptRun&) = delete;
     ScriptRun& operator=(const ScriptRun&) = delete;
-
-    void run(const Step& step) {
-        switch (step.kind) {
-        case StepKind::TcpSent:
-        case StepKind::TcpReceived:
-            exchangeTcp(step);
-            break;
-        case StepKind::UdpSent:
-        case StepKind::UdpReceived:
-            exchange(step.kind == StepKind::UdpSent,
-                     udpPacket(directed(step.kind == StepKind::UdpSent, insideFlow(step)),
-                               step.payload));
-            break;
-        case StepKind::RawSent:
-        case StepKind::RawReceived:
-            exchangeRaw(step);
-            break;
-        case StepKind::Wait:
-            clock_.advance(step.localPort == backwards ? -3600u : step.localPort);
-            break;
-        case StepKind::Publish:
-            TarvexActivateInboundMapping(
-                (step.parties & 0x80) != 0 ? 0 : privateParties[step.parties & 1]);
-            break;
-        case StepKind::Settings:
-            host_.settings = step.flags;
-            break;
-        }
-        requireSoundState();
-    }
 
     void requireEndState() {
         while (state.connectionAges.oldest != none) {
@@ -165,11 +133,11 @@ public:
         }
         full_scope::dropAnnounced();
         require(recordsInUse() == 0, "nothing stays when everything is over");
-        host_.requireWholeLists();
+        host.requireWholeLists();
     }
 
 private:
-    static FlowKey insideFlow(const Step& step) {
+    [[nodiscard]] FlowKey insideFlow(const Step& step) const override {
         FlowKey flow = partiesOf(step, multicast);
         for (Index index = 1; step.remotePort == 0 && index <= state.announced.capacity; ++index) {
             const full_scope::Announced& announced = state.announced[index];
@@ -193,14 +161,14 @@ private:
                                          inside.sourcePort, inside.destinationPort);
         const auto [found, fresh] = numbers_.try_emplace(key);
         if (fresh && begins) {
-            host_.addFlow(inside);
+            host.addFlow(inside);
             begin(inside, found->second);
         }
         return found->second;
     }
 
     void begin(const FlowKey& inside, Numbers& numbers) {
-        const bool listens = inside.sourcePort == signallingPort ||
+        const bool listens = inside.sourcePort == callSignallingPort ||
                              full_scope::findListening({inside.sourceAddress, inside.sourcePort});
         const TcpFields first = {directed(!listens, inside),
                                  listens ? numbers.received++ : numbers.sent++, tcpSyn, 0};
@@ -211,40 +179,29 @@ private:
         exchange(listens, tcpPacket(answer, {}));
     }
 
-    void exchangeTcp(const Step& step) {
+    void exchangeTcp(const Step& step) override {
         const bool sent = step.kind == StepKind::TcpSent;
         const FlowKey inside = insideFlow(step);
         Numbers& numbers = numbersOf(inside, (step.parties & 0x40) == 0);
         uint32_t& expected = sent ? numbers.sent : numbers.received;
-        const uint32_t acknowledgement = sent ? numbers.received : numbers.sent;
-        const uint32_t sequence = expected + static_cast<uint32_t>(int32_t{step.shift});
-        for (const Piece& piece : piecesOf(step)) {
-            exchange(sent, tcpPacket({directed(sent, inside), sequence + piece.offset, step.flags,
-                                      acknowledgement},
-                                     piece.octets));
-            expected = sequence + piece.offset + static_cast<uint32_t>(piece.octets.size());
-        }
+        sendPieces(step, inside, expected, sent ? numbers.received : numbers.sent);
         expected += (step.flags & (tcpSyn | tcpFin)) != 0 ? 1 : 0;
     }
 
-    void exchangeRaw(const Step& step) {
-        const bool sent = step.kind == StepKind::RawSent;
-        exchange(sent, sent ? rawPacket(step, insideFlow(step)) : step.payload);
-    }
+    void wait(int32_t seconds) override { clock_.advance(static_cast<unsigned>(seconds)); }
 
-    void exchange(bool sent, const Octets& packet) {
-        if (packet.size() > UINT16_MAX) {
-            return;
-        }
+    void publish(uint32_t address) override { TarvexActivateInboundMapping(address); }
+
+    void exchange(bool sent, const Octets& packet) override {
         memoryMeter().drainTakenOctets();
         const Counts before;
         const HookResult result =
-            sent ? sendPacket(host_.context, packet) : receivePacket(host_.context, packet);
+            sent ? sendPacket(host.context, packet) : receivePacket(host.context, packet);
         require(memoryMeter().drainTakenOctets() == 0, "a packet takes no memory");
         if (sent) {
             anySent_ = true;
             if (result.changed) {
-                host_.requireOnlyHandedOut(packet, result.octets);
+                host.requireOnlyHandedOut(packet, result.octets);
             }
             return;
         }
@@ -271,7 +228,6 @@ private:
     }
 
     FakeClock clock_{1'000'000};
-    ScriptHost host_;
     bool anySent_ = false;
     std::map<std::tuple<uint32_t, uint32_t, uint16_t, uint16_t>, Numbers> numbers_;
 };
@@ -285,7 +241,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     [[maybe_unused]] static const bool started = (startModule(), true);
     ScriptRun run;
     for (const Step& step : parseScript(data, size)) {
-        run.run(step);
+        run.play(step);
+        requireSoundState();
     }
     run.requireEndState();
     return 0;

@@ -1,15 +1,11 @@
 // The two hooks under a sequence of packets: whole calls in any cut, hostile headers, time moving,
 // a host that refuses or runs short of memory.
-#include <algorithm>
-#include <map>
-#include <tuple>
-
 #include "H.323/MULTIMEDIA-SYSTEM-CONTROL.h"
 #include "fuzz/memory_meter.h"
 #include "fuzz/module_state.h"
 #include "fuzz/require.h"
-#include "fuzz/script_host.h"
 #include "fuzz/script_packets.h"
+#include "fuzz/script_player.h"
 #include "nat/listed/connection_pools.h"
 #include "nat/listed/inbound_state.h"
 #include "nat/listed/rewrite_mode.h"
@@ -20,12 +16,11 @@ namespace fuzzing {
 namespace {
 
 constexpr unsigned startTime = 1'000'000;
-constexpr uint16_t backwards = 0xFFFF;
 
 // What the module keeps between messages for the next one: blocks, buffers.
 constexpr size_t mostKeptAllocations = 2 * poolSize + PER_POOL_BLOCKS + PER_POOL_BUFFERS;
 
-class ScriptRun {
+class ScriptRun final : public ScriptPlayer {
 public:
     ScriptRun() {
         memoryMeter().succeedFor(FailingAllocator::never);
@@ -33,55 +28,28 @@ public:
         setRewriteMode(REWRITE_ENCODED);
     }
 
-    void run(const Step& step) {
-        switch (step.kind) {
-        case StepKind::TcpSent:
-        case StepKind::TcpReceived:
-            exchangeTcp(step);
-            break;
-        case StepKind::UdpSent:
-        case StepKind::UdpReceived:
-            exchange(step.kind == StepKind::UdpSent,
-                     udpPacket(directed(step.kind == StepKind::UdpSent, insideFlow(step)),
-                               step.payload));
-            break;
-        case StepKind::RawSent:
-        case StepKind::RawReceived:
-            exchangeRaw(step);
-            break;
-        case StepKind::Wait:
-            clock_.advance(step.localPort == backwards ? -3600u : step.localPort);
-            break;
-        case StepKind::Publish:
-            publish((step.parties & 0x80) != 0 ? 0 : privateParties[step.parties & 1]);
-            break;
-        case StepKind::Settings:
-            apply(step);
-            break;
-        }
-        requireConsistentState();
-    }
-
     void requireEndState() const {
         requireClearFreeRecords();
-        host_.requireWholeLists();
+        host.requireWholeLists();
     }
 
 private:
-    void apply(const Step& step) {
+    void apply(const Step& step) override {
         const auto has = [&](HostSetting setting) { return (step.flags & setting) != 0; };
-        host_.settings = step.flags;
+        ScriptPlayer::apply(step);
         setRewriteMode(has(settingLossless) ? REWRITE_LOSSLESS : REWRITE_ENCODED);
         memoryMeter().succeedFor(has(settingMemoryShort) ? step.localPort
                                                          : FailingAllocator::never);
     }
 
-    void publish(uint32_t address) {
+    void wait(int32_t seconds) override { clock_.advance(static_cast<unsigned>(seconds)); }
+
+    void publish(uint32_t address) override {
         TarvexActivateInboundMapping(address);
-        host_.addresses.insert(address);
+        host.addresses.insert(address);
     }
 
-    static FlowKey insideFlow(const Step& step) {
+    [[nodiscard]] FlowKey insideFlow(const Step& step) const override {
         FlowKey flow = partiesOf(step, ScriptHost::publicAddress);
         if (step.localPort == 0) {
             flow.sourcePort = inboundMappingState.publishedControlPort;
@@ -95,31 +63,10 @@ private:
         return flow;
     }
 
-    void exchangeTcp(const Step& step) {
-        const bool sent = step.kind == StepKind::TcpSent;
-        const FlowKey inside = insideFlow(step);
-        const FlowKey flow = directed(sent, inside);
-        host_.addFlow(inside);
-        uint32_t& expected = nextSequence(flow);
-        const uint32_t sequence = expected + static_cast<uint32_t>(int32_t{step.shift});
-        for (const Piece& piece : piecesOf(step)) {
-            exchange(sent, tcpPacket({flow, sequence + piece.offset, step.flags}, piece.octets));
-            expected = sequence + piece.offset + static_cast<uint32_t>(piece.octets.size());
-        }
-    }
-
-    void exchangeRaw(const Step& step) {
-        const bool sent = step.kind == StepKind::RawSent;
-        exchange(sent, sent ? rawPacket(step, insideFlow(step)) : step.payload);
-    }
-
-    void exchange(bool sent, const Octets& packet) {
-        if (packet.size() > UINT16_MAX) {
-            return;
-        }
+    void exchange(bool sent, const Octets& packet) override {
         memoryMeter().drainTakenOctets();
         const HookResult result =
-            sent ? sendPacket(host_.context, packet) : receivePacket(host_.context, packet);
+            sent ? sendPacket(host.context, packet) : receivePacket(host.context, packet);
         // A segment completes what the buffer held; fast start nests messages in messages.
         require(memoryMeter().drainTakenOctets() <=
                     memoryBound(2 * (packet.size() + streamBufferCapacity), H245MemoryPerOctet),
@@ -127,19 +74,11 @@ private:
         require(memoryMeter().liveBlocks() <= mostKeptAllocations,
                 "a packet leaves no memory behind");
         if (rewriteMode == REWRITE_LOSSLESS && result.changed) {
-            host_.requireOnlyHandedOut(packet, result.octets);
+            host.requireOnlyHandedOut(packet, result.octets);
         }
     }
 
-    uint32_t& nextSequence(const FlowKey& flow) {
-        const auto key = std::make_tuple(flow.sourceAddress, flow.destinationAddress,
-                                         flow.sourcePort, flow.destinationPort);
-        return sequences_.try_emplace(key, firstSequence).first->second;
-    }
-
     FakeClock clock_{startTime};
-    ScriptHost host_;
-    std::map<std::tuple<uint32_t, uint32_t, uint16_t, uint16_t>, uint32_t> sequences_;
 };
 
 } // namespace
@@ -151,7 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     [[maybe_unused]] static const bool started = (startModule(), true);
     ScriptRun run;
     for (const Step& step : parseScript(data, size)) {
-        run.run(step);
+        run.play(step);
+        requireConsistentState();
     }
     run.requireEndState();
     return 0;

@@ -6,9 +6,6 @@
 
 namespace full_scope {
 
-inline constexpr uint16_t rasPort = 1719;
-inline constexpr uint16_t discoveryPort = 1718;
-
 // Each answers whether octets of the payload changed.
 bool sendDatagram(HostContext* hostContext, const UdpDatagram& datagram);
 bool receiveDatagram(HostContext* hostContext, const UdpDatagram& datagram);

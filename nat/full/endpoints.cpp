@@ -2,12 +2,10 @@
 
 #include "nat/full/host_requests.h"
 #include "nat/observer.h"
+#include "nat/well_known_ports.h"
 
 namespace full_scope {
 namespace {
-
-constexpr uint16_t signallingPort = 1720;
-constexpr uint16_t t120Port = 1503;
 
 bool isUdp(uint8_t role) {
     return role == H323NAT_ROLE_MEDIA || role == H323NAT_ROLE_RAS;
@@ -204,7 +202,7 @@ EndpointKey insideOf(const EndpointKey& publicEndpoint, bool udp) {
 
 bool isPublished(uint8_t role, const EndpointKey& inside) {
     return !isUdp(role) && inside.address == state.publishedAddress && inside.address != 0 &&
-           (inside.port == signallingPort || inside.port == t120Port);
+           (inside.port == callSignallingPort || inside.port == t120Port);
 }
 
 Translation translateOut(uint8_t role, bool rtcp, const EndpointKey& inside, const Asking& asking) {

@@ -9,6 +9,7 @@
 #include "nat/message_facts.h"
 #include "nat/observer.h"
 #include "nat/roles.h"
+#include "nat/well_known_ports.h"
 
 namespace full_scope {
 namespace {
@@ -248,13 +249,13 @@ bool translateAddress(const MessageSource& source, const FoundAddress& found,
     return true;
 }
 
-// Where a received message tells the private host to connect to.
+// Where a received message tells the private host to connect to. A signalling connection to the
+// well-known port is followed without that.
 void announceReceived(const MessageSource& source, const FoundAddress& found, Index call) {
-    constexpr uint16_t signallingPort = 1720; // followed without being announced
     const LocatedPlace& place = found.place;
     const bool control = found.role.role == H323NAT_ROLE_H245;
     if (!source.mayAnnounce || !found.role.tells || place.address == 0 || place.port == 0 ||
-        (control ? call == none : place.port == signallingPort)) {
+        (control ? call == none : place.port == callSignallingPort)) {
         return;
     }
     announce(found.role.role, {place.address, place.port}, source.privateAddress,

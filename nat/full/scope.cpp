@@ -3,6 +3,7 @@
 #include "nat/full/connections.h"
 #include "nat/full/endpoints.h"
 #include "nat/full/registrations.h"
+#include "nat/well_known_ports.h"
 
 namespace full_scope {
 namespace {

@@ -4,6 +4,7 @@
 
 #include "nat/full/datagrams.h"
 #include "nat/full/state.h"
+#include "nat/well_known_ports.h"
 
 namespace full_scope {
 
@@ -13,8 +14,6 @@ bool enter(uint32_t calls);
 
 // Leaves it: calls that are followed are forgotten, the memory is given back.
 void leave();
-
-inline constexpr uint16_t callSignallingPort = 1720;
 
 // Each may say yes to a packet that is none of ours, never no to one that is.
 

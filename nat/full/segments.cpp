@@ -5,11 +5,10 @@
 #include "nat/full/host_requests.h"
 #include "nat/full/message.h"
 #include "nat/q931.h"
+#include "nat/well_known_ports.h"
 
 namespace full_scope {
 namespace {
-
-constexpr uint16_t signallingPort = 1720;
 
 EndpointKey sourceOf(const FlowKey& flow) {
     return {flow.sourceAddress, flow.sourcePort};
@@ -108,7 +107,7 @@ uint8_t roleOfDestination(const EndpointKey& outside, Index& call) {
         call = runningCall(state.announced[announced].call);
         return state.announced[announced].role;
     }
-    return outside.port == signallingPort ? H323NAT_ROLE_SIGNALLING : 0;
+    return outside.port == callSignallingPort ? H323NAT_ROLE_SIGNALLING : 0;
 }
 
 // What a private host accepts connections on, and by which public endpoint; address 0: only the
@@ -116,13 +115,13 @@ uint8_t roleOfDestination(const EndpointKey& outside, Index& call) {
 uint8_t roleOfListener(const EndpointKey& inside, const HostContext& hostContext,
                        EndpointKey& publicEndpoint, Index& call) {
     call = none;
-    if (inside.address == state.publishedAddress && inside.port == signallingPort) {
+    if (inside.address == state.publishedAddress && inside.port == callSignallingPort) {
         publicEndpoint = {hostContext.publicAddress, inside.port};
         return H323NAT_ROLE_SIGNALLING;
     }
     const Index index = findListening(inside);
     if (index == none) {
-        return inside.port == signallingPort ? uint8_t{H323NAT_ROLE_SIGNALLING} : uint8_t{0};
+        return inside.port == callSignallingPort ? uint8_t{H323NAT_ROLE_SIGNALLING} : uint8_t{0};
     }
     publicEndpoint = state.mappings[index].publicEndpoint;
     call = runningCall(state.mappings[index].call);
@@ -141,51 +140,48 @@ bool isKnownBeginning(Index index, uint32_t firstSequence) {
            inWindow(state.connections[index].sent, firstSequence);
 }
 
-void beginOutbound(HostContext* hostContext, const TcpSegment& segment) {
+// Follows the connection that a private host's SYN, or SYN and ACK, begins. None when its role is
+// not followed, when it is followed already, or without a record for it.
+Index begin(HostContext* hostContext, const TcpSegment& segment, uint8_t role, Index call) {
     const EndpointKey inside = sourceOf(segment.flow);
     const EndpointKey outside = destinationOf(segment.flow);
-    Index call = none;
-    const uint8_t role = roleOfDestination(outside, call);
     const uint32_t first = segment.sequence + 1;
     if (!isFollowedRole(role) || isKnownBeginning(findByInside(inside, outside), first)) {
-        return;
+        return none;
     }
     const Index index = follow(role, inside, outside);
-    if (index == none) {
-        return;
+    if (index != none) {
+        state.connections[index].hostContext = hostContext;
+        beginStream(state.connections[index].sent, first);
+        if (role == H323NAT_ROLE_H245) {
+            joinCall(index, runningCall(call));
+        }
     }
-    state.connections[index].opened = true;
-    state.connections[index].hostContext = hostContext;
-    beginStream(state.connections[index].sent, first);
-    if (role == H323NAT_ROLE_H245) {
-        joinCall(index, runningCall(call));
+    return index;
+}
+
+void beginOutbound(HostContext* hostContext, const TcpSegment& segment) {
+    Index call = none;
+    const uint8_t role = roleOfDestination(destinationOf(segment.flow), call);
+    const Index index = begin(hostContext, segment, role, call);
+    if (index != none) {
+        state.connections[index].opened = true;
     }
 }
 
 void beginInbound(HostContext* hostContext, const TcpSegment& segment) {
-    const EndpointKey inside = sourceOf(segment.flow);
-    const EndpointKey outside = destinationOf(segment.flow);
     EndpointKey publicEndpoint = {};
     Index call = none;
-    const uint8_t role = roleOfListener(inside, *hostContext, publicEndpoint, call);
-    const uint32_t first = segment.sequence + 1;
-    if (!isFollowedRole(role) || isKnownBeginning(findByInside(inside, outside), first)) {
-        return;
-    }
-    const Index index = follow(role, inside, outside);
+    const uint8_t role = roleOfListener(sourceOf(segment.flow), *hostContext, publicEndpoint, call);
+    const Index index = begin(hostContext, segment, role, call);
     if (index == none) {
         return;
     }
-    state.connections[index].hostContext = hostContext;
     if (publicEndpoint.address != 0) {
         setPublicEndpoint(index, publicEndpoint);
     }
     setPlaced(index, false);
-    beginStream(state.connections[index].sent, first);
     beginStream(state.connections[index].received, segment.acknowledgement);
-    if (role == H323NAT_ROLE_H245) {
-        joinCall(index, runningCall(call));
-    }
 }
 
 // The answer to a private host's SYN: only the host knows whose it is.

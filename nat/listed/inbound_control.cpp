@@ -4,10 +4,9 @@
 #include "nat/listed/logical_channel.h"
 #include "nat/listed/media_mapping.h"
 #include "nat/listed/stream_message.h"
+#include "nat/well_known_ports.h"
 
 namespace {
-
-constexpr uint16_t t120Port = 1503;
 
 // What a rule did. `failed`: it changed the message, and encoding it again failed; no further rule
 // is tried then.

@@ -7,6 +7,7 @@
 #include "nat/message_facts.h"
 #include "nat/observer.h"
 #include "nat/roles.h"
+#include "nat/well_known_ports.h"
 
 namespace {
 
@@ -131,12 +132,11 @@ H323ObservedCall callEvent(const CallSignalConnection& call) {
 }
 
 H323ObservedCall inboundEvent() {
-    constexpr uint16_t signallingPort = 1720;
     const InboundMappingState& call = inboundMappingState;
     H323ObservedCall event = {};
     event.call = call.callNumber;
     event.direction = H323NAT_RECEIVED;
-    event.inside = {call.publishedAddress, signallingPort, 0};
+    event.inside = {call.publishedAddress, callSignallingPort, 0};
     event.outside = {call.remoteAddress, call.remoteSignallingPort, 0};
     return event;
 }

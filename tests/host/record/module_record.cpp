@@ -19,16 +19,14 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <random>
 #include <sstream>
 #include <string>
-#include <tuple>
 
 #include "H.323/H323-MESSAGES.h"
-#include "fuzz/script_host.h"
 #include "fuzz/script_packets.h"
+#include "fuzz/script_player.h"
 #include "tests/support/capture.h"
 
 namespace {
@@ -129,7 +127,7 @@ constexpr Variant variants[] = {{"given, encoded", H323NAT_REWRITE_ENCODED, fals
                                 {"in order, encoded", H323NAT_REWRITE_ENCODED, true},
                                 {"in order, lossless", H323NAT_REWRITE_LOSSLESS, true}};
 
-class Play {
+class Play final : public ScriptPlayer {
 public:
     explicit Play(uint32_t mode) {
         static const HostCallbackTable table = notingCallbacks();
@@ -140,47 +138,21 @@ public:
         transcript << "start\n";
     }
 
-    void run(const Step& step) {
-        switch (step.kind) {
-        case StepKind::TcpSent:
-        case StepKind::TcpReceived:
-            exchangeTcp(step);
-            break;
-        case StepKind::UdpSent:
-        case StepKind::UdpReceived:
-            exchange(step.kind == StepKind::UdpSent,
-                     udpPacket(directed(step.kind == StepKind::UdpSent, insideFlow(step)),
-                               step.payload));
-            break;
-        case StepKind::RawSent:
-        case StepKind::RawReceived:
-            exchangeRaw(step);
-            break;
-        case StepKind::Wait:
-            now += step.localPort == 0xFFFF ? -3600 : step.localPort;
-            break;
-        case StepKind::Publish:
-            module.activate((step.parties & 0x80) != 0 ? 0 : privateParties[step.parties & 1]);
-            break;
-        case StepKind::Settings:
-            host_.settings = step.flags;
-            break;
-        }
-    }
+    using ScriptPlayer::play;
 
-    void run(const test_support::CapturedPacket& packet) {
+    void play(const test_support::CapturedPacket& packet) {
         const test_support::Segment& segment = packet.segment;
         const FlowKey& flow = segment.flow;
-        host_.addFlow(packet.sent ? flow
-                                  : FlowKey{test_support::privateParty, flow.sourceAddress,
-                                            flow.destinationPort, flow.sourcePort});
+        host.addFlow(packet.sent ? flow
+                                 : FlowKey{test_support::privateParty, flow.sourceAddress,
+                                           flow.destinationPort, flow.sourcePort});
         exchange(packet.sent,
                  segment.udp ? udpPacket(flow, segment.payload)
                              : tcpPacket({flow, segment.sequence, segment.flags}, segment.payload));
     }
 
 private:
-    FlowKey insideFlow(const Step& step) const {
+    [[nodiscard]] FlowKey insideFlow(const Step& step) const override {
         FlowKey flow = partiesOf(step, ScriptHost::publicAddress);
         if (step.localPort == 0) {
             flow.sourcePort = publishedControlPort_;
@@ -222,34 +194,18 @@ private:
         pu_freeContext(&context);
     }
 
-    void exchangeTcp(const Step& step) {
-        const bool sent = step.kind == StepKind::TcpSent;
-        const FlowKey inside = insideFlow(step);
-        const FlowKey flow = directed(sent, inside);
-        host_.addFlow(inside);
+    void exchangeTcp(const Step& step) override {
+        ScriptPlayer::exchangeTcp(step);
         noteAnnouncement(step);
-        uint32_t& expected = sequences_
-                                 .try_emplace({flow.sourceAddress, flow.destinationAddress,
-                                               flow.sourcePort, flow.destinationPort},
-                                              firstSequence)
-                                 .first->second;
-        const uint32_t sequence = expected + static_cast<uint32_t>(int32_t{step.shift});
-        for (const Piece& piece : piecesOf(step)) {
-            exchange(sent, tcpPacket({flow, sequence + piece.offset, step.flags}, piece.octets));
-            expected = sequence + piece.offset + static_cast<uint32_t>(piece.octets.size());
-        }
     }
 
-    void exchangeRaw(const Step& step) {
-        const bool sent = step.kind == StepKind::RawSent;
-        exchange(sent, sent ? rawPacket(step, insideFlow(step)) : step.payload);
-    }
+    void wait(int32_t seconds) override { now += seconds; }
 
-    void exchange(bool sent, Octets packet) {
+    void publish(uint32_t address) override { module.activate(address); }
+
+    void exchange(bool sent, const Octets& given) override {
         constexpr size_t ipHeader = 20;
-        if (packet.size() > UINT16_MAX) {
-            return;
-        }
+        Octets packet = given;
         packet.resize(std::max(packet.size(), ipHeader));
         PacketDescriptor descriptor{};
         descriptor.flags = 0x81;
@@ -267,7 +223,7 @@ private:
         transcript << (sent ? "sent" : "received");
         const auto beforeCalls = transcript.tellp();
         const uint32_t result =
-            (sent ? module.sending : module.receiving)(&host_.context, &descriptor);
+            (sent ? module.sending : module.receiving)(&host.context, &descriptor);
         const bool asked = transcript.tellp() != beforeCalls;
         transcript << " result " << result << " flags " << std::hex << descriptor.flags << std::dec
                    << " lengths " << descriptor.ipHeaderLength << ' ' << descriptor.transportLength;
@@ -293,10 +249,8 @@ private:
         }
     }
 
-    ScriptHost host_;
     uint16_t publishedControlPort_ = 0;
     EndpointKey announced_{};
-    std::map<std::tuple<uint32_t, uint32_t, uint16_t, uint16_t>, uint32_t> sequences_;
 };
 
 // ---- inputs
@@ -308,7 +262,7 @@ constexpr const char* captures[] = {"fast-h245", "fast-tun",    "gk-direct", "gk
 template <typename Steps> void playSteps(const Variant& variant, const Steps& steps) {
     Play play(variant.mode);
     for (const auto& step : steps) {
-        play.run(step);
+        play.play(step);
     }
 }
 
@@ -339,7 +293,7 @@ void playCapture(const Variant& variant, const std::string& name) {
         Play play(variant.mode);
         module.activate(test_support::privateParty);
         for (const auto& packet : cut) {
-            play.run(packet);
+            play.play(packet);
         }
     }
 }
