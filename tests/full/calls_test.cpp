@@ -30,6 +30,26 @@ Octets openChannel(const EndpointKey& media) {
     return openLogicalChannel({true, at(media)});
 }
 
+// An outbound call whose H.245 connection is open.
+struct ControlledCall {
+    explicit ControlledCall(FullHost& host, const EndpointKey& inside = caller,
+                            const EndpointKey& control = {outsideParty, 38333},
+                            uint32_t sentFirst = 1000)
+        : call(host, inside, called, TcpCall::Opened::byPrivate, sentFirst),
+          h245(host, {inside.address, static_cast<uint16_t>(inside.port + 1000)},
+               connected(call, control)) {}
+
+    TcpCall call;
+    TcpCall h245;
+
+private:
+    static const EndpointKey& connected(TcpCall& call, const EndpointKey& control) {
+        call.sent(plainSetup());
+        call.received(connectWith(control));
+        return control;
+    }
+};
+
 void registerHost(FullHost& host, const EndpointKey& ras, const EndpointKey& signalling) {
     host.discover(ras);
     host.sendDatagram(ras, keeper, registrationRequest({at(signalling)}, {at(ras)}));
@@ -46,11 +66,8 @@ EndpointKey first(const Octets& before, const Octets& after) {
 TEST(Calls, OutboundWithSeparateControlConnection) {
     FullHost host;
     {
-        TcpCall call(host, caller, called);
-        call.sent(plainSetup());
-        const EndpointKey control = {outsideParty, 38333};
-        call.received(connectWith(control));
-        TcpCall h245(host, {privateParty, 51000}, control);
+        ControlledCall controlled(host);
+        auto& [call, h245] = controlled;
         h245.sent(openChannel({privateParty, 5000}));
         h245.received(openChannel({outsideParty, 6000}));
         h245.sent(openLogicalChannelAck({true, at({privateParty, 5002})}));
@@ -69,11 +86,8 @@ TEST(Calls, OutboundWithSeparateControlConnection) {
 
 TEST(Calls, TheControlConnectionCarriesACallWhoseSignallingIsClosed) {
     FullHost host;
-    TcpCall call(host, caller, called);
-    call.sent(plainSetup());
-    const EndpointKey control = {outsideParty, 38333};
-    call.received(connectWith(control));
-    TcpCall h245(host, {privateParty, 51000}, control);
+    ControlledCall controlled(host);
+    auto& [call, h245] = controlled;
     call.close();
     EXPECT_EQ(host.takeTold("ended"), Lines{});
     h245.sent(openChannel({privateParty, 5000}));
@@ -127,12 +141,9 @@ TEST(Calls, ForwardedByAnotherPortThanTheMappedOne) {
 
 TEST(Calls, OneControlPortServesOneCallAfterTheOther) {
     FullHost host;
-    const EndpointKey control = {outsideParty, 38333};
     for (uint16_t round = 0; round < 5; ++round) {
-        TcpCall call(host, {privateParty, static_cast<uint16_t>(50000 + round)}, called);
-        call.sent(plainSetup());
-        call.received(connectWith(control));
-        TcpCall h245(host, {privateParty, static_cast<uint16_t>(51000 + round)}, control);
+        ControlledCall controlled(host, {privateParty, static_cast<uint16_t>(50000 + round)});
+        auto& [call, h245] = controlled;
         host.takeTold();
         h245.sent(openChannel({privateParty, 5000}));
         EXPECT_EQ(host.takeAsked(), Lines{"media 10.0.0.5:5000 > 1.1.1.1"});
@@ -289,10 +300,8 @@ void playCall(FullHost& host, uint32_t number, bool releases) {
     const auto port = static_cast<uint16_t>(2000 + number % 30000);
     const EndpointKey inside = {privateParty + number / 30000, port};
     const EndpointKey control = {outsideParty, static_cast<uint16_t>(30000 + number % 30000)};
-    TcpCall call(host, inside, called, TcpCall::Opened::byPrivate, number * 7919);
-    call.sent(plainSetup());
-    call.received(connectWith(control));
-    TcpCall h245(host, {inside.address, static_cast<uint16_t>(port + 31000)}, control);
+    ControlledCall controlled(host, inside, control, number * 7919);
+    auto& [call, h245] = controlled;
     const EndpointKey media = {inside.address, port};
     const Octets open = openChannel(media);
     ASSERT_EQ(first(open, h245.sent(open)), FullHost::publicOf(media)) << number;

@@ -186,22 +186,22 @@ EndpointKey FullHost::publicOf(const EndpointKey& inside) {
     return {publicAddress, static_cast<uint16_t>(inside.port + 10000 * number)};
 }
 
-Octets FullHost::sendDatagram(const EndpointKey& inside, const EndpointKey& outside,
-                              const Octets& message) {
+static Segment datagram(const EndpointKey& from, const EndpointKey& to, const Octets& message) {
     Segment segment;
-    segment.flow = {inside.address, outside.address, inside.port, outside.port};
+    segment.flow = {from.address, to.address, from.port, to.port};
     segment.udp = true;
     segment.payload = message;
-    return send(segment);
+    return segment;
+}
+
+Octets FullHost::sendDatagram(const EndpointKey& inside, const EndpointKey& outside,
+                              const Octets& message) {
+    return send(datagram(inside, outside, message));
 }
 
 Octets FullHost::receiveDatagram(const EndpointKey& outside, const EndpointKey& publicEndpoint,
                                  const Octets& message) {
-    Segment segment;
-    segment.flow = {outside.address, publicEndpoint.address, outside.port, publicEndpoint.port};
-    segment.udp = true;
-    segment.payload = message;
-    return receive(segment);
+    return receive(datagram(outside, publicEndpoint, message));
 }
 
 void FullHost::discover(const EndpointKey& ras, uint32_t keeper) {
@@ -243,47 +243,36 @@ TcpCall::TcpCall(FullHost& fullHost, const EndpointKey& insideEnd, const Endpoin
     begin(opened);
 }
 
-void TcpCall::begin(Opened opened) {
-    host_.flows_.push_front({inside, publicEndpoint, outside});
-    Segment sent;
-    sent.flow = {inside.address, outside.address, inside.port, outside.port};
-    sent.sequence = sentFirst_ - 1;
-    Segment received;
-    received.flow = {outside.address, publicEndpoint.address, outside.port, publicEndpoint.port};
-    received.sequence = receivedFirst_ - 1;
-    if (opened == Opened::byPrivate) {
-        sent.flags = tcpSyn;
-        received.flags = tcpSyn | tcpAck;
-        received.acknowledgement = sentFirst_;
-        host_.send(sent);
-        host_.receive(received);
-    } else {
-        received.flags = tcpSyn;
-        sent.flags = tcpSyn | tcpAck;
-        sent.acknowledgement = receivedFirst_;
-        host_.receive(received);
-        host_.send(sent);
+// Gives what went on.
+Octets TcpCall::pass(bool sent, uint32_t offset, uint8_t flags, const Octets& payload) {
+    const EndpointKey& from = sent ? inside : outside;
+    const EndpointKey& to = sent ? outside : publicEndpoint;
+    const auto begunWith = [this](bool ofSent) { return ofSent ? sentFirst_ : receivedFirst_; };
+    Segment segment;
+    segment.flow = {from.address, to.address, from.port, to.port};
+    segment.sequence = begunWith(sent) + offset;
+    if ((flags & tcpAck) != 0) {
+        segment.acknowledgement =
+            begunWith(!sent) + static_cast<uint32_t>(sent ? receivedSoFar : sentSoFar);
     }
+    segment.payload = payload;
+    segment.flags = flags;
+    return sent ? host_.send(segment) : host_.receive(segment);
+}
+
+void TcpCall::begin(Opened opened) {
+    constexpr uint32_t before = static_cast<uint32_t>(-1);
+    host_.flows_.push_front({inside, publicEndpoint, outside});
+    pass(opened == Opened::byPrivate, before, tcpSyn, {});
+    pass(opened != Opened::byPrivate, before, tcpSyn | tcpAck, {});
 }
 
 Octets TcpCall::sentAt(size_t offset, const Octets& payload, uint8_t flags) {
-    Segment segment;
-    segment.flow = {inside.address, outside.address, inside.port, outside.port};
-    segment.sequence = sentFirst_ + static_cast<uint32_t>(offset);
-    segment.acknowledgement = receivedFirst_ + static_cast<uint32_t>(receivedSoFar);
-    segment.payload = payload;
-    segment.flags = flags;
-    return host_.send(segment);
+    return pass(true, static_cast<uint32_t>(offset), flags, payload);
 }
 
 Octets TcpCall::receivedAt(size_t offset, const Octets& payload, uint8_t flags) {
-    Segment segment;
-    segment.flow = {outside.address, publicEndpoint.address, outside.port, publicEndpoint.port};
-    segment.sequence = receivedFirst_ + static_cast<uint32_t>(offset);
-    segment.acknowledgement = sentFirst_ + static_cast<uint32_t>(sentSoFar);
-    segment.payload = payload;
-    segment.flags = flags;
-    return host_.receive(segment);
+    return pass(false, static_cast<uint32_t>(offset), flags, payload);
 }
 
 Octets TcpCall::sent(const Octets& payload) {

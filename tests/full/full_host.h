@@ -111,6 +111,7 @@ public:
 
 private:
     void begin(Opened opened);
+    Octets pass(bool sent, uint32_t offset, uint8_t flags, const Octets& payload);
 
     FullHost& host_;
     uint32_t sentFirst_;

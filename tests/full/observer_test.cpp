@@ -14,13 +14,16 @@ namespace {
 const std::string rtp = ".multiplexParameters.h2250LogicalChannelParameters.";
 const std::string ack = ".forwardMultiplexAckParameters.h2250LogicalChannelAckParameters.";
 
-std::string withoutCallNumber(const std::string& line) {
-    for (const std::string word : {"began ", "ended "}) {
-        if (line.starts_with(word)) {
-            return word + "N" + line.substr(line.find(' ', word.size()));
+// With N for the numbers of calls, of which no two are the same.
+Lines withoutCallNumbers(Lines lines) {
+    for (std::string& line : lines) {
+        for (const std::string word : {"began ", "ended "}) {
+            if (line.starts_with(word)) {
+                line = word + "N" + line.substr(line.find(' ', word.size()));
+            }
         }
     }
-    return line;
+    return lines;
 }
 
 TEST(ObserverInListedScope, IsToldOfAnOutboundCall) {
@@ -37,10 +40,6 @@ TEST(ObserverInListedScope, IsToldOfAnOutboundCall) {
     call.onControl(openLogicalChannel({true, {}, ipv4(privateParty, 5001)}));
     call.onControl(openLogicalChannelAck({true, ipv4(privateParty, 5002)}));
     call.fromCalled(q931({releaseComplete()}));
-    Lines lines;
-    for (const std::string& line : told.lines) {
-        lines.push_back(withoutCallNumber(line));
-    }
     const Lines expected = {
         "began N sent 10.0.0.5:50000 203.0.113.9:1720",
         "message sent setup",
@@ -57,7 +56,7 @@ TEST(ObserverInListedScope, IsToldOfAnOutboundCall) {
         "message received releaseComplete",
         "ended N 1 0",
     };
-    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(withoutCallNumbers(told.lines), expected);
 }
 
 TEST(ObserverInListedScope, IsToldOfAnInboundCall) {
@@ -68,10 +67,6 @@ TEST(ObserverInListedScope, IsToldOfAnInboundCall) {
     call.announceControl();
     call.onControl(openLogicalChannelAck({true, ipv4(privateParty, 5002)}));
     TarvexActivateInboundMapping(0);
-    Lines lines;
-    for (const std::string& line : told.lines) {
-        lines.push_back(withoutCallNumber(line));
-    }
     const Lines expected = {
         "began N received 10.0.0.5:1720 203.0.113.9:50000",
         "message received setup",
@@ -85,7 +80,7 @@ TEST(ObserverInListedScope, IsToldOfAnInboundCall) {
         "over h245 tcp 10.0.0.5:47231 0.0.0.0:0 0.0.0.0:0",
         "ended N 3 0",
     };
-    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(withoutCallNumbers(told.lines), expected);
 }
 
 } // namespace
