@@ -28,6 +28,8 @@ struct Network {
     [[nodiscard]] bool contains(uint32_t candidate) const;
 };
 
+constexpr uint16_t callSignalPort = 1720;
+
 // "10.0.0.5" and "10.0.0.5:1720".
 std::string toText(uint32_t address);
 std::string toText(const Endpoint& endpoint);

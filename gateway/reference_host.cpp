@@ -7,8 +7,6 @@
 namespace gateway {
 namespace {
 
-constexpr uint16_t callSignalPort = 1720;
-
 constexpr Network linkLocalMulticast{0xE0000000, 24}; // 224.0.0.0/24
 constexpr uint32_t limitedBroadcast = 0xFFFFFFFF;
 

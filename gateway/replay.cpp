@@ -8,8 +8,6 @@
 namespace gateway {
 namespace {
 
-constexpr uint16_t callSignalPort = 1720;
-
 Milliseconds millisecondsOf(const CaptureTime& time) {
     return time.seconds * 1000 + time.nanoseconds / 1'000'000;
 }

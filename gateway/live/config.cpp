@@ -8,8 +8,6 @@
 namespace gateway {
 namespace {
 
-constexpr uint16_t callSignalPort = 1720;
-
 std::string_view trim(std::string_view text) {
     constexpr std::string_view blanks = " \t\r";
     const size_t first = text.find_first_not_of(blanks);

@@ -33,6 +33,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto soon = std::chrono::milliseconds(200);
 constexpr auto betweenSweeps = std::chrono::seconds(1); // however many calls begin,
 constexpr int leastRest = 20;                           // and so often the time that a survey takes
+constexpr auto betweenTableEvents = std::chrono::milliseconds(50); // most are our own
 constexpr auto longestSleep = std::chrono::seconds(5);
 constexpr int readsPerTurn = 32; // then signals, status and time get their turn
 
@@ -136,6 +137,10 @@ private:
     void saveState();
     void tellWatchdog(Clock::time_point now);
     [[nodiscard]] std::chrono::milliseconds mayWait() const;
+    // Each change of a set is told back to us: they are read some at a time.
+    [[nodiscard]] int tableWatched(Clock::time_point now) const {
+        return now < nextTableEvents_ ? -1 : tableEvents_.descriptor();
+    }
     [[nodiscard]] StatusSource status() const {
         return {gateway_, counters_, started_, secondsOf(Clock::now())};
     }
@@ -160,6 +165,7 @@ private:
     Clock::time_point nextSweep_;
     Clock::time_point lastSweep_;
     Clock::time_point restUntil_;
+    Clock::time_point nextTableEvents_;
     Clock::time_point nextWatchdog_;
 };
 
@@ -191,8 +197,10 @@ std::string Daemon::start(const SavedState& before) {
 }
 
 std::chrono::milliseconds Daemon::mayWait() const {
-    const auto next = std::min({nextSweep_, gateway_.nextRelease(), Clock::now() + longestSleep});
-    return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()) +
+    const auto now = Clock::now();
+    const auto next = std::min({nextSweep_, gateway_.nextRelease(), now + longestSleep,
+                                now < nextTableEvents_ ? nextTableEvents_ : now + longestSleep});
+    return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(next - now) +
                         std::chrono::milliseconds(1),
                     std::chrono::milliseconds(0));
 }
@@ -212,7 +220,7 @@ std::string Daemon::run() {
                                                     {statusSocket_.descriptor(), POLLIN, 0},
                                                     {surveys_.descriptor(), POLLIN, 0},
                                                     {links_.descriptor(), POLLIN, 0},
-                                                    {tableEvents_.descriptor(), POLLIN, 0},
+                                                    {tableWatched(now), POLLIN, 0},
                                                     {feed_.descriptor(), POLLIN, 0}}};
         const int ready = poll(waiting.data(), waiting.size(), static_cast<int>(mayWait().count()));
         if (ready < 0 && errno != EINTR) {
@@ -227,7 +235,9 @@ std::string Daemon::run() {
         if (gateway_.nextRelease() <= Clock::now()) {
             gateway_.releaseHeld(queue_, Clock::now());
         }
-        feed_.send(gateway_.mappings().ownForwards(lastFed_));
+        if (feed_.descriptor() >= 0) {
+            feed_.send(gateway_.mappings().ownForwards(lastFed_));
+        }
         if (waiting[Feed].revents != 0) {
             gateway_.hear(feed_.receive(), secondsOf(Clock::now()));
         }
@@ -237,8 +247,11 @@ std::string Daemon::run() {
         if (waiting[Links].revents != 0 && links_.changed()) {
             followInterfaces();
         }
-        if (waiting[Table].revents != 0 && tableEvents_.damaged()) {
-            restoreTable();
+        if (waiting[Table].revents != 0) {
+            nextTableEvents_ = now + betweenTableEvents;
+            if (tableEvents_.damaged()) {
+                restoreTable();
+            }
         }
         if (waiting[Status].revents != 0) {
             statusSocket_.answer([this] { return statusJson(status()); });

@@ -73,6 +73,8 @@ bool LinkEvents::changed() {
 
 std::string TableEvents::open(const std::string& table) {
     table_ = table;
+    process_ = static_cast<uint32_t>(getpid());
+    input_.resize(65536);
     std::string failure = openSocket(socket_, NETLINK_NETFILTER, 0, "nftables");
     const int group = NFNLGRP_NFTABLES;
     const int buffer = 8 * 1024 * 1024; // a table with many mappings is told in one go
@@ -96,8 +98,7 @@ int TableEvents::read(const nlmsghdr* header, void* self) {
     }
     if (type == NFT_MSG_NEWGEN) {
         const nlattr* process = findAttribute(header, NFTA_GEN_PROC_PID);
-        const bool ours = process != nullptr &&
-                          ntohl(mnl_attr_get_u32(process)) == static_cast<uint32_t>(getpid());
+        const bool ours = process != nullptr && ntohl(mnl_attr_get_u32(process)) == events.process_;
         events.damaged_ = events.damaged_ || (events.removed_ && !ours);
         events.removed_ = false;
         return MNL_CB_OK;
@@ -115,10 +116,9 @@ int TableEvents::read(const nlmsghdr* header, void* self) {
 
 // False when events were missed.
 bool TableEvents::readAll() {
-    std::array<char, 65536> octets{};
     bool all = true;
     for (;;) {
-        const ssize_t length = recv(descriptor(), octets.data(), octets.size(), MSG_DONTWAIT);
+        const ssize_t length = recv(descriptor(), input_.data(), input_.size(), MSG_DONTWAIT);
         if (length < 0 && errno == ENOBUFS) {
             all = false;
             continue;
@@ -126,7 +126,7 @@ bool TableEvents::readAll() {
         if (length <= 0) {
             return all;
         }
-        mnl_cb_run(octets.data(), static_cast<size_t>(length), 0, 0, read, this);
+        mnl_cb_run(input_.data(), static_cast<size_t>(length), 0, 0, read, this);
     }
 }
 

@@ -2,7 +2,9 @@
 
 #include "gateway/live/netlink_socket.h"
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace gateway {
 
@@ -41,6 +43,8 @@ private:
     bool readAll();
 
     NetlinkSocket socket_;
+    uint32_t process_ = 0; // our own number
+    std::vector<char> input_;
     std::string table_;
     bool removed_ = false; // in the transaction that is being told
     bool damaged_ = false;

@@ -67,9 +67,7 @@ std::string LiveGateway::restoreTable() {
 void LiveGateway::addPublished() {
     for (const PublishedHost& host : config_.published) {
         const Endpoint inside{host.address, callSignalPort};
-        table_.add(PortForward{MappingKind::Control, host.publicPort, inside, 0});
-        table_.add(elementOf(SetId::Listening, inside));
-        table_.add(elementOf(SetId::Answering, host.publicPort));
+        table_.add(PortForward{MappingKind::Control, host.publicPort, inside, 0, 0, true});
     }
     if (config_.publishT120 && config_.firstPublished() != 0) {
         table_.add(
@@ -84,20 +82,24 @@ void LiveGateway::fillTable() {
         for (const PortForward& forward : LiveMappings::forwardsOf(mapping)) {
             table_.add(forward);
         }
-        // Of a run before it is not known which of them are signalling.
-        if (mapping.kind == MappingKind::Control &&
-            (mapping.adopted || isFollowedRole(mapping.role))) {
-            table_.add(elementOf(SetId::Listening, mapping.inside));
-            table_.add(elementOf(SetId::Answering, mapping.publicEndpoint.port));
-        }
     }
     for (const auto& [endpoint, count] : expected_) {
         table_.add(elementOf(SetId::Expected, endpoint.endpoint));
     }
 }
 
+std::string LiveGateway::refillTable() {
+    if (config_.dryRun) {
+        return {};
+    }
+    const std::string failure = table_.emptySets(config_);
+    fillTable();
+    const std::string refused = table_.commit();
+    return failure.empty() ? refused : failure;
+}
+
 std::string LiveGateway::reconfigure(const LiveConfig& config) {
-    std::string failure = table_.refresh(config, sides_.publicAddress);
+    const std::string failure = table_.refresh(config, sides_.publicAddress);
     if (!failure.empty()) {
         return failure;
     }
@@ -111,13 +113,7 @@ std::string LiveGateway::reconfigure(const LiveConfig& config) {
     hold_.configure(config.hold);
     archive_.configure(config);
     config_ = config;
-    if (otherPublished && !config_.dryRun) {
-        failure = table_.emptySets(config_);
-        fillTable();
-        const std::string refused = table_.commit();
-        failure = failure.empty() ? refused : failure;
-    }
-    return failure;
+    return otherPublished ? refillTable() : "";
 }
 
 std::string LiveGateway::setSides(const RouterSides& sides) {
@@ -130,14 +126,8 @@ std::string LiveGateway::setSides(const RouterSides& sides) {
     }
     mappings_.setPublicAddress(before, sides.publicAddress);
     module_.setPublicAddress(moduleSettings(config_, sides.publicAddress).publicAddress);
-    std::string failure = table_.refresh(config_, sides.publicAddress);
-    if (failure.empty() && !config_.dryRun) {
-        failure = table_.emptySets(config_);
-        fillTable();
-        const std::string refused = table_.commit();
-        failure = failure.empty() ? refused : failure;
-    }
-    return failure;
+    const std::string failure = table_.refresh(config_, sides.publicAddress);
+    return failure.empty() ? refillTable() : failure;
 }
 
 void LiveGateway::hear(std::span<const PortForward> forwards, LiveSeconds now) {
@@ -145,10 +135,6 @@ void LiveGateway::hear(std::span<const PortForward> forwards, LiveSeconds now) {
     const auto added = mappings_.hear(forwards, sides_.publicAddress, now);
     for (const PortForward& forward : added) {
         table_.add(forward);
-        if (forward.kind == MappingKind::Control) {
-            table_.add(elementOf(SetId::Listening, forward.inside));
-            table_.add(elementOf(SetId::Answering, forward.publicPort));
-        }
     }
     counters_.add(Cause::mappingsAdopted, added.size());
     commit();
@@ -163,11 +149,6 @@ void LiveGateway::close(const LiveMappings::Swept& swept) {
         table_.remove(forward);
     }
     for (const LiveMapping& mapping : swept.ended) {
-        if (mapping.kind == MappingKind::Control) {
-            table_.remove(elementOf(SetId::Listening, mapping.inside));
-            table_.remove(elementOf(SetId::Answering, mapping.publicEndpoint.port));
-            listening_.erase(connectionKey(mapping.inside));
-        }
         counters_.add(Cause::mappingsEnded);
         log_.info("mapping-end", {{"kind", nameOf(mapping.kind)},
                                   {"inside", toText(mapping.inside)},

@@ -143,13 +143,14 @@ private:
     void refuse(Cause cause, MappingKind kind, const Endpoint& inside, uint32_t remoteAddress);
     void withdrawOpened();
     [[nodiscard]] uint32_t leavesFrom();
+    [[nodiscard]] uint32_t askWhereItLeaves();
     [[nodiscard]] uint32_t advertised(uint32_t publicAddress) const;
     const PublishedHost* publishedAt(const Endpoint& inside) const;
     void addPublished();
     void fillTable();
-    void watch(SetId set, const Endpoint& endpoint);
-    void unwatch(SetId set, const Endpoint& endpoint);
-    void unwatchDue();
+    std::string refillTable();
+    void expect(const Endpoint& endpoint);
+    void expectNoMore();
     void close(const LiveMappings::Swept& swept);
 
     void report(LiveSeconds now);
@@ -177,13 +178,13 @@ private:
     std::unordered_map<uint32_t, Waiting> waiting_; // by packet number
     std::vector<Given> given_;
     std::unordered_map<LocalId, uint32_t, LocalIdHash> expected_;
-    std::unordered_map<LocalId, uint32_t, LocalIdHash> listening_;
-    std::deque<std::pair<LiveSeconds, Endpoint>> unexpected_; // to be unwatched then
+    std::deque<std::pair<LiveSeconds, Endpoint>> unexpected_; // from then on
     bool wantsSweep_ = false;
 
     // Of the packet in the module's hands.
     LiveSeconds now_ = 0;
-    FlowId sentFlow_;              // what the private host sent
+    FlowId sentFlow_; // what the private host sent
+    std::optional<uint32_t> leavesFrom_;
     Endpoint receivedAt_;          // where the packet from outside arrived
     bool recalling_ = false;       // it is made up, to tell the module of an earlier run
     uint64_t call_ = 0;            // of the message in it

@@ -123,21 +123,19 @@ std::optional<uint16_t> LiveMappings::takePort(MappingKind kind, const Endpoint&
 
 // Registrations that no gatekeeper answers may come under any address: the oldest gives way.
 bool LiveMappings::makeRoomForRegistration(uint32_t host, LiveSeconds now) {
-    uint32_t ofHost = 0;
-    uint32_t ofAll = 0;
-    const LiveMapping* oldest = nullptr;
-    for (const LiveMapping& mapping : mappings_) {
-        if (mapping.kind == MappingKind::Ras && !mapping.answered && !mapping.over) {
-            ++ofAll;
-            ofHost += mapping.inside.address == host ? 1 : 0;
-            oldest = oldest == nullptr ? &mapping : oldest;
-        }
-    }
-    if (ofHost >= config_.unansweredPerHost) {
+    std::erase_if(unanswered_, [this](uint64_t number) {
+        const auto mapping = byNumber_.find(number);
+        return mapping == byNumber_.end() || mapping->second->answered || mapping->second->over;
+    });
+    const auto ofHost = std::count_if(unanswered_.begin(), unanswered_.end(), [&](uint64_t number) {
+        return byNumber_.at(number)->inside.address == host;
+    });
+    if (ofHost >= static_cast<int64_t>(config_.unansweredPerHost)) {
         return false;
     }
-    if (ofAll >= unansweredOfAll) {
-        markOver(Protocol::Udp, oldest->publicEndpoint.port, now);
+    if (unanswered_.size() >= unansweredOfAll) {
+        const LiveMapping& oldest = *byNumber_.at(unanswered_.front());
+        markOver(Protocol::Udp, oldest.publicEndpoint.port, now);
     }
     return true;
 }
@@ -162,6 +160,9 @@ LiveMappings::Opened LiveMappings::open(const Request& request, LiveSeconds now)
         }
         opened.mapping = &add(request.kind, request.inside, {request.publicAddress, *port}, now);
         opened.mapping->answered = config_.scope == TranslationScope::Listed;
+        if (request.kind == MappingKind::Ras && !opened.mapping->answered) {
+            unanswered_.push_back(opened.mapping->number);
+        }
     }
     LiveMapping& mapping = *opened.mapping;
     mapping.lastUse = now;
@@ -199,6 +200,7 @@ size_t LiveMappings::adopt(std::span<const PortForward> forwards, uint32_t publi
             add(forward.kind, forward.inside, {publicAddress, forward.publicPort}, now);
         mapping.adopted = true;
         mapping.answered = true;
+        mapping.shown = true; // which of them are signalling is not known
         mapping.owner.remote.address = forward.gatekeeper;
         mapping.fresh = false;
         ++adopted;
@@ -317,7 +319,8 @@ std::vector<PortForward> LiveMappings::forwardsOf(const LiveMapping& mapping) {
             {mapping.kind, neighbour(mapping.publicEndpoint, i).port, neighbour(mapping.inside, i),
              mapping.leaves[i] ? mapping.publicEndpoint.address : 0,
              mapping.kind == MappingKind::Ras && mapping.answered ? mapping.owner.remote.address
-                                                                  : 0});
+                                                                  : 0,
+             mapping.shown});
     }
     return forwards;
 }

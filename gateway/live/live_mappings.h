@@ -40,6 +40,7 @@ struct LiveMapping {
     LiveSeconds overAt = 0;          // and its connections are over from then on
     bool adopted = false;            // from an earlier run: its call is not known
     bool fresh = true;               // no sweep has looked for flows that were there before it
+    bool shown = false;              // control: the module sees its connections
     bool leaves[2] = {false, false}; // packets of this endpoint leave from the public port
     HostMappingRecord records[2]{};
 
@@ -165,6 +166,7 @@ private:
     std::unordered_map<uint32_t, uint32_t> perHost_;
     std::unordered_map<LocalId, uint64_t, LocalIdHash> leaving_;
     std::deque<uint64_t> over_;
+    std::vector<uint64_t> unanswered_; // RAS, oldest first; some of them are answered since
 };
 
 } // namespace gateway

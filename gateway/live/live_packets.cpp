@@ -164,6 +164,7 @@ void LiveGateway::show(Parcel& parcel) {
 
 void LiveGateway::showSent(Parcel& parcel) {
     counters_.add(Cause::packetsSent);
+    leavesFrom_.reset();
     sentFlow_ = {parcel.layout.protocol, sourceOf(parcel.packet, parcel.layout),
                  destinationOf(parcel.packet, parcel.layout)};
     if (parcel.layout.protocol == Protocol::Udp) {
@@ -218,7 +219,7 @@ Endpoint LiveGateway::rasEndpoint(const Endpoint& gatekeeper) {
 
 bool LiveGateway::commit() {
     close(mappings_.takeOver(now_));
-    unwatchDue();
+    expectNoMore();
     if (config_.dryRun) {
         table_.discard();
     }

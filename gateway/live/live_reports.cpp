@@ -93,26 +93,21 @@ void LiveGateway::onCallEnded(const H323ObservedCall& told) {
                            {"verdict", call->verdict()}});
 }
 
-void LiveGateway::watch(SetId set, const Endpoint& endpoint) {
-    auto& counts = set == SetId::Expected ? expected_ : listening_;
-    if (++counts[connectionKey(endpoint)] == 1) {
-        table_.add(elementOf(set, endpoint));
+void LiveGateway::expect(const Endpoint& endpoint) {
+    if (++expected_[connectionKey(endpoint)] == 1) {
+        table_.add(elementOf(SetId::Expected, endpoint));
     }
 }
 
-void LiveGateway::unwatch(SetId set, const Endpoint& endpoint) {
-    auto& counts = set == SetId::Expected ? expected_ : listening_;
-    const auto found = counts.find(connectionKey(endpoint));
-    if (found != counts.end() && --found->second == 0) {
-        counts.erase(found);
-        table_.remove(elementOf(set, endpoint));
-    }
-}
-
-void LiveGateway::unwatchDue() {
+void LiveGateway::expectNoMore() {
     while (!unexpected_.empty() && unexpected_.front().first <= now_) {
-        unwatch(SetId::Expected, unexpected_.front().second);
+        const Endpoint endpoint = unexpected_.front().second;
         unexpected_.pop_front();
+        const auto found = expected_.find(connectionKey(endpoint));
+        if (found != expected_.end() && --found->second == 0) {
+            expected_.erase(found);
+            table_.remove(elementOf(SetId::Expected, endpoint));
+        }
     }
 }
 
@@ -124,7 +119,7 @@ void LiveGateway::onAnnounced(const H323ObservedConnection& connection) {
     const Endpoint publicEndpoint = endpointOf(connection.publicEndpoint);
     if (publicEndpoint.port == 0) {
         if (connection.outside.port != 0 && isFollowedRole(connection.role)) {
-            watch(SetId::Expected, endpointOf(connection.outside));
+            expect(endpointOf(connection.outside));
         }
         return;
     }
@@ -133,8 +128,9 @@ void LiveGateway::onAnnounced(const H323ObservedConnection& connection) {
         return; // published: its elements stay
     }
     mapping->role = connection.role;
-    if (isFollowedRole(connection.role)) {
-        watch(SetId::Listening, mapping->inside);
+    if (isFollowedRole(connection.role) && !mapping->shown) {
+        mapping->shown = true;
+        table_.add(elementOf(SetId::Listening, mapping->inside));
         table_.add(elementOf(SetId::Answering, publicEndpoint.port));
     }
 }

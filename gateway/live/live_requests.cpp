@@ -22,6 +22,13 @@ const PublishedHost* LiveGateway::publishedAt(const Endpoint& inside) const {
 
 // The address that the connection in hand leaves from: a router may have several.
 uint32_t LiveGateway::leavesFrom() {
+    if (!leavesFrom_) {
+        leavesFrom_ = askWhereItLeaves();
+    }
+    return *leavesFrom_;
+}
+
+uint32_t LiveGateway::askWhereItLeaves() {
     const auto flow = conntrack_.find(sentFlow_.protocol, sentFlow_.local, sentFlow_.remote);
     if (!flow) {
         return sides_.publicAddress;

@@ -6,8 +6,6 @@
 // What the parts of LiveGateway share.
 namespace gateway {
 
-constexpr uint16_t callSignalPort = 1720;
-
 inline LocalId connectionKey(const Endpoint& endpoint) {
     return {Protocol::Tcp, endpoint};
 }

@@ -21,39 +21,44 @@ void putData(nlmsghdr* message, uint16_t attribute, const uint8_t* octets, size_
     mnl_attr_nest_end(message, data);
 }
 
-void putElement(nlmsghdr* message, const std::string& table, const SetElement& element,
-                bool withValue) {
-    const char* set = tableSets()[static_cast<size_t>(element.set)].name;
+void beginElements(nlmsghdr* message, const std::string& table, SetId set) {
     mnl_attr_put_strz(message, NFTA_SET_ELEM_LIST_TABLE, table.c_str());
-    mnl_attr_put_strz(message, NFTA_SET_ELEM_LIST_SET, set);
-    nlattr* list = mnl_attr_nest_start(message, NFTA_SET_ELEM_LIST_ELEMENTS);
+    mnl_attr_put_strz(message, NFTA_SET_ELEM_LIST_SET, tableSets()[static_cast<size_t>(set)].name);
+}
+
+void putElement(nlmsghdr* message, const SetElement& element, bool withValue) {
     nlattr* item = mnl_attr_nest_start(message, NFTA_LIST_ELEM);
     putData(message, NFTA_SET_ELEM_KEY, element.key.data(), element.keyOctets);
     if (withValue && element.valueOctets != 0) {
         putData(message, NFTA_SET_ELEM_DATA, element.value.data(), element.valueOctets);
     }
     mnl_attr_nest_end(message, item);
-    mnl_attr_nest_end(message, list);
 }
 
 } // namespace
 
-// 0, or an error number.
-int SetTransaction::send(const std::string& table, const Change* changes, size_t count) {
-    NftBatch batch((count + 2) * octetsOfChange, sequence_);
-    for (size_t i = 0; i < count; ++i) {
+// 0, or an error number. Neighbours that do the same to the same set share a message.
+int SetTransaction::send(const std::string& table, std::span<const Change> changes) {
+    NftBatch batch((changes.size() + 2) * octetsOfChange, sequence_);
+    for (size_t i = 0; i < changes.size();) {
         const bool add = changes[i].add;
+        const SetId set = changes[i].element.set;
         nlmsghdr* message =
             batch.put(add ? NFT_MSG_NEWSETELEM : NFT_MSG_DELSETELEM, add ? NLM_F_CREATE : 0);
-        putElement(message, table, changes[i].element, add);
+        beginElements(message, table, set);
+        nlattr* list = mnl_attr_nest_start(message, NFTA_SET_ELEM_LIST_ELEMENTS);
+        for (; i < changes.size() && changes[i].add == add && changes[i].element.set == set; ++i) {
+            putElement(message, changes[i].element, add);
+        }
+        mnl_attr_nest_end(message, list);
         batch.next(message);
     }
     return batch.exchange(socket_, sequence_);
 }
 
-int SetTransaction::removeEach(const std::string& table, const std::vector<Change>& changes) {
+int SetTransaction::removeEach(const std::string& table, std::span<const Change> changes) {
     for (const Change& change : changes) {
-        const int error = send(table, &change, 1);
+        const int error = send(table, {&change, 1});
         if (error != 0 && (change.add || error != ENOENT)) {
             return error;
         }
@@ -61,16 +66,18 @@ int SetTransaction::removeEach(const std::string& table, const std::vector<Chang
     return 0;
 }
 
+// What is done to one set keeps its order; sets do not know each other.
 std::string SetTransaction::commit(const std::string& table) {
     std::vector<Change> changes;
     changes.swap(changes_);
+    std::stable_sort(changes.begin(), changes.end(), [](const Change& one, const Change& other) {
+        return one.element.set < other.element.set;
+    });
+    const std::span<const Change> all(changes);
     int error = 0;
-    for (size_t done = 0; error == 0 && done < changes.size(); done += changesAtOnce) {
-        const std::vector<Change> part(
-            changes.begin() + static_cast<std::ptrdiff_t>(done),
-            changes.begin() +
-                static_cast<std::ptrdiff_t>(std::min(done + changesAtOnce, changes.size())));
-        error = send(table, part.data(), part.size());
+    for (size_t done = 0; error == 0 && done < all.size(); done += changesAtOnce) {
+        const auto part = all.subspan(done, std::min(changesAtOnce, all.size() - done));
+        error = send(table, part);
         const bool removes =
             std::any_of(part.begin(), part.end(), [](const Change& change) { return !change.add; });
         if (error == ENOENT && removes) {

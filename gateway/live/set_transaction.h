@@ -3,6 +3,7 @@
 #include "gateway/live/netlink_socket.h"
 #include "gateway/live/table_sets.h"
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -17,8 +18,9 @@ public:
     [[nodiscard]] bool isEmpty() const { return changes_.empty(); }
     void discard() { changes_.clear(); }
 
-    // Makes the changes, in the order in which they were asked for, all or none. An element that is
-    // to be removed and is not there is no failure. Gives an empty text, or what went wrong.
+    // Makes the changes of each set in the order in which they were asked for, all or none. An
+    // element that is to be removed and is not there is no failure. Gives an empty text, or what
+    // went wrong.
     std::string commit(const std::string& table);
 
 private:
@@ -27,8 +29,8 @@ private:
         bool add = true;
     };
 
-    int send(const std::string& table, const Change* changes, size_t count);
-    int removeEach(const std::string& table, const std::vector<Change>& changes);
+    int send(const std::string& table, std::span<const Change> changes);
+    int removeEach(const std::string& table, std::span<const Change> changes);
 
     std::vector<Change> changes_;
     NetlinkSocket socket_;

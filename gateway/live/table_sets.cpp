@@ -75,6 +75,10 @@ std::vector<SetElement> elementsOf(const PortForward& forward) {
         elements.push_back(elementOf(SetId::RasHosts, forward.inside));
         elements.push_back(elementOf(SetId::RasIn, forward.publicPort));
     }
+    if (control && forward.shown) {
+        elements.push_back(elementOf(SetId::Listening, forward.inside));
+        elements.push_back(elementOf(SetId::Answering, forward.publicPort));
+    }
     return elements;
 }
 

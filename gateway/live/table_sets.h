@@ -53,16 +53,17 @@ struct PortForward {
     uint32_t publicAddress =
         0;                   // UDP: not 0 when packets of `inside` leave from it and `publicPort`
     uint32_t gatekeeper = 0; // RAS: the one that has confirmed; 0: none
+    bool shown = false;      // control: the module wants to see its connections
 
     bool operator==(const PortForward&) const = default;
 };
 
 std::vector<SetElement> elementsOf(const PortForward& forward);
 
-// The element of Expected or Listening.
+// An element of a set of endpoints.
 SetElement elementOf(SetId set, const Endpoint& endpoint);
 
-// The element of Answering or RasIn.
+// An element of a set of ports.
 SetElement elementOf(SetId set, uint16_t publicPort);
 
 } // namespace gateway

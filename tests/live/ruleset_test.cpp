@@ -71,6 +71,10 @@ TEST(TableSets, ForwardsBecomeElementsOfTheRightSets) {
     const auto control = elementsOf({MappingKind::Control, 20002, inside, 0});
     ASSERT_EQ(control.size(), 1U);
     EXPECT_EQ(control[0].set, SetId::ControlIn);
+    const auto shown = elementsOf({MappingKind::Control, 20002, inside, 0, 0, true});
+    ASSERT_EQ(shown.size(), 3U);
+    EXPECT_EQ(shown[1], endpoint(SetId::Listening, inside));
+    EXPECT_EQ(shown[2], elementOf(SetId::Answering, 20002));
 }
 
 } // namespace
