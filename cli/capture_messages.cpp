@@ -1,6 +1,5 @@
 #include "cli/capture_messages.h"
 
-#include <algorithm>
 #include <optional>
 
 #include "asn1per/status.h"
@@ -8,6 +7,7 @@
 #include "gateway/capture_time.h"
 #include "gateway/ipv4_packet.h"
 #include "gateway/link_layer.h"
+#include "nat/q931.h"
 #include "tree/message_tree.h"
 
 namespace cli {
@@ -15,8 +15,6 @@ namespace {
 
 constexpr uint16_t rasPort = 1719;
 constexpr uint16_t rasDiscoveryPort = 1718;
-constexpr size_t tpktHeader = 4;
-constexpr uint8_t q931Discriminator = 8;
 constexpr size_t mostAhead = 65536;
 constexpr size_t mostStreams = 65536;
 
@@ -30,11 +28,6 @@ uint64_t keyOf(const gateway::Endpoint& endpoint) {
 
 int32_t distance(uint32_t from, uint32_t to) {
     return static_cast<int32_t>(to - from);
-}
-
-bool beginsTpkt(std::span<const uint8_t> octets) {
-    constexpr uint8_t heading[] = {3, 0};
-    return std::equal(octets.begin(), octets.begin() + std::min<size_t>(octets.size(), 2), heading);
 }
 
 /// What T.120 and remote desktops have in their frames (X.224).
@@ -181,7 +174,7 @@ void CaptureMessages::takeFrames(Stream& stream, const CapturedMessage& place) {
         if (rest.size() < tpktHeader) {
             break;
         }
-        const size_t length = size_t{rest[2]} << 8 | rest[3];
+        const size_t length = tpktLength(rest.data());
         if (length <= tpktHeader) {
             at = octets.size();
             break;

@@ -9,18 +9,12 @@
 #include "asn1per/status.h"
 #include "cli/commands.h"
 #include "cli/given_messages.h"
-#include "cli/hex.h"
-#include "cli/json_array.h"
 #include "cli/status_text.h"
 #include "tree/message_tree.h"
+#include "tree/value_text.h"
 
 namespace cli {
 namespace {
-
-struct DecodeOptions {
-    GivenOptions given;
-    bool json = false;
-};
 
 const tree::MessageType& typeNamed(const std::string& name) {
     const tree::MessageType* type = tree::findMessageType(name);
@@ -57,7 +51,7 @@ void printText(const Reading& reading) {
     std::cout << tree::treeText(message.root);
     if (message.octetsRead < reading.octets.size()) {
         const auto rest = reading.octets.subspan(message.octetsRead);
-        std::cout << "(" << rest.size() << " more octets: " << toHex(rest) << ")\n";
+        std::cout << "(" << rest.size() << " more octets: " << tree::hexText(rest) << ")\n";
     }
     for (const std::string& warning : message.warnings) {
         std::cerr << "h323nat: warning: " << warning << '\n';
@@ -83,41 +77,32 @@ std::string jsonOf(const Reading& reading, nlohmann::ordered_json place) {
     return text + ",\"tree\":" + tree::treeJson(message.root) + "}";
 }
 
-bool run(const DecodeOptions& options) {
-    JsonArray array;
-    bool good = true;
-    size_t count = 0;
-    forEachMessage(options.given, [&](const GivenMessage& message) {
-        if (!options.json && !message.heading.empty()) {
-            std::cout << message.heading << '\n' << std::flush;
-        }
-        for (const FramedMessage& framed : message.readings) {
-            const Reading reading = readAs(framed.type, framed.encoding);
-            if (options.json) {
-                array.add(jsonOf(reading, message.origin));
-            } else {
-                printText(reading);
-            }
-            good = good && reading.message.status == PER_OK;
-            ++count;
-        }
-    });
-    if (options.json) {
-        array.finish();
+bool run(const GivenMessage& message, JsonArray* array) {
+    if (array == nullptr && !message.heading.empty()) {
+        std::cout << message.heading << '\n' << std::flush;
     }
-    return good && count > 0;
+    bool good = true;
+    for (const FramedMessage& framed : message.readings) {
+        const Reading reading = readAs(framed.type, framed.encoding);
+        if (array != nullptr) {
+            array->add(jsonOf(reading, message.origin));
+        } else {
+            printText(reading);
+        }
+        good = good && reading.message.status == PER_OK;
+    }
+    return good;
 }
 
 } // namespace
 
 void addDecodeCommand(CLI::App& app, int& exitStatus) {
     auto* command = app.add_subcommand("decode", "Print a message as a tree of its fields");
-    const auto options = std::make_shared<DecodeOptions>();
-    addGivenOptions(*command, options->given);
-    command->add_flag("--json", options->json,
-                      "Print an array with an object for each message; offsets count octets of the "
-                      "input, bitOffset bits of the message");
-    command->callback([options, &exitStatus] { exitStatus = run(*options) ? 0 : exitFaults; });
+    const auto options = std::make_shared<GivenOptions>();
+    addGivenOptions(*command, *options,
+                    "offsets count octets of the input, bitOffset bits of the message");
+    command->callback(
+        [options, &exitStatus] { exitStatus = reportMessages(*options, run) ? 0 : exitFaults; });
 }
 
 } // namespace cli

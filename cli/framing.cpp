@@ -1,15 +1,12 @@
 #include "cli/framing.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "nat/q931.h"
 
 namespace cli {
 namespace {
-
-constexpr uint8_t tpktVersion = 3;
-constexpr size_t tpktHeader = 4;
-constexpr uint8_t q931Discriminator = 8;
 
 [[noreturn]] void fail(const std::string& what, size_t offset) {
     throw std::runtime_error(what + " at octet " + std::to_string(offset));
@@ -32,11 +29,16 @@ void addUserInformation(std::span<const uint8_t> frame, size_t start,
 
 } // namespace
 
+bool beginsTpkt(std::span<const uint8_t> octets) {
+    constexpr uint8_t heading[] = {3, 0};
+    return std::equal(octets.begin(), octets.begin() + std::min<size_t>(octets.size(), 2), heading);
+}
+
 std::vector<FramedMessage> messagesInTpkts(std::span<const uint8_t> stream) {
     std::vector<FramedMessage> messages;
     size_t cursor = 0;
     while (cursor < stream.size()) {
-        if (stream[cursor] != tpktVersion || cursor + tpktHeader > stream.size()) {
+        if (!beginsTpkt(stream.subspan(cursor)) || cursor + tpktHeader > stream.size()) {
             fail("expected a TPKT header (03 00 and two octets of length)", cursor);
         }
         const size_t length = tpktLength(&stream[cursor]);

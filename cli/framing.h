@@ -1,11 +1,18 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
 
 namespace cli {
+
+constexpr size_t tpktHeader = 4;
+constexpr uint8_t q931Discriminator = 8; ///< begins the content of a TPKT with call signalling
+
+/// Whether octets begin as a TPKT does, as far as there are any.
+bool beginsTpkt(std::span<const uint8_t> octets);
 
 /// A PER encoding found in framed bytes, and the type that its place says it has.
 struct FramedMessage {

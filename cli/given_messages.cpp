@@ -9,12 +9,12 @@
 #include "cli/message_input.h"
 #include "cli/terminal.h"
 #include "gateway/endpoint.h"
+#include "nat/q931.h"
 #include "tree/message_tree.h"
 
 namespace cli {
 namespace {
 
-constexpr size_t tpktHeader = 4;
 constexpr const char* topLevelTypes[] = {"H225H323_UserInformation", "H225RasMessage",
                                          "H245MultimediaSystemControlMessage"};
 
@@ -43,8 +43,8 @@ std::vector<FramedMessage> guess(std::span<const uint8_t> octets) {
 /// TPKT headers whose lengths lead from one to the next and to the end.
 bool areFrames(std::span<const uint8_t> octets) {
     size_t cursor = 0;
-    while (octets.size() - cursor > tpktHeader && octets[cursor] == 3 && octets[cursor + 1] == 0) {
-        const size_t length = size_t{octets[cursor + 2]} << 8 | octets[cursor + 3];
+    while (octets.size() - cursor > tpktHeader && beginsTpkt(octets.subspan(cursor))) {
+        const size_t length = tpktLength(&octets[cursor]);
         if (length <= tpktHeader || length > octets.size() - cursor) {
             return false;
         }
@@ -95,28 +95,7 @@ void visitCapture(const GivenOptions& options, const std::string& path,
     }
 }
 
-} // namespace
-
-void addGivenOptions(CLI::App& command, GivenOptions& options) {
-    command
-        .add_option("message", options.words,
-                    "The message in hexadecimal, or files: captures, hexadecimal text or the "
-                    "octets themselves; - reads standard input")
-        ->required();
-    auto* type = command.add_option(
-        "--type", options.type,
-        "What the message is, as H245OpenLogicalChannel. Without it the three top-level types are "
-        "tried and the one that fits best is taken");
-    auto* tpkt =
-        command.add_flag("--tpkt", options.tpkt,
-                         "The octets are of a TCP stream: TPKT headers, and Q.931 headers "
-                         "before H.225.0 messages. Not needed where the headers' lengths fit");
-    command.add_flag("--ras", options.ras, "The octets are a UDP datagram of the RAS channel")
-        ->excludes(tpkt)
-        ->excludes(type);
-    tpkt->excludes(type);
-}
-
+/// Files without any message are named on the error output.
 void forEachMessage(const GivenOptions& options,
                     const std::function<void(const GivenMessage&)>& visit) {
     const std::vector<MessageInput> inputs = readMessageInputs(options.words);
@@ -137,6 +116,45 @@ void forEachMessage(const GivenOptions& options,
             visitOctets(options, input.octets, visitOne);
         }
     }
+}
+
+} // namespace
+
+void addGivenOptions(CLI::App& command, GivenOptions& options, const std::string& offsets) {
+    command
+        .add_option("message", options.words,
+                    "The message in hexadecimal, or files: captures, hexadecimal text or the "
+                    "octets themselves; - reads standard input")
+        ->required();
+    auto* type = command.add_option(
+        "--type", options.type,
+        "What the message is, as H245OpenLogicalChannel. Without it the three top-level types are "
+        "tried and the one that fits best is taken");
+    auto* tpkt =
+        command.add_flag("--tpkt", options.tpkt,
+                         "The octets are of a TCP stream: TPKT headers, and Q.931 headers "
+                         "before H.225.0 messages. Not needed where the headers' lengths fit");
+    command.add_flag("--ras", options.ras, "The octets are a UDP datagram of the RAS channel")
+        ->excludes(tpkt)
+        ->excludes(type);
+    tpkt->excludes(type);
+    command.add_flag("--json", options.json,
+                     "Print an array with an object for each message; " + offsets);
+}
+
+bool reportMessages(const GivenOptions& options,
+                    const std::function<bool(const GivenMessage&, JsonArray*)>& report) {
+    JsonArray array;
+    bool good = true;
+    size_t count = 0;
+    forEachMessage(options, [&](const GivenMessage& message) {
+        good = report(message, options.json ? &array : nullptr) && good;
+        ++count;
+    });
+    if (options.json) {
+        array.finish();
+    }
+    return good && count > 0;
 }
 
 } // namespace cli

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/framing.h"
+#include "cli/json_array.h"
 
 namespace cli {
 
@@ -18,10 +19,12 @@ struct GivenOptions {
     std::string type;
     bool tpkt = false;
     bool ras = false;
+    bool json = false;
 };
 
-/// The options and the words of a command that reads messages.
-void addGivenOptions(CLI::App& command, GivenOptions& options);
+/// The options and the words of a command that reads messages; `offsets` says what offsets in its
+/// JSON count.
+void addGivenOptions(CLI::App& command, GivenOptions& options, const std::string& offsets);
 
 struct GivenMessage {
     /// What it reads as. Of a message whose type had to be guessed the one that fits best, or every
@@ -31,10 +34,11 @@ struct GivenMessage {
     nlohmann::ordered_json origin; ///< the same for programs: its frame and ends, or its offset
 };
 
-/// Calls `visit` for every message given, in order. Files without any are named on the error
-/// output. Throws std::runtime_error for input that cannot be used and gateway::CaptureError for a
-/// damaged capture, behind the messages before the fault.
-void forEachMessage(const GivenOptions& options,
-                    const std::function<void(const GivenMessage&)>& visit);
+/// Calls `report` for every message given, in order; it adds to the array when that is not null,
+/// and prints otherwise. True when there was a message, and `report` gave true for all. Throws
+/// std::runtime_error for input that cannot be used and gateway::CaptureError for a damaged
+/// capture, behind the messages before the fault.
+bool reportMessages(const GivenOptions& options,
+                    const std::function<bool(const GivenMessage&, JsonArray*)>& report);
 
 } // namespace cli

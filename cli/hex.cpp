@@ -46,14 +46,4 @@ std::vector<uint8_t> fromHex(std::string_view text) {
     return octets;
 }
 
-std::string toHex(std::span<const uint8_t> octets) {
-    std::string text;
-    text.reserve(octets.size() * 2);
-    for (const uint8_t octet : octets) {
-        text += digits[octet >> 4];
-        text += digits[octet & 15];
-    }
-    return text;
-}
-
 } // namespace cli

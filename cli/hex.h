@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -12,7 +10,5 @@ namespace cli {
 /// std::runtime_error that names the first character which is none of these, or says that the
 /// number of digits is odd.
 std::vector<uint8_t> fromHex(std::string_view text);
-
-std::string toHex(std::span<const uint8_t> octets);
 
 } // namespace cli

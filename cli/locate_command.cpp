@@ -9,17 +9,11 @@
 
 #include "cli/commands.h"
 #include "cli/given_messages.h"
-#include "cli/json_array.h"
 #include "cli/located_addresses.h"
 #include "tree/message_tree.h"
 
 namespace cli {
 namespace {
-
-struct LocateOptions {
-    GivenOptions given;
-    bool json = false;
-};
 
 std::string statusName(LocateStatus status) {
     switch (status) {
@@ -103,41 +97,29 @@ LocatedType typeOf(const std::string& name) {
     return requireLocatedType(type == nullptr ? name : std::string(type->name));
 }
 
-bool run(const LocateOptions& options) {
-    JsonArray array;
-    bool good = true;
-    size_t count = 0;
-    forEachMessage(options.given, [&](const GivenMessage& message) {
-        if (message.readings.size() != 1) {
-            throw std::runtime_error("the message reads to its end as none of the top-level types; "
-                                     "say with --type what it is");
-        }
-        const FramedMessage& framed = message.readings.front();
-        const LocatedAddresses found = locateAddresses(typeOf(framed.type), framed.encoding);
-        if (options.json) {
-            array.add(jsonOf(message, found));
-        } else {
-            printText(message, found);
-        }
-        good = good && found.status == LocateStatus::complete;
-        ++count;
-    });
-    if (options.json) {
-        array.finish();
+bool run(const GivenMessage& message, JsonArray* array) {
+    if (message.readings.size() != 1) {
+        throw std::runtime_error("the message reads to its end as none of the top-level types; "
+                                 "say with --type what it is");
     }
-    return good && count > 0;
+    const FramedMessage& framed = message.readings.front();
+    const LocatedAddresses found = locateAddresses(typeOf(framed.type), framed.encoding);
+    if (array != nullptr) {
+        array->add(jsonOf(message, found));
+    } else {
+        printText(message, found);
+    }
+    return found.status == LocateStatus::complete;
 }
 
 } // namespace
 
 void addLocateCommand(CLI::App& app, int& exitStatus) {
     auto* command = app.add_subcommand("locate", "Print where a message's IPv4 addresses lie");
-    const auto options = std::make_shared<LocateOptions>();
-    addGivenOptions(*command, options->given);
-    command->add_flag("--json", options->json,
-                      "Print an array with an object for each message; offsets of places count "
-                      "octets of the message");
-    command->callback([options, &exitStatus] { exitStatus = run(*options) ? 0 : exitFaults; });
+    const auto options = std::make_shared<GivenOptions>();
+    addGivenOptions(*command, *options, "offsets of places count octets of the message");
+    command->callback(
+        [options, &exitStatus] { exitStatus = reportMessages(*options, run) ? 0 : exitFaults; });
 }
 
 } // namespace cli

@@ -17,6 +17,7 @@
 #include "cli/status_text.h"
 #include "cli/terminal.h"
 #include "cli/vector_file.h"
+#include "tree/value_text.h"
 
 namespace cli {
 namespace {
@@ -35,7 +36,7 @@ struct Tally {
 };
 
 std::string octetAt(const std::vector<uint8_t>& octets, size_t at) {
-    return at < octets.size() ? toHex({&octets[at], 1}) : "the end";
+    return at < octets.size() ? tree::hexText({&octets[at], 1}) : "the end";
 }
 
 std::string difference(const std::vector<uint8_t>& expected, const std::vector<uint8_t>& found) {

@@ -3,6 +3,7 @@
 #include "locator/locator.h"
 #include "locator/path_names.h"
 #include "report/findings.h"
+#include "tree/value_text.h"
 
 #include <algorithm>
 #include <array>
@@ -10,16 +11,6 @@
 
 namespace report {
 namespace {
-
-std::string hexadecimal(const std::string& octets) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (const char octet : octets) {
-        text += digits[static_cast<uint8_t>(octet) >> 4];
-        text += digits[static_cast<uint8_t>(octet) & 15];
-    }
-    return text;
-}
 
 // Whether the message tells the endpoint that a mapping was asked for, or the RTCP port beside it.
 bool tells(const gateway::ReportedMessage& message, const gateway::Endpoint& inside) {
@@ -134,7 +125,7 @@ size_t CallRecorder::recordOf(const gateway::ReportedMessage& message) {
     CallRecord& record = records_[number];
     record.isCall = record.isCall || isOfCall || message.role == H323NAT_ROLE_SIGNALLING;
     if (!message.callIdentifier.empty()) {
-        record.callIdentifier = hexadecimal(message.callIdentifier);
+        record.callIdentifier = tree::hexText(message.callIdentifier);
     }
     remember(message, number);
     return number;

@@ -32,6 +32,10 @@ std::string hexText(std::span<const uint8_t> octets) {
     return text;
 }
 
+std::string hexText(const std::string& octets) {
+    return hexText(std::span(reinterpret_cast<const uint8_t*>(octets.data()), octets.size()));
+}
+
 std::string escapedText(const char* characters) {
     std::string text;
     for (; *characters != 0; ++characters) {

@@ -10,6 +10,7 @@
 namespace tree {
 
 std::string hexText(std::span<const uint8_t> octets);
+std::string hexText(const std::string& octets);
 
 // Characters of 8 or 16 bits.
 std::string escapedText(const char* characters);

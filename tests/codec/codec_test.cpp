@@ -17,6 +17,7 @@
 #include "H.323/message_value.h"
 #include "H.323/registry.h"
 #include "cli/hex.h"
+#include "tree/value_text.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ Encoded encoded(int32_t (*encode)(PerContext*, const Record*), const Record& rec
     if (result.status == PER_OK) {
         uint32_t length = 0;
         const uint8_t* start = pe_getMsgPtr(&ctx, &length);
-        result.hex = cli::toHex({start, length});
+        result.hex = tree::hexText({start, length});
     }
     pu_freeContext(&ctx);
     return result;

@@ -6,9 +6,9 @@
 
 #include "H.323/message_value.h"
 #include "H.323/registry.h"
-#include "cli/hex.h"
 #include "fuzz/value.h"
 #include "tests/vectors/vector_set.h"
+#include "tree/value_text.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ template <typename Value> const Value& as(const void* value) {
 }
 
 std::string octetsText(const uint8_t* data, size_t count) {
-    return count == 0 ? "" : cli::toHex({data, count});
+    return count == 0 ? "" : tree::hexText({data, count});
 }
 
 std::string bitsText(const uint8_t* data, uint32_t count) {

@@ -10,6 +10,7 @@
 #include "cli/hex.h"
 #include "tests/support/failing_allocator.h"
 #include "tests/vectors/vector_set.h"
+#include "tree/value_text.h"
 
 namespace {
 
@@ -46,7 +47,7 @@ TEST_P(EncodedAgain, GivesTheExpectedOctets) {
         EXPECT_EQ(value.consumed(), line.encoding.size()) << where(GetParam(), line);
         Octets encoding;
         ASSERT_EQ(value.encode(&encoding), PER_OK) << where(GetParam(), line);
-        ASSERT_EQ(cli::toHex(encoding), cli::toHex(expected)) << where(GetParam(), line);
+        ASSERT_EQ(tree::hexText(encoding), tree::hexText(expected)) << where(GetParam(), line);
     }
 }
 
@@ -61,7 +62,7 @@ TEST_P(EncodedAgain, InPlaceGivesTheExpectedOctets) {
         size_t length = 0;
         ASSERT_EQ(value.encodeInto({place.get(), size}, &length), PER_OK)
             << where(GetParam(), line);
-        ASSERT_EQ(cli::toHex({place.get(), length}), cli::toHex(expected))
+        ASSERT_EQ(tree::hexText({place.get(), length}), tree::hexText(expected))
             << where(GetParam(), line);
     }
 }
