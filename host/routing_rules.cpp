@@ -86,6 +86,7 @@ static bool sendOutboundControl(HostContext* hostContext, const TcpSegment& segm
         control->flowKnown = 1;
     }
     control->hostContext = hostContext;
+    observeCallNumber(control->callNumber);
     return SendControlSegment(*control, segment.payload, segment.length, segment.sequence) ==
            rewritten;
 }

@@ -32,6 +32,7 @@ struct ControlChannelConnection : ListLink {
     HostContext* hostContext;          // of the newest segment
     HostMappingRecord* callHostRecord; // host's record of the call-signalling connection, or null
     uint32_t publicAddress;            // the NAT's
+    uint64_t callNumber;               // for observers
     StreamBuffer stream;
 };
 

@@ -47,6 +47,7 @@ uint32_t AppendInboundSegment(StreamBuffer& buffer, const StreamSegment& segment
         return 0;
     }
     inboundMappingState.lastActivity = wallClockSeconds();
+    observeCallNumber(inboundMappingState.callNumber);
     if (placeSegment(buffer, segment, inboundBufferCapacity) != Placement::placed) {
         return 0;
     }

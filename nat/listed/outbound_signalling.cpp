@@ -57,6 +57,7 @@ void followControlChannel(CallSignalConnection& call, const H225TransportAddress
     setRemoteEndpoint(*control, key);
     control->publicAddress = call.outsideFlow.destinationAddress;
     control->callHostRecord = findHostRecord(call.outsideFlow);
+    control->callNumber = call.callNumber;
     call.controlChannel = control;
     observeControl(*control, false);
 }

@@ -14,7 +14,7 @@ namespace test_support {
 namespace {
 
 FullHost* host = nullptr;
-std::vector<std::string>* told = nullptr;
+ToldLines* told = nullptr;
 
 std::string octetsText(const H323Octets& octets) {
     return {reinterpret_cast<const char*>(octets.data), octets.length};
@@ -59,7 +59,7 @@ std::string addressTextOf(const H323ObservedAddress& address) {
 }
 
 void note(const std::string& word, const std::string& line) {
-    told->push_back(word + " " + line);
+    told->lines.push_back(word + " " + line);
 }
 
 H323Observer recordingObserver() {
@@ -69,6 +69,7 @@ H323Observer recordingObserver() {
         std::string flags;
         flags += (message->flags & H323NAT_MESSAGE_SIGNED) != 0 ? " signed" : "";
         flags += (message->flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) != 0 ? " not-understood" : "";
+        told->callsOfMessages.insert(message->call);
         note("message",
              directionText(message->direction) + " " + octetsText(message->name) + flags);
     };
@@ -151,7 +152,7 @@ std::string text(const EndpointKey& endpoint) {
 }
 
 ToldLines::ToldLines() {
-    told = &lines;
+    told = this;
     const H323Observer observer = recordingObserver();
     H323SetObserver(&observer);
 }

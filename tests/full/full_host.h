@@ -29,6 +29,7 @@ public:
     ToldLines& operator=(const ToldLines&) = delete;
 
     std::vector<std::string> lines;
+    std::set<uint64_t> callsOfMessages;
 };
 
 /// One host of this kind exists at a time, in the full scope with room for `calls` calls.

@@ -57,6 +57,8 @@ TEST(ObserverInListedScope, IsToldOfAnOutboundCall) {
         "ended N 1 0",
     };
     EXPECT_EQ(withoutCallNumbers(told.lines), expected);
+    EXPECT_EQ(told.callsOfMessages.size(), 1U);
+    EXPECT_FALSE(told.callsOfMessages.contains(0));
 }
 
 TEST(ObserverInListedScope, IsToldOfAnInboundCall) {
@@ -81,6 +83,8 @@ TEST(ObserverInListedScope, IsToldOfAnInboundCall) {
         "ended N 3 0",
     };
     EXPECT_EQ(withoutCallNumbers(told.lines), expected);
+    EXPECT_EQ(told.callsOfMessages.size(), 1U);
+    EXPECT_FALSE(told.callsOfMessages.contains(0));
 }
 
 } // namespace
