@@ -1,6 +1,7 @@
 #include "cli/status_watch.h"
 
 #include "cli/terminal.h"
+#include "gateway/live/status.h"
 #include "gateway/live/status_socket.h"
 
 #include <nlohmann/json.hpp>
@@ -83,7 +84,7 @@ std::string callText(const json& call) {
     std::ostringstream text;
     text << std::setw(6) << call.at("call").get<uint64_t>() << std::setw(8)
          << call.at("seconds").get<int64_t>() << " s  " << caller << " → " << called << "  "
-         << word(call, "verdict");
+         << gateway::mediaText(call) << word(call, "verdict");
     return text.str();
 }
 

@@ -10,10 +10,6 @@
 namespace gateway {
 namespace {
 
-Endpoint endpointOf(const H323Endpoint& endpoint) {
-    return {endpoint.address, endpoint.port};
-}
-
 std::string textOf(const H323Octets& octets) {
     return {octets.data, octets.data + octets.length};
 }
@@ -32,19 +28,6 @@ void appendUtf8(std::string& text, uint32_t character) {
     text += static_cast<char>(0x80 | (character & 0x3F));
 }
 
-ReportedCall reportOf(const H323ObservedCall& call, bool ended) {
-    return {call.call,
-            ended,
-            call.direction,
-            endpointOf(call.inside),
-            endpointOf(call.outside),
-            textOf(call.callIdentifier),
-            aliasText(textOf(call.callingAlias)),
-            aliasText(textOf(call.calledAlias)),
-            call.cause,
-            call.end};
-}
-
 ReportedAddress reportOf(const H323ObservedAddress& address) {
     return {textOf(address.path), address.offset, endpointOf(address.from), endpointOf(address.to),
             address.cause};
@@ -56,23 +39,50 @@ std::array<Endpoint, 3> endsOf(const H323ObservedConnection& connection) {
             endpointOf(connection.outside)};
 }
 
+// Strangers choose their aliases: nothing of them may steer a terminal or turn a line around.
+bool isShown(uint32_t character) {
+    struct Range {
+        uint32_t first;
+        uint32_t last;
+    };
+    static constexpr Range hidden[] = {
+        {0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x61C, 0x61C},   {0x200B, 0x200F},
+        {0x2028, 0x202E}, {0x2060, 0x206F}, {0xD800, 0xDFFF}, {0xFEFF, 0xFEFF}, {0xFFF0, 0xFFFF}};
+    return std::none_of(std::begin(hidden), std::end(hidden), [character](const Range& range) {
+        return character >= range.first && character <= range.last;
+    });
+}
+
 } // namespace
 
 std::string aliasText(const std::string& characters) {
-    const bool printable = std::all_of(characters.begin(), characters.end(),
-                                       [](char octet) { return octet >= 0x20 && octet < 0x7F; });
-    if (printable) {
-        return characters;
-    }
     constexpr uint32_t replacement = 0xFFFD;
+    const bool narrow = characters.size() % 2 != 0 ||
+                        std::all_of(characters.begin(), characters.end(),
+                                    [](char octet) { return octet >= 0x20 && octet < 0x7F; });
     std::string utf8;
-    for (size_t i = 0; i + 1 < characters.size(); i += 2) {
-        const uint32_t character = static_cast<uint32_t>(static_cast<uint8_t>(characters[i]) << 8 |
-                                                         static_cast<uint8_t>(characters[i + 1]));
-        const bool isHalf = character >= 0xD800 && character < 0xE000;
-        appendUtf8(utf8, isHalf ? replacement : character);
+    for (size_t i = 0; i < characters.size(); i += narrow ? 1 : 2) {
+        uint32_t character = static_cast<uint8_t>(characters[i]);
+        if (!narrow) {
+            character = character << 8 | static_cast<uint8_t>(characters[i + 1]);
+        }
+        const bool shown = isShown(character) && (!narrow || character < 0x80);
+        appendUtf8(utf8, shown ? character : replacement);
     }
     return utf8;
+}
+
+ReportedCall reportedCall(const H323ObservedCall& call, bool ended) {
+    return {call.call,
+            ended,
+            call.direction,
+            endpointOf(call.inside),
+            endpointOf(call.outside),
+            textOf(call.callIdentifier),
+            aliasText(textOf(call.callingAlias)),
+            aliasText(textOf(call.calledAlias)),
+            call.cause,
+            call.end};
 }
 
 LocatedType locatedType(uint32_t role) {
@@ -162,11 +172,11 @@ std::vector<ReportedCall> MessageLog::takeCalls() {
 }
 
 void MessageLog::onCallBegan(const H323ObservedCall& call) {
-    calls_.push_back(reportOf(call, false));
+    calls_.push_back(reportedCall(call, false));
 }
 
 void MessageLog::onCallEnded(const H323ObservedCall& call) {
-    calls_.push_back(reportOf(call, true));
+    calls_.push_back(reportedCall(call, true));
 }
 
 void MessageLog::onMessage(const H323ObservedMessage& message) {

@@ -52,8 +52,15 @@ struct ReportedCall {
     uint32_t end = 0;   // ended: H323NAT_END_...
 };
 
+inline Endpoint endpointOf(const H323Endpoint& endpoint) {
+    return {endpoint.address, endpoint.port};
+}
+
+ReportedCall reportedCall(const H323ObservedCall& call, bool ended);
+
 // An alias as UTF-8. Its characters as they stand: digits and names of one octet a character are
-// printable; anything else of even length is UTF-16, most significant octet first.
+// printable; anything else of even length is UTF-16, most significant octet first. What is not to
+// be seen, or moves what is, becomes U+FFFD.
 std::string aliasText(const std::string& characters);
 
 // What the octets of a message with this role, H323NAT_ROLE_..., are to the locator.

@@ -150,15 +150,24 @@ void CallArchive::note(uint64_t call, const MappingRecord& mapping) {
     }
 }
 
+void CallArchive::note(uint64_t call, const gateway::FlowId& flow, const PacketRun& sent,
+                       const PacketRun& received) {
+    const auto found = running_.find(call);
+    if (found != running_.end()) {
+        found->second.flows.add(flow, sent, received);
+        found->second.changed = true;
+    }
+}
+
 CallRecord CallArchive::complete(const Running& running, CallRecord known,
                                  const gateway::Network& inside) const {
     const std::string verdict = std::exchange(known.verdict, "");
     known.isCall = true;
     known.messages = running.messages;
     known.mappings = running.mappings;
-    known.streams = mediaStreams(known, inside, FlowRuns(0));
+    known.streams = mediaStreams(known, inside, running.flows);
     for (MediaStream& stream : known.streams) {
-        if (stream.state == StreamState::Silent) {
+        if (!known.counted && stream.state == StreamState::Silent) {
             stream.state = StreamState::Uncounted;
         }
     }
@@ -215,7 +224,7 @@ std::string CallArchive::end(uint64_t call, const CallRecord& known,
     running_.erase(found);
     octets_ -= running.octets;
     const CallRecord record = complete(running, known, inside);
-    std::string failure = write(call, record);
+    std::string failure = running.changed ? write(call, record) : "";
     std::string second = writeCapture(call, running, record);
     return failure.empty() ? second : failure;
 }

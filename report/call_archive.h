@@ -1,6 +1,7 @@
 #pragma once
 
 #include "report/call_record.h"
+#include "report/flow_runs.h"
 
 #include <map>
 #include <span>
@@ -32,6 +33,9 @@ public:
     // A message of a call, and the IPv4 packet that brought it, as it came.
     void note(uint64_t call, const LadderMessage& message, std::span<const uint8_t> packet);
     void note(uint64_t call, const MappingRecord& mapping);
+    // Packets of its media, as the private host has them, since they were noted last.
+    void note(uint64_t call, const gateway::FlowId& flow, const PacketRun& sent,
+              const PacketRun& received);
 
     // The call's file shall tell how far it is, if something happened since it last did; and the
     // call is over. `known` has parties, times and verdict. Both give an empty text, or what went
@@ -40,6 +44,8 @@ public:
     std::string end(uint64_t call, const CallRecord& known, const gateway::Network& inside);
 
 private:
+    static constexpr size_t mostFlows = 100; // of a call
+
     struct Packet {
         int64_t time = never;
         std::vector<uint8_t> octets;
@@ -49,6 +55,7 @@ private:
         std::vector<LadderMessage> messages;
         std::vector<MappingRecord> mappings;
         std::vector<Packet> packets;
+        FlowRuns flows{mostFlows};
         size_t octets = 0;
         bool changed = true;
     };

@@ -82,6 +82,7 @@ struct CallRecord {
     uint32_t cause = 0; // of Q.850
     std::vector<LadderMessage> messages;
     std::vector<MappingRecord> mappings;
+    bool counted = true; // packets of its media
     std::vector<MediaStream> streams;
     std::vector<Finding> findings;
     std::string verdict; // "translated", or what is wrong in few words

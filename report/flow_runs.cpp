@@ -37,18 +37,13 @@ uint64_t FlowRuns::epochOf(const gateway::FlowId& flow) const {
     return of(flow.local.address) + of(flow.remote.address);
 }
 
-void FlowRuns::add(int64_t time, const gateway::PacketOutcome& outcome) {
-    const gateway::FlowId& flow = outcome.insideView;
-    const bool lost = outcome.verdict == gateway::Verdict::NoMapping;
-    if (flow.protocol != gateway::Protocol::Udp ||
-        (!lost && outcome.verdict != gateway::Verdict::Translated)) {
-        return;
-    }
+// Null when there are too many.
+FlowRun* FlowRuns::runOf(const gateway::FlowId& flow) {
     const uint64_t epoch = epochOf(flow);
     auto current = current_.find(flow);
     if (current == current_.end() || runs_[current->second].epoch != epoch) {
         if (runs_.size() >= most_) {
-            return;
+            return nullptr;
         }
         const size_t number = runs_.size();
         runs_.push_back({flow, epoch, {}, {}, {}});
@@ -56,9 +51,27 @@ void FlowRuns::add(int64_t time, const gateway::PacketOutcome& outcome) {
         byLocal_[key(flow.local)].push_back(number);
         byRemote_[key(flow.remote)].push_back(number);
     }
-    FlowRun& run = runs_[current->second];
-    const bool sent = outcome.direction == gateway::Direction::Sent;
-    (lost ? run.lost : sent ? run.sent : run.received).add(time);
+    return &runs_[current->second];
+}
+
+void FlowRuns::add(int64_t time, const gateway::PacketOutcome& outcome) {
+    const gateway::FlowId& flow = outcome.insideView;
+    const bool lost = outcome.verdict == gateway::Verdict::NoMapping;
+    if (flow.protocol != gateway::Protocol::Udp ||
+        (!lost && outcome.verdict != gateway::Verdict::Translated)) {
+        return;
+    }
+    if (FlowRun* const run = runOf(flow)) {
+        const bool sent = outcome.direction == gateway::Direction::Sent;
+        (lost ? run->lost : sent ? run->sent : run->received).add(time);
+    }
+}
+
+void FlowRuns::add(const gateway::FlowId& flow, const PacketRun& sent, const PacketRun& received) {
+    if (FlowRun* const run = runOf(flow)) {
+        run->sent.add(sent);
+        run->received.add(received);
+    }
 }
 
 std::vector<const FlowRun*> FlowRuns::find(const std::set<uint64_t>& local,

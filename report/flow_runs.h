@@ -28,6 +28,7 @@ public:
     explicit FlowRuns(size_t most) : most_(most) {}
 
     void add(int64_t time, const gateway::PacketOutcome& outcome);
+    void add(const gateway::FlowId& flow, const PacketRun& sent, const PacketRun& received);
     void split(uint32_t address) { ++epochs_[address]; }
 
     // Whose private, or outside, end is one of `endpoints`, and that has packets between the times.
@@ -42,6 +43,7 @@ public:
 private:
     using Index = std::unordered_map<uint64_t, std::vector<size_t>>;
 
+    FlowRun* runOf(const gateway::FlowId& flow);
     [[nodiscard]] uint64_t epochOf(const gateway::FlowId& flow) const;
 
     size_t most_;

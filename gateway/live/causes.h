@@ -30,6 +30,7 @@
       "connections that the gateway saw first within a message")                                   \
     X(callsStarted, "calls_started", "calls, from their Setup on")                                 \
     X(callsEnded, "calls_ended", "calls that ended")                                               \
+    X(callsMissed, "calls_missed", "calls that the module does not follow")                        \
     X(callsUntranslated, "calls_untranslated", "calls that no rule of the machine translates")     \
     X(helperSeen, "helper_seen", "calls that the kernel's own H.323 helper works on as well")      \
     X(mappingsOpened, "mappings_opened", "mappings opened for media, RAS and H.245")               \

@@ -282,6 +282,8 @@ constexpr Setting table[] = {
      "/run/h323nat/gateway.sock"},
     {"metrics-file", "PATH", "file to keep up to date with metrics in the Prometheus text format",
      [](LiveConfig& c, std::string_view v) { return readPath(c.metricsFile, v); }, nullptr},
+    {"count-packets", "yes|no", "have the kernel count the packets of all connections",
+     [](LiveConfig& c, std::string_view v) { return readFlag(c.countPackets, v); }, "yes"},
     {"keep-calls", "N", "calls whose messages are kept for `h323nat calls --html`; 0: none",
      [](LiveConfig& c, std::string_view v) { return readNumber(c.keepCalls, v, 0, 1000); }, "0"},
     {"capture-troubled", "DIR",

@@ -60,6 +60,7 @@ struct LiveConfig {
     Endpoint feedTo;
     std::string statusSocket = "/run/h323nat/gateway.sock";
     std::string metricsFile;
+    bool countPackets = true;    // by the kernel, of all connections
     uint32_t keepCalls = 0;      // calls whose messages are kept for `h323nat calls --html`
     std::string captureTroubled; // folder for captures of calls that were not all translated
     LogFormat logFormat = LogFormat::Logfmt;

@@ -39,6 +39,8 @@ std::optional<TrackedFlow> flowOf(const nf_conntrack* entry) {
     flow.secondsLeft = nfct_get_attr_u32(entry, ATTR_TIMEOUT);
     flow.tcpOpen = protocol == IPPROTO_TCP && isOpenState(nfct_get_attr_u8(entry, ATTR_TCP_STATE));
     flow.hasHelper = nfct_attr_is_set(entry, ATTR_HELPER_NAME) > 0;
+    flow.originalPackets = nfct_get_attr_u64(entry, ATTR_ORIG_COUNTER_PACKETS);
+    flow.replyPackets = nfct_get_attr_u64(entry, ATTR_REPL_COUNTER_PACKETS);
     return flow;
 }
 
@@ -59,10 +61,17 @@ Entry entryFor(Protocol protocol, const Endpoint& source, const Endpoint& destin
 
 FlowViews viewsOf(const TrackedFlow& flow, bool startedInside) {
     if (startedInside) {
-        return {flow.originalSource, flow.replyDestination, flow.originalDestination,
-                flow.hasHelper};
+        return {flow.originalSource,
+                flow.replyDestination,
+                flow.originalDestination,
+                flow.hasHelper,
+                {flow.originalPackets, flow.replyPackets}};
     }
-    return {flow.replySource, flow.originalDestination, flow.originalSource, flow.hasHelper};
+    return {flow.replySource,
+            flow.originalDestination,
+            flow.originalSource,
+            flow.hasHelper,
+            {flow.replyPackets, flow.originalPackets}};
 }
 
 Conntrack::Conntrack() : handle_(nfct_open(CONNTRACK, 0)) {

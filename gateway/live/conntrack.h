@@ -22,9 +22,17 @@ struct TrackedFlow {
     Endpoint originalDestination;
     Endpoint replySource;
     Endpoint replyDestination;
-    uint32_t secondsLeft = 0; // until the kernel forgets it, if no packet comes
-    bool tcpOpen = false;     // TCP: being opened or established, no FIN or RST seen
-    bool hasHelper = false;   // one of the kernel's own helpers works on it
+    uint32_t secondsLeft = 0;     // until the kernel forgets it, if no packet comes
+    bool tcpOpen = false;         // TCP: being opened or established, no FIN or RST seen
+    bool hasHelper = false;       // one of the kernel's own helpers works on it
+    uint64_t originalPackets = 0; // both 0 where the kernel does not count
+    uint64_t replyPackets = 0;
+};
+
+// Packets of a private host and to it.
+struct PacketCounts {
+    uint64_t sent = 0;
+    uint64_t received = 0;
 };
 
 // Both views of a flow between a private endpoint and an outside one.
@@ -33,6 +41,7 @@ struct FlowViews {
     Endpoint outside; // public endpoint; equals `inside` when nothing translates the flow
     Endpoint remote;
     bool hasHelper = false;
+    PacketCounts packets;
 };
 
 // The flow seen from the private endpoint; `startedInside` tells who sent its first packet.

@@ -16,13 +16,14 @@ void FlowSurvey::noteOwner(const TrackedFlow& flow) {
         const FlowViews views = viewsOf(flow, startedInside);
         const auto owner = owners_.find({flow.protocol, views.inside, views.remote});
         if (owner != owners_.end()) {
-            owner->second = true;
+            owner->second.open = owner->second.open || flow.tcpOpen;
+            owner->second.packets = views.packets;
         }
     }
 }
 
 void FlowSurvey::note(const TrackedFlow& flow) {
-    if (flow.tcpOpen) {
+    if (flow.protocol == Protocol::Tcp) {
         noteOwner(flow);
     }
     const auto sent = byInside_.find({flow.protocol, flow.originalSource});
@@ -54,7 +55,12 @@ const FlowSurvey::Use* FlowSurvey::useOf(uint64_t number) const {
 
 bool FlowSurvey::isOpen(const FlowId& owner) const {
     const auto found = owners_.find(owner);
-    return found != owners_.end() && found->second;
+    return found != owners_.end() && found->second.open;
+}
+
+PacketCounts FlowSurvey::packetsOf(const FlowId& owner) const {
+    const auto found = owners_.find(owner);
+    return found == owners_.end() ? PacketCounts{} : found->second.packets;
 }
 
 } // namespace gateway

@@ -27,7 +27,8 @@ public:
     // A port of a mapping; `number` is the mapping's.
     void addPort(uint64_t number, Protocol protocol, const Endpoint& inside,
                  const Endpoint& publicEndpoint, bool leaves, bool fresh);
-    void addOwner(const FlowId& insideView) { owners_.emplace(insideView, false); }
+    // A TCP connection.
+    void addOwner(const FlowId& insideView) { owners_.try_emplace(insideView); }
 
     void note(const TrackedFlow& flow);
     void noteUses(std::vector<EndpointUse> uses) { endpointUses_ = std::move(uses); }
@@ -39,6 +40,8 @@ public:
     // Null when no connection goes through the mapping.
     [[nodiscard]] const Use* useOf(uint64_t number) const;
     [[nodiscard]] bool isOpen(const FlowId& owner) const;
+    [[nodiscard]] bool hasOwner(const FlowId& owner) const { return owners_.contains(owner); }
+    [[nodiscard]] PacketCounts packetsOf(const FlowId& owner) const;
     // Flows of freshly mapped endpoints that leave from elsewhere.
     [[nodiscard]] const std::vector<TrackedFlow>& conflicts() const { return conflicts_; }
 
@@ -52,12 +55,17 @@ private:
         bool fresh;
     };
 
+    struct Owner {
+        bool open = false;
+        PacketCounts packets;
+    };
+
     void noteOwner(const TrackedFlow& flow);
     void use(const Port& port, const TrackedFlow& flow, bool throughMapping);
 
     std::unordered_map<LocalId, Port, LocalIdHash> byInside_;
     std::unordered_map<LocalId, Port, LocalIdHash> byPublic_;
-    std::unordered_map<FlowId, bool, FlowIdHash> owners_;
+    std::unordered_map<FlowId, Owner, FlowIdHash> owners_;
     std::unordered_map<uint64_t, Use> uses_;
     std::vector<TrackedFlow> conflicts_;
     std::vector<EndpointUse> endpointUses_;

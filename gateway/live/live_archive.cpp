@@ -1,11 +1,13 @@
 #include "gateway/live/live_archive.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace gateway {
 namespace {
 
 constexpr int64_t second = 1'000'000'000;
+constexpr size_t mostOver = 10'000;
 
 // Call times are of a clock that never steps back.
 int64_t wallTime(LiveSeconds time) {
@@ -29,6 +31,7 @@ report::CallRecord recordOf(const LiveCall& call) {
     record.ended = call.ended == 0 ? report::never : wallTime(call.ended);
     record.cause = call.cause;
     record.verdict = call.verdict();
+    record.counted = call.counted;
     return record;
 }
 
@@ -78,18 +81,52 @@ void LiveArchive::check(const std::string& failure) {
     }
 }
 
-void LiveArchive::end(const LiveCall& call) {
-    if (keeps()) {
-        check(archive_.end(call.number, recordOf(call), {call.inside.address, 32}));
-    }
-}
-
-void LiveArchive::update(const LiveCalls& calls) {
+void LiveArchive::notePackets(const LiveCall& call, const FlowId& flow, const PacketCounts& more) {
     if (!keeps()) {
         return;
     }
+    const int64_t now = wallClock();
+    const int64_t first = std::max(lastSurvey_, wallTime(call.started));
+    const auto run = [&](uint64_t packets) {
+        return packets == 0 ? report::PacketRun{} : report::PacketRun{packets, first, now};
+    };
+    archive_.note(call.number, flow, run(more.sent), run(more.received));
+}
+
+void LiveArchive::finish(const Over& over) {
+    check(archive_.end(over.number, over.record, {over.record.host.address, 32}));
+}
+
+void LiveArchive::end(const LiveCall& call) {
+    if (!keeps()) {
+        return;
+    }
+    check(archive_.update(call.number, recordOf(call), {call.inside.address, 32}));
+    if (over_.size() >= mostOver) {
+        finish(over_.front());
+        over_.pop_front();
+    }
+    over_.push_back({call.number, recordOf(call), 0});
+}
+
+void LiveArchive::endSurvey(const LiveCalls& calls) {
+    if (!keeps()) {
+        over_.clear();
+        return;
+    }
+    lastSurvey_ = wallClock();
     for (const auto& [number, call] : calls.running()) {
         check(archive_.update(number, recordOf(call), {call.inside.address, 32}));
+    }
+    for (Over& over : over_) {
+        ++over.surveys;
+        if (const LiveCall* const call = calls.find(over.number)) {
+            over.record = recordOf(*call);
+        }
+    }
+    while (!over_.empty() && over_.front().surveys >= LiveCalls::surveysAfterEnd) {
+        finish(over_.front());
+        over_.pop_front();
     }
 }
 

@@ -6,6 +6,7 @@
 #include "report/call_archive.h"
 
 #include <cstdint>
+#include <deque>
 #include <span>
 #include <vector>
 
@@ -26,20 +27,33 @@ public:
     void noteMessage(const ReportedMessage& message, const std::vector<ReportedAddress>& remaining,
                      const LiveCall* call);
 
+    // Media of a call, as its private host has it, since the survey before.
+    void notePackets(const LiveCall& call, const FlowId& flow, const PacketCounts& more);
+
     // A call is over, and its last message was noted.
     void end(const LiveCall& call);
-    // Running calls tell how far they are.
-    void update(const LiveCalls& calls);
+    // A survey of the kernel's counts is over: running calls tell how far they are.
+    void endSurvey(const LiveCalls& calls);
 
     // Now, as times of records.
     static int64_t wallClock();
 
 private:
+    // A call whose last packets are not counted yet.
+    struct Over {
+        uint64_t number = 0;
+        report::CallRecord record;
+        int surveys = 0;
+    };
+
+    void finish(const Over& over);
     void check(const std::string& failure);
 
     EventLog& log_;
     report::CallArchive archive_;
     std::vector<uint8_t> packet_;
+    std::deque<Over> over_; // by their ends
+    int64_t lastSurvey_ = report::never;
 };
 
 } // namespace gateway

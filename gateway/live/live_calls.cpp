@@ -1,61 +1,39 @@
 #include "gateway/live/live_calls.h"
 
+#include "tree/value_text.h"
+
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace gateway {
 namespace {
 
-Endpoint endpointOf(const H323Endpoint& endpoint) {
-    return {endpoint.address, endpoint.port};
-}
+constexpr size_t missedKept = 100;
+constexpr LiveSeconds sameCall = 60;
+constexpr size_t mostConnections = 8;
 
-std::string hexadecimal(const H323Octets& octets) {
-    static constexpr const char* digits = "0123456789abcdef";
-    std::string text;
-    for (uint32_t i = 0; i < octets.length; ++i) {
-        text += digits[octets.data[i] >> 4];
-        text += digits[octets.data[i] & 15];
-    }
-    return text;
-}
-
-void appendUtf8(std::string& text, unsigned character) {
-    if (character < 0x80) {
-        text += static_cast<char>(character);
-    } else if (character < 0x800) {
-        text += static_cast<char>(0xC0 | (character >> 6));
-        text += static_cast<char>(0x80 | (character & 0x3F));
-    } else {
-        text += static_cast<char>(0xE0 | (character >> 12));
-        text += static_cast<char>(0x80 | ((character >> 6) & 0x3F));
-        text += static_cast<char>(0x80 | (character & 0x3F));
-    }
-}
-
-// Digits stand one an octet, names in UTF-16. What could confuse a terminal becomes '?'.
-std::string aliasText(const H323Octets& alias) {
-    const bool wide = alias.length >= 2 && alias.length % 2 == 0 && alias.data[0] < ' ';
-    std::string text;
-    for (uint32_t i = 0; i + (wide ? 1 : 0) < alias.length; i += wide ? 2 : 1) {
-        const unsigned character =
-            wide ? static_cast<unsigned>(alias.data[i]) << 8 | alias.data[i + 1] : alias.data[i];
-        const bool shown = character >= ' ' && character != 0x7F &&
-                           (character < 0x80 || (wide && character >= 0xA0)) &&
-                           (character < 0xD800 || character > 0xDFFF);
-        appendUtf8(text, shown ? character : '?');
-    }
-    return text;
-}
-
-void describe(LiveCall& call, const H323ObservedCall& told) {
+LiveCall describe(const ReportedCall& told, LiveSeconds now) {
+    LiveCall call;
     call.number = told.call;
     call.inbound = told.direction == H323NAT_RECEIVED;
-    call.inside = endpointOf(told.inside);
-    call.remote = endpointOf(told.outside);
-    call.identifier = hexadecimal(told.callIdentifier);
-    call.calling = aliasText(told.callingAlias);
-    call.called = aliasText(told.calledAlias);
+    call.inside = told.inside;
+    call.remote = told.outside;
+    call.identifier = tree::hexText(told.callIdentifier);
+    call.calling = told.callingAlias;
+    call.called = told.calledAlias;
+    call.started = now;
+    call.connections = {{Protocol::Tcp, call.inside, call.remote}};
+    return call;
+}
+
+void add(PacketCounts& sum, const PacketCounts& more) {
+    sum.sent += more.sent;
+    sum.received += more.received;
+}
+
+bool isAny(const PacketCounts& packets) {
+    return packets.sent + packets.received > 0;
 }
 
 } // namespace
@@ -67,30 +45,85 @@ const char* endName(uint32_t end) {
 }
 
 std::string LiveCall::verdict() const {
+    if (number == 0) {
+        return "not translated: " + trouble;
+    }
     return trouble.empty() ? "translated" : "partly: " + trouble;
 }
 
-LiveCall& LiveCalls::begin(const H323ObservedCall& call, LiveSeconds now) {
-    LiveCall& begun = running_[call.call];
-    describe(begun, call);
-    begun.started = now;
-    return begun;
+LiveCall& LiveCalls::begin(const ReportedCall& call, LiveSeconds now) {
+    return running_[call.call] = describe(call, now);
 }
 
-const LiveCall* LiveCalls::end(const H323ObservedCall& call, LiveSeconds now) {
-    const auto found = running_.find(call.call);
+LiveCall& LiveCalls::keep(LiveCall call) {
+    if (ended_.size() == endedKept) {
+        endedByNumber_.erase(ended_.front().number);
+        ended_.pop_front();
+    }
+    LiveCall& kept = ended_.emplace_back(std::move(call));
+    if (kept.number != 0) {
+        endedByNumber_[kept.number] = &kept;
+    }
+    return kept;
+}
+
+const LiveCall* LiveCalls::end(uint64_t number, uint32_t end, uint32_t cause, LiveSeconds now) {
+    const auto found = running_.find(number);
     if (found == running_.end()) {
         return nullptr;
     }
-    found->second.ended = now;
-    found->second.cause = call.cause;
-    found->second.end = call.end;
-    if (ended_.size() == endedKept) {
-        ended_.pop_front();
-    }
-    ended_.push_back(std::move(found->second));
+    LiveCall over = std::move(found->second);
     running_.erase(found);
-    return &ended_.back();
+    over.ended = now;
+    over.cause = cause;
+    over.end = end;
+    return &keep(std::move(over));
+}
+
+// A Setup is sent again, and strangers send many: neither shall fill the list.
+const LiveCall* LiveCalls::miss(const ReportedCall& call, const std::string& why, LiveSeconds now) {
+    auto oldest = ended_.end();
+    size_t missed = 0;
+    for (auto each = ended_.begin(); each != ended_.end(); ++each) {
+        if (each->number != 0) {
+            continue;
+        }
+        if (each->inside == call.inside && each->remote == call.outside &&
+            now - each->started <= sameCall) {
+            return nullptr;
+        }
+        oldest = missed++ == 0 ? each : oldest;
+    }
+    if (missed >= missedKept) {
+        ended_.erase(oldest);
+    }
+    LiveCall missing = describe(call, now);
+    missing.number = 0;
+    missing.ended = now;
+    missing.trouble = why;
+    missing.surveysSinceEnd = surveysAfterEnd;
+    return &keep(std::move(missing));
+}
+
+std::vector<uint64_t> LiveCalls::closed(const FlowSurvey& survey) const {
+    std::vector<uint64_t> numbers;
+    for (const auto& [number, call] : running_) {
+        const bool over =
+            std::all_of(call.connections.begin(), call.connections.end(), [&](const FlowId& each) {
+                return survey.hasOwner(each) && !survey.isOpen(each) && each.local.port != 0;
+            });
+        if (over) {
+            numbers.push_back(number);
+        }
+    }
+    return numbers;
+}
+
+const LiveCall* LiveCalls::runningOn(const FlowId& connection) const {
+    const auto found = std::find_if(running_.begin(), running_.end(), [&](const auto& entry) {
+        return entry.second.connections.front() == connection;
+    });
+    return found == running_.end() ? nullptr : &found->second;
 }
 
 // A message that ends its call is reported when the call is over already.
@@ -99,30 +132,86 @@ const LiveCall* LiveCalls::find(uint64_t number) const {
     if (found != running_.end()) {
         return &found->second;
     }
-    const auto ended = std::find_if(ended_.rbegin(), ended_.rend(),
-                                    [&](const LiveCall& call) { return call.number == number; });
-    return number == 0 || ended == ended_.rend() ? nullptr : &*ended;
+    const auto ended = endedByNumber_.find(number);
+    return ended == endedByNumber_.end() ? nullptr : ended->second;
 }
 
-LiveCall* LiveCalls::mutableCall(uint64_t number) {
+LiveCall* LiveCalls::known(uint64_t number) {
     return const_cast<LiveCall*>(find(number));
 }
 
 void LiveCalls::note(const ReportedMessage& message, LiveSeconds now) {
-    LiveCall* const call = message.call == 0 ? nullptr : mutableCall(message.call);
-    if (call != nullptr) {
-        call->rewritten += static_cast<uint32_t>(message.rewritten.size());
-        if (message.name == "connect" && call->connected == 0) {
-            call->connected = now;
-        }
+    LiveCall* const call = known(message.call);
+    if (call == nullptr) {
+        return;
+    }
+    call->rewritten += static_cast<uint32_t>(message.rewritten.size());
+    if (message.name == "connect" && call->connected == 0) {
+        call->connected = now;
+    }
+    // Of a received one the private end is not known.
+    const FlowId connection{Protocol::Tcp, message.inside, message.outside};
+    if (message.direction == H323NAT_SENT && message.role == H323NAT_ROLE_H245 &&
+        call->connections.size() < mostConnections &&
+        std::find(call->connections.begin(), call->connections.end(), connection) ==
+            call->connections.end()) {
+        call->connections.push_back(connection);
     }
 }
 
 void LiveCalls::noteTrouble(uint64_t number, const std::string& what) {
-    LiveCall* const call = number == 0 ? nullptr : mutableCall(number);
+    LiveCall* const call = known(number);
     if (call != nullptr && call->trouble.empty()) {
         call->trouble = what;
     }
+}
+
+template <typename Function> void LiveCalls::forEachCounted(Function function) {
+    for (auto& [number, call] : running_) {
+        function(call);
+    }
+    for (auto call = ended_.rbegin(); call != ended_.rend(); ++call) {
+        if (call->number == 0) {
+            continue;
+        }
+        if (call->surveysSinceEnd >= surveysAfterEnd) {
+            break; // older ones as well
+        }
+        function(*call);
+    }
+}
+
+void LiveCalls::ask(FlowSurvey& survey) {
+    forEachCounted([&](const LiveCall& call) {
+        for (const FlowId& connection : call.connections) {
+            survey.addOwner(connection);
+        }
+    });
+}
+
+void LiveCalls::countSignalling(const FlowSurvey& survey, PacketGrowth& growth) {
+    forEachCounted([&](LiveCall& call) {
+        for (const FlowId& connection : call.connections) {
+            const PacketCounts counted = survey.packetsOf(connection);
+            if (isAny(counted)) {
+                call.counted = true;
+                add(call.signalling, growth.of(connection, counted));
+            }
+        }
+    });
+}
+
+const LiveCall* LiveCalls::countMedia(uint64_t number, const PacketCounts& more) {
+    LiveCall* const call = known(number);
+    if (call == nullptr || call->surveysSinceEnd >= surveysAfterEnd) {
+        return nullptr;
+    }
+    add(call->media, more);
+    return call;
+}
+
+void LiveCalls::endSurvey() {
+    forEachCounted([](LiveCall& call) { call.surveysSinceEnd += call.ended != 0 ? 1 : 0; });
 }
 
 } // namespace gateway

@@ -56,7 +56,7 @@ public:
     [[nodiscard]] size_t heldPackets() const { return waiting_.size(); }
 
     // What a survey of the kernel's flows has to look for.
-    [[nodiscard]] FlowSurvey survey() const;
+    [[nodiscard]] FlowSurvey survey();
 
     // Closes what is over, by a survey that `survey` began.
     // To be called every `sweep` seconds, and soon when `wantsSweep`.
@@ -157,6 +157,11 @@ private:
     void reportMessage(const ReportedMessage& message);
     void noteMapping(MappingRequest::Kind kind, const Endpoint& inside,
                      const Endpoint& publicEndpoint, bool reused);
+    void noteSetup(const Parcel& parcel);
+    void noteMissed(const ReportedCall& call, const char* why);
+    void endCall(uint64_t number, uint32_t end, uint32_t cause);
+    void archiveOver();
+    void countPackets(const FlowSurvey& survey);
     void checkTranslated(const LiveCall& call);
     HostMappingRecord* recordOf(const FlowId& insideView);
 
@@ -173,6 +178,7 @@ private:
     SegmentHold hold_;
     KnownConnections known_;
     LiveCalls calls_;
+    PacketGrowth growth_;
     LiveArchive archive_;
     MessageLog messages_;
     std::unordered_map<uint32_t, Waiting> waiting_; // by packet number
@@ -188,6 +194,7 @@ private:
     Endpoint receivedAt_;          // where the packet from outside arrived
     bool recalling_ = false;       // it is made up, to tell the module of an earlier run
     uint64_t call_ = 0;            // of the message in it
+    bool told_ = false;            // the module found a message in it
     std::vector<uint64_t> opened_; // mappings
     std::vector<uint64_t> begun_;  // calls
     std::vector<uint64_t> over_;   // calls

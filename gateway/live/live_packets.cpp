@@ -147,11 +147,13 @@ void LiveGateway::show(Parcel& parcel) {
                               {"octets", std::to_string(parcel.layout.payloadLength)}});
     }
     archive_.notePacket(parcel.packet);
+    told_ = false;
     if (parcel.side == Side::Inside) {
         showSent(parcel);
     } else {
         showReceived(parcel);
     }
+    noteSetup(parcel);
     // What was announced must be reachable before the message goes on.
     if (!commit()) {
         parcel.changed = false;

@@ -11,10 +11,6 @@
 namespace gateway {
 namespace {
 
-Endpoint endpointOf(const H323Endpoint& endpoint) {
-    return {endpoint.address, endpoint.port};
-}
-
 // "setup.h245Address: the host opened no mapping"
 std::string troubleText(const ReportedMessage& message, const ReportedAddress& address) {
     const std::string path = shortPath(address.path);
@@ -38,6 +34,7 @@ void LiveGateway::onMessage(const H323ObservedMessage& message) {
     if (recalling_) {
         return;
     }
+    told_ = true;
     messages_.onMessage(message);
     const std::string_view name(reinterpret_cast<const char*>(message.name.data),
                                 message.name.length);
@@ -64,7 +61,7 @@ void LiveGateway::onLeft(const H323ObservedAddress& address) {
 }
 
 void LiveGateway::onCallBegan(const H323ObservedCall& told) {
-    const LiveCall& call = calls_.begin(told, now_);
+    const LiveCall& call = calls_.begin(reportedCall(told, false), now_);
     begun_.push_back(call.number);
     counters_.add(Cause::callsStarted);
     log_.info("call-start", {{"call", std::to_string(call.number)},
@@ -76,12 +73,16 @@ void LiveGateway::onCallBegan(const H323ObservedCall& told) {
 }
 
 void LiveGateway::onCallEnded(const H323ObservedCall& told) {
-    mappings_.endCall(told.call, now_);
-    const LiveCall* const call = calls_.end(told, now_);
+    endCall(told.call, told.end, told.cause);
+}
+
+void LiveGateway::endCall(uint64_t number, uint32_t end, uint32_t cause) {
+    mappings_.endCall(number, now_);
+    const LiveCall* const call = calls_.end(number, end, cause, now_);
     if (call == nullptr) {
         return;
     }
-    over_.push_back(told.call);
+    over_.push_back(number);
     counters_.add(Cause::callsEnded);
     log_.info("call-end", {{"call", std::to_string(call->number)},
                            {"direction", call->inbound ? "in" : "out"},
@@ -161,13 +162,68 @@ void LiveGateway::report(LiveSeconds now) {
     for (const ReportedMessage& message : messages_.takeMessages()) {
         calls_.note(message, now);
         reportMessage(message);
+        // The listed scope waits for what it needs itself.
+        if (message.name == "releaseComplete" && calls_.running().contains(message.call)) {
+            endCall(message.call, H323NAT_END_RELEASED, 0);
+        }
     }
+    archiveOver();
+    call_ = 0;
+}
+
+void LiveGateway::archiveOver() {
     for (const uint64_t number : std::exchange(over_, {})) {
         if (const LiveCall* const call = calls_.find(number)) {
             archive_.end(*call);
         }
     }
-    call_ = 0;
+}
+
+// A call that the module does not follow must not go without a word.
+void LiveGateway::noteMissed(const ReportedCall& told, const char* why) {
+    const LiveCall* const call = calls_.miss(told, why, now_);
+    if (call == nullptr) {
+        return;
+    }
+    counters_.add(Cause::callsMissed);
+    const std::initializer_list<LogField> fields = {{"direction", call->inbound ? "in" : "out"},
+                                                    {"inside", toText(call->inside)},
+                                                    {"remote", toText(call->remote)},
+                                                    {"cause", why}};
+    call->inbound ? log_.stranger("call-missed", fields) : log_.info("call-missed", fields);
+}
+
+// Of a Setup in which the module found no message.
+void LiveGateway::noteSetup(const Parcel& parcel) {
+    constexpr size_t typeAt = 8; // behind TPKT, discriminator and call reference
+    constexpr uint8_t setup = 5;
+    const auto payload =
+        parcel.packet.subspan(parcel.layout.payloadOffset, parcel.layout.payloadLength);
+    if (told_ || parcel.layout.protocol != Protocol::Tcp || payload.size() <= typeAt ||
+        payload[0] != 3 || payload[1] != 0 || payload[4] != 8 || payload[5] != 2 ||
+        payload[typeAt] != setup) {
+        return;
+    }
+    const bool received = parcel.side == Side::Outside;
+    Endpoint inside = sourceOf(parcel.packet, parcel.layout);
+    Endpoint outside = destinationOf(parcel.packet, parcel.layout);
+    if (received) {
+        std::swap(inside, outside);
+        inside = listenerAt(inside.port).value_or(inside);
+    }
+    const bool listed = config_.scope == TranslationScope::Listed;
+    if (const LiveCall* const call = calls_.runningOn({Protocol::Tcp, inside, outside})) {
+        if (listed) {
+            calls_.noteTrouble(call->number, "setup: it came in several segments");
+        }
+        return;
+    }
+    const bool full = calls_.running().size() >= config_.calls;
+    ReportedCall missed;
+    missed.direction = received ? H323NAT_RECEIVED : H323NAT_SENT;
+    missed.inside = inside;
+    missed.outside = outside;
+    noteMissed(missed, listed || full ? "no record was free for it" : "its Setup makes no sense");
 }
 
 void LiveGateway::noteMapping(MappingRequest::Kind kind, const Endpoint& inside,
@@ -181,9 +237,21 @@ void LiveGateway::noteMapping(MappingRequest::Kind kind, const Endpoint& inside,
 void LiveGateway::reportMessage(const ReportedMessage& message) {
     const bool repeated = (message.flags & H323NAT_MESSAGE_REPEATED) != 0;
     const bool sent = message.direction == H323NAT_SENT;
+    const bool understood = (message.flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) == 0;
     counters_.add(repeated ? Cause::messagesRepeated : Cause::messagesSeen);
-    if ((message.flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) != 0) {
+    if (message.name == "setup" && message.call == 0 && !repeated) {
+        ReportedCall missed;
+        missed.direction = message.direction;
+        missed.inside =
+            sent ? message.inside : listenerAt(message.inside.port).value_or(message.inside);
+        missed.outside = message.outside;
+        missed.callIdentifier = message.callIdentifier;
+        noteMissed(missed, understood ? "no record was free for it" : "its Setup makes no sense");
+    }
+    if (!understood) {
         counters_.add(Cause::messagesUndecodable);
+        calls_.noteTrouble(message.call, (message.name.empty() ? "a message" : message.name) +
+                                             " makes no sense from some point on");
         log_.stranger("undecodable", {{"direction", sent ? "sent" : "received"},
                                       {"message", message.name},
                                       {"inside", toText(message.inside)},
@@ -215,6 +283,39 @@ void LiveGateway::reportMessage(const ReportedMessage& message) {
                                    {"address", toText(address.from)},
                                    {"cause", leftCauseName(address.cause)}});
     }
+}
+
+void LiveGateway::countPackets(const FlowSurvey& survey) {
+    calls_.countSignalling(survey, growth_);
+    for (const LiveMapping& mapping : mappings_.all()) {
+        const FlowSurvey::Use* const use = mapping.kind == MappingKind::Media && mapping.call != 0
+                                               ? survey.useOf(mapping.number)
+                                               : nullptr;
+        if (use == nullptr) {
+            continue;
+        }
+        for (const TrackedFlow& flow : use->flows) {
+            const bool startedInside = flow.originalSource.address == mapping.inside.address;
+            const FlowViews views = viewsOf(flow, startedInside);
+            const FlowId insideView{Protocol::Udp, views.inside, views.remote};
+            const PacketCounts more = growth_.of(insideView, views.packets);
+            const bool control = views.inside != mapping.inside;
+            const LiveCall* const call =
+                calls_.countMedia(mapping.call, control ? PacketCounts{} : more);
+            if (call != nullptr) {
+                archive_.notePackets(*call, insideView, more);
+            }
+        }
+    }
+    if (config_.scope == TranslationScope::Listed) {
+        for (const uint64_t number : calls_.closed(survey)) {
+            endCall(number, H323NAT_END_CLOSED, 0);
+        }
+        archiveOver();
+    }
+    growth_.endSurvey();
+    calls_.endSurvey();
+    archive_.endSurvey(calls_);
 }
 
 void LiveGateway::checkTranslated(const LiveCall& call) {

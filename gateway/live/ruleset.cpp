@@ -166,6 +166,10 @@ std::vector<Chain> chainsOf(const LiveConfig& config, uint32_t publicAddress) {
         {"classify", "type filter hook prerouting priority dstnat - 10; policy accept;",
          streamRule(config) + forEachInside(config, "iifname", "goto sent") + "    iifname \"" +
              config.outside + "\" goto received\n"}};
+    // No packet ever comes here: a rule that asks for counts makes the kernel count.
+    if (config.countPackets && !config.dryRun) {
+        chains.push_back({"counting", "", "    ct original packets 0 return\n"});
+    }
     if (!config.dryRun) {
         const std::vector<Chain> translating = {
             {"hairpin_arriving", "", hairpinRules()},

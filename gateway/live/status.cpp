@@ -28,8 +28,14 @@ json callJson(const LiveCall& call, LiveSeconds now) {
     }
     if (call.ended != 0) {
         text["ended_ago"] = now - call.ended;
-        text["end"] = endName(call.end);
+        text["end"] = call.number == 0 ? "missed" : endName(call.end);
         text["cause"] = call.cause;
+    }
+    if (call.counted) {
+        text["signalling_sent"] = call.signalling.sent;
+        text["signalling_received"] = call.signalling.received;
+        text["media_sent"] = call.media.sent;
+        text["media_received"] = call.media.received;
     }
     return text;
 }
@@ -86,13 +92,11 @@ void delayMetrics(std::ostringstream& out, const char* name, const char* help,
         << metric << "_count " << delay.total() << '\n';
 }
 
-template <typename Calls, typename CallOf>
-json callList(const Calls& calls, LiveSeconds now, CallOf callOf) {
+template <typename Iterator, typename CallOf>
+json callList(Iterator first, Iterator last, LiveSeconds now, CallOf callOf) {
     json list = json::array();
-    for (const auto& entry : calls) {
-        if (list.size() < statusListLimit) {
-            list.push_back(callJson(callOf(entry), now));
-        }
+    for (; first != last && list.size() < statusListLimit; ++first) {
+        list.push_back(callJson(callOf(*first), now));
     }
     return list;
 }
@@ -111,11 +115,18 @@ std::string callLine(const json& call) {
     std::ostringstream line;
     line << (word("direction") == "in" ? "in   " : "out  ") << std::left << std::setw(21)
          << word("inside") << ' ' << std::setw(21) << word("remote") << ' ' << std::right
-         << std::setw(6) << call.at("seconds").get<int64_t>() << " s  " << word("verdict");
+         << std::setw(6) << call.at("seconds").get<int64_t>() << " s  " << mediaText(call)
+         << word("verdict");
     return line.str();
 }
 
 } // namespace
+
+std::string mediaText(const json& call) {
+    return call.contains("media_sent") ? "→ " + call.at("media_sent").dump() + " ← " +
+                                             call.at("media_received").dump() + "  "
+                                       : "";
+}
 
 std::string statusJson(const StatusSource& source) {
     const LiveGateway& gateway = source.gateway;
@@ -134,9 +145,12 @@ std::string statusJson(const StatusSource& source) {
                    {"delay_us_p99", source.counters.delay.quantileMicroseconds(0.99)},
                    {"hold_us_median", source.counters.hold.quantileMicroseconds(0.5)},
                    {"hold_us_p99", source.counters.hold.quantileMicroseconds(0.99)},
-                   {"calls", callList(calls.running(), source.now,
-                                      [](const auto& entry) { return entry.second; })},
-                   {"ended_calls", json::array()},
+                   {"calls", callList(
+                                 calls.running().begin(), calls.running().end(), source.now,
+                                 [](const auto& entry) -> auto& { return entry.second; })},
+                   {"ended_calls", callList(
+                                       calls.ended().rbegin(), calls.ended().rend(), source.now,
+                                       [](const LiveCall& call) -> auto& { return call; })},
                    {"mappings", json::array()},
                    {"counters", json::object()}};
     if (!config.published.empty()) {
@@ -144,10 +158,6 @@ std::string statusJson(const StatusSource& source) {
     }
     if (config.advertisedAddress != 0) {
         status["advertised"] = toText(config.advertisedAddress);
-    }
-    for (auto call = calls.ended().rbegin();
-         call != calls.ended().rend() && status["ended_calls"].size() < statusListLimit; ++call) {
-        status["ended_calls"].push_back(callJson(*call, source.now));
     }
     for (const LiveMapping& mapping : gateway.mappings().all()) {
         if (status["mappings"].size() < statusListLimit) {

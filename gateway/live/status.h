@@ -28,6 +28,10 @@ std::string statusText(const std::string& statusJson);
 // The calls that ended last, newest first, for people; from the JSON text of a running gateway.
 std::string callsText(const std::string& statusJson);
 
+// "→ 250 ← 248  ": media packets of a call of the status, sent and received by its private host;
+// empty when nobody counts them.
+std::string mediaText(const nlohmann::json& call);
+
 // Counters and gauges in the Prometheus text format, version 0.0.4.
 std::string metricsText(const StatusSource& source);
 

@@ -19,6 +19,18 @@ TEST(Markup, TextStaysText) {
     EXPECT_EQ(scriptData("\"</script><!--\""), "\"\\u003c/script>\\u003c!--\"");
 }
 
+TEST(Markup, AliasesSteerNothing) {
+    using namespace std::string_literals;
+    const std::string hidden = "\xEF\xBF\xBD";
+    for (const auto& [characters, text] :
+         {std::pair{"5551212"s, "5551212"s}, std::pair{"\0a\x4E\x2D"s, "a\xE4\xB8\xAD"s},
+          std::pair{"\x1B[31m!!"s, hidden + "[31m!!"}, std::pair{"a\x80z"s, "a" + hidden + "z"},
+          std::pair{"\0\x1B\0["s, hidden + "["}, std::pair{"\0a\x20\x2E\0b"s, "a" + hidden + "b"},
+          std::pair{"\xD8\x3D\0b"s, hidden + "b"}, std::pair{""s, ""s}}) {
+        EXPECT_EQ(gateway::aliasText(characters), text);
+    }
+}
+
 TEST(Markup, NothingOfAPacketEndsUpAsMarkup) {
     CallRecord record;
     record.isCall = true;
