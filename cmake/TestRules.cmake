@@ -15,14 +15,11 @@ endif()
 
 # h323nat_test(NAME SOURCE...)
 #
-# Adds the GoogleTest program NAME, which is told where recorded calls and vectors are, and registers
-# each of its cases with ctest. Windows programs run under Wine, whose first start takes a while.
+# Adds the GoogleTest program NAME and registers each of its cases with ctest. Windows programs run
+# under Wine, whose first start takes a while.
 function(h323nat_test name)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE h323nat_rules GTest::gtest_main)
-  target_compile_definitions(${name} PRIVATE
-    H323NAT_SAMPLES="${PROJECT_SOURCE_DIR}/samples"
-    H323NAT_VECTORS="${PROJECT_SOURCE_DIR}/tests/vectors")
   if(H323NAT_TESTS_RUN)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120)
   endif()
