@@ -100,7 +100,7 @@ bool LocatorCursor::skipAcross(LocatorWalk& walk, uint64_t bits) {
             return false;
         }
     }
-    walk.position += bits;
+    walk.position += static_cast<size_t>(bits);
     return true;
 }
 

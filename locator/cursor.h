@@ -49,7 +49,7 @@ public:
         if (bits > end - position) [[unlikely]] {
             return slowly([&] { return skipAcross(walk, bits); });
         }
-        position += bits;
+        position += static_cast<size_t>(bits);
         return true;
     }
 

@@ -55,10 +55,10 @@ Then Walk::tellString(uint32_t argument) {
     const uint64_t bits = items * itemBits;
     frame->at = static_cast<uint16_t>(pc);
     if (bits <= cursor.end - cursor.position && cursor.position % octetBits == 0 && isTold(kind)) {
-        found(kind, operand(3), (bits + octetBits - 1) / octetBits);
+        found(kind, operand(3), static_cast<size_t>((bits + octetBits - 1) / octetBits));
         place.value = static_cast<uint32_t>(items);
         place.characterBits = static_cast<uint8_t>(itemBits);
-        cursor.position += bits;
+        cursor.position += static_cast<size_t>(bits);
         pc += 4;
         return Then::give;
     }
