@@ -167,6 +167,22 @@ void replaceEnd(std::span<uint8_t> packet, const PacketLayout& layout, size_t ad
     }
 }
 
+// A packet of zeros but for its IP header and its ports.
+std::vector<uint8_t> packetWithEnds(Protocol protocol, const Endpoint& source,
+                                    const Endpoint& destination, size_t transportLength) {
+    constexpr size_t timeToLive = 8;
+    std::vector<uint8_t> packet(minIpHeader + transportLength);
+    packet[0] = 0x45;
+    write16(packet, ipTotalLength, static_cast<uint16_t>(packet.size()));
+    packet[timeToLive] = 64;
+    packet[ipProtocol] = static_cast<uint8_t>(protocol);
+    write32(packet, ipSource, source.address);
+    write32(packet, ipDestination, destination.address);
+    write16(packet, minIpHeader, source.port);
+    write16(packet, minIpHeader + 2, destination.port);
+    return packet;
+}
+
 PacketKind classifyTcp(std::span<const uint8_t> packet, PacketLayout& layout) {
     const size_t headerLength =
         static_cast<size_t>((packet[layout.ipHeaderLength + tcpDataOffset] >> 2) & 0x3C);
@@ -243,39 +259,20 @@ uint8_t tcpFlags(std::span<const uint8_t> packet, const PacketLayout& layout) {
 
 std::vector<uint8_t> datagram(const Endpoint& source, const Endpoint& destination,
                               std::span<const uint8_t> payload) {
-    constexpr size_t ipHeader = 20;
-    constexpr size_t udpHeader = 8;
-    std::vector<uint8_t> packet(ipHeader + udpHeader + payload.size());
-    packet[0] = 0x45;
-    write16(packet, 2, static_cast<uint16_t>(packet.size()));
-    packet[8] = 64; // time to live
-    packet[9] = static_cast<uint8_t>(Protocol::Udp);
-    write32(packet, 12, source.address);
-    write32(packet, 16, destination.address);
-    write16(packet, ipHeader, source.port);
-    write16(packet, ipHeader + 2, destination.port);
-    write16(packet, ipHeader + 4, static_cast<uint16_t>(udpHeader + payload.size()));
-    std::copy(payload.begin(), payload.end(), packet.begin() + ipHeader + udpHeader);
+    std::vector<uint8_t> packet =
+        packetWithEnds(Protocol::Udp, source, destination, udpHeader + payload.size());
+    write16(packet, minIpHeader + udpLength, static_cast<uint16_t>(udpHeader + payload.size()));
+    std::copy(payload.begin(), payload.end(), packet.begin() + minIpHeader + udpHeader);
     return packet;
 }
 
 std::vector<uint8_t> emptySegment(const Endpoint& source, const Endpoint& destination,
                                   uint8_t flags, uint32_t sequence, uint32_t acknowledgement) {
-    constexpr size_t ipHeader = 20;
-    constexpr size_t tcpHeader = 20;
-    std::vector<uint8_t> packet(ipHeader + tcpHeader);
-    packet[0] = 0x45;
-    write16(packet, 2, ipHeader + tcpHeader);
-    packet[8] = 64; // time to live
-    packet[9] = static_cast<uint8_t>(Protocol::Tcp);
-    write32(packet, 12, source.address);
-    write32(packet, 16, destination.address);
-    write16(packet, ipHeader, source.port);
-    write16(packet, ipHeader + 2, destination.port);
-    write32(packet, ipHeader + tcpSequence, sequence);
-    write32(packet, ipHeader + tcpAcknowledgement, acknowledgement);
-    packet[ipHeader + 12] = (tcpHeader / 4) << 4;
-    packet[ipHeader + tcpFlagsAt] = flags;
+    std::vector<uint8_t> packet = packetWithEnds(Protocol::Tcp, source, destination, minTcpHeader);
+    write32(packet, minIpHeader + tcpSequence, sequence);
+    write32(packet, minIpHeader + tcpAcknowledgement, acknowledgement);
+    packet[minIpHeader + tcpDataOffset] = (minTcpHeader / 4) << 4;
+    packet[minIpHeader + tcpFlagsAt] = flags;
     return packet;
 }
 

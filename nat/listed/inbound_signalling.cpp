@@ -62,19 +62,11 @@ using BodyTranslator = void (*)(MessageEdit& edit, HostContext* hostContext,
 
 MessageOutcome processSignalling(StreamBuffer& stream, HostContext* hostContext,
                                  BodyTranslator translate) {
-    Q931Walk walk = walkQ931(stream.data, stream.messageLength);
-    OctetRange range;
-    Q931Element found = nextUserInformation(walk, range);
-    while (found == Q931Element::UserInformation) {
-        H225H323_UserInformation message;
-        MessageEdit edit;
-        if (decodeStreamMessage(edit, stream, range, message)) {
-            translate(edit, hostContext, message);
-            closeStreamMessage(edit, stream);
-        }
-        found = nextUserInformation(walk, range);
-    }
-    return found == Q931Element::End ? MessageOutcome::done : MessageOutcome::framingFailure;
+    return lookAtUserInformation(stream,
+                                 [&](MessageEdit& edit, const H225H323_UserInformation& message) {
+                                     translate(edit, hostContext, message);
+                                     closeStreamMessage(edit, stream);
+                                 });
 }
 
 MessageOutcome ProcessSignallingFromRemote(StreamBuffer& stream, void* owner) {

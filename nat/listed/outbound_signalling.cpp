@@ -98,19 +98,11 @@ void examineReceived(CallSignalConnection& call, const H225H323_UserInformation&
 
 // Received messages are read, never changed.
 MessageOutcome processReceived(StreamBuffer& stream, void* owner) {
-    Q931Walk walk = walkQ931(stream.data, stream.messageLength);
-    OctetRange range;
-    Q931Element found = nextUserInformation(walk, range);
-    while (found == Q931Element::UserInformation) {
-        H225H323_UserInformation message;
-        MessageEdit edit;
-        if (decodeStreamMessage(edit, stream, range, message)) {
+    return lookAtUserInformation(
+        stream, [&](MessageEdit& edit, const H225H323_UserInformation& message) {
             examineReceived(*static_cast<CallSignalConnection*>(owner), message);
             closeMessage(edit);
-        }
-        found = nextUserInformation(walk, range);
-    }
-    return found == Q931Element::End ? MessageOutcome::done : MessageOutcome::framingFailure;
+        });
 }
 
 // Gives true when the message is a Setup with fast-start elements, translated or not.

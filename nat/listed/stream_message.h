@@ -22,5 +22,23 @@ bool decodeStreamMessage(MessageEdit& edit, StreamBuffer& stream, OctetRange ran
 // closeMessage, which also notes in the stream that a message was rewritten.
 void closeStreamMessage(MessageEdit& edit, StreamBuffer& stream);
 
+// Hands every message in a User-user element of the message at position 0 to `look`, which closes
+// it.
+template <typename Look>
+MessageOutcome lookAtUserInformation(StreamBuffer& stream, const Look& look) {
+    Q931Walk walk = walkQ931(stream.data, stream.messageLength);
+    OctetRange range;
+    Q931Element found = nextUserInformation(walk, range);
+    while (found == Q931Element::UserInformation) {
+        H225H323_UserInformation message;
+        MessageEdit edit;
+        if (decodeStreamMessage(edit, stream, range, message)) {
+            look(edit, message);
+        }
+        found = nextUserInformation(walk, range);
+    }
+    return found == Q931Element::End ? MessageOutcome::done : MessageOutcome::framingFailure;
+}
+
 // Whether a message of the current segment was rewritten; clears the note.
 bool takeMessageChanged(StreamBuffer& stream);

@@ -18,10 +18,6 @@ constexpr EndpointKey caller = {privateParty, 50000};
 constexpr EndpointKey called = {outsideParty, 1720};
 constexpr EndpointKey keeper = {gatekeeper, 1719};
 
-TestAddress at(const EndpointKey& endpoint) {
-    return ipv4(endpoint.address, endpoint.port);
-}
-
 Octets connectWith(const EndpointKey& h245Address) {
     return q931({answer(Answer::connect, at(h245Address))});
 }

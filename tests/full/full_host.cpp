@@ -151,6 +151,10 @@ std::string text(const EndpointKey& endpoint) {
     return endpointText(endpoint.address, endpoint.port);
 }
 
+TestAddress at(const EndpointKey& endpoint) {
+    return ipv4(endpoint.address, endpoint.port);
+}
+
 ToldLines::ToldLines() {
     told = this;
     const H323Observer observer = recordingObserver();

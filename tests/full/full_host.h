@@ -11,6 +11,7 @@
 #include "nat/full/state.h"
 #include "tests/support/capture.h"
 #include "tests/support/fake_clock.h"
+#include "tests/support/messages.h"
 #include "tests/support/segment.h"
 
 namespace test_support {
@@ -19,6 +20,9 @@ constexpr uint32_t publicAddress = address(203, 0, 113, 1);
 constexpr uint32_t otherPrivateParty = address(10, 0, 0, 6);
 
 std::string text(const EndpointKey& endpoint);
+
+/// As messages are made of it.
+TestAddress at(const EndpointKey& endpoint);
 
 /// Writes down what an observer is told, in either scope; one at a time.
 class ToldLines {

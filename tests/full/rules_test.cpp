@@ -13,10 +13,6 @@ namespace {
 constexpr EndpointKey caller = {privateParty, 50000};
 constexpr EndpointKey called = {outsideParty, 1720};
 
-TestAddress at(const EndpointKey& endpoint) {
-    return ipv4(endpoint.address, endpoint.port);
-}
-
 Octets connectWith(const EndpointKey& h245Address) {
     return q931({answer(Answer::connect, at(h245Address))});
 }

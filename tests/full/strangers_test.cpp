@@ -17,10 +17,6 @@ constexpr EndpointKey ras = {privateParty, 1719};
 constexpr EndpointKey keeper = {gatekeeper, 1719};
 constexpr EndpointKey stranger = {address(198, 51, 100, 66), 1720};
 
-TestAddress at(const EndpointKey& endpoint) {
-    return ipv4(endpoint.address, endpoint.port);
-}
-
 Octets registration(const EndpointKey& signalling) {
     return registrationRequest({at(signalling)}, {at(ras)});
 }

@@ -6,20 +6,13 @@
 #include "nat/listed/translation_counts.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
+#include "tests/support/own_addresses.h"
 
 using namespace test_support;
 
 namespace {
 
 constexpr uint32_t publicAddress = MemoryHost::publicAddress;
-
-TestAddress own(uint16_t port) {
-    return ipv4(privateParty, port);
-}
-
-TestAddress mapped(uint16_t port) {
-    return ipv4(publicAddress, port);
-}
 
 struct ElementCase {
     std::string name;

@@ -7,20 +7,13 @@
 #include "nat/listed/rewrite_mode.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
+#include "tests/support/own_addresses.h"
 
 using namespace test_support;
 
 namespace {
 
 constexpr uint16_t t120 = 1503;
-
-TestAddress own(uint16_t port) {
-    return ipv4(privateParty, port);
-}
-
-TestAddress mapped(uint16_t port) {
-    return ipv4(MemoryHost::publicAddress, port);
-}
 
 struct ControlCase {
     std::string name;

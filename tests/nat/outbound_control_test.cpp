@@ -6,18 +6,11 @@
 #include "nat/listed/rewrite_mode.h"
 #include "tests/support/calls.h"
 #include "tests/support/messages.h"
+#include "tests/support/own_addresses.h"
 
 using namespace test_support;
 
 namespace {
-
-TestAddress own(uint16_t port) {
-    return ipv4(privateParty, port);
-}
-
-TestAddress mapped(uint16_t port) {
-    return ipv4(MemoryHost::publicAddress, port);
-}
 
 struct AcknowledgementCase {
     std::string name;

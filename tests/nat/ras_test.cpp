@@ -6,20 +6,13 @@
 #include "tests/support/capture.h"
 #include "tests/support/memory_host.h"
 #include "tests/support/messages.h"
+#include "tests/support/own_addresses.h"
 
 using namespace test_support;
 
 namespace {
 
 constexpr uint16_t rasPort = 1719;
-
-TestAddress own(uint16_t port) {
-    return ipv4(privateParty, port);
-}
-
-TestAddress mapped(uint16_t port) {
-    return ipv4(MemoryHost::publicAddress, port);
-}
 
 struct RasCase {
     std::string name;
