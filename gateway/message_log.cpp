@@ -108,7 +108,7 @@ std::vector<uint8_t> ReportedMessage::octetsAfter() const {
 }
 
 std::vector<ReportedAddress> addressesRemaining(const ReportedMessage& message,
-                                                const Network& network) {
+                                                std::span<const Network> networks) {
     std::vector<ReportedAddress> remaining;
     const std::vector<uint8_t> octets = message.octetsAfter();
     LocatorWalk walk;
@@ -116,7 +116,10 @@ std::vector<ReportedAddress> addressesRemaining(const ReportedMessage& message,
     startLocating(walk, locatedType(message.role), octets.data(), octets.size(),
                   placeKindBit(PlaceKind::address));
     while (nextPlace(walk, place)) {
-        if (!network.contains(place.address) || place.port == 0) {
+        const bool there =
+            std::any_of(networks.begin(), networks.end(),
+                        [&](const Network& network) { return network.contains(place.address); });
+        if (!there || place.port == 0) {
             continue;
         }
         std::string path(placePathCapacity, '\0');

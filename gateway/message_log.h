@@ -66,10 +66,10 @@ std::string aliasText(const std::string& characters);
 // What the octets of a message with this role, H323NAT_ROLE_..., are to the locator.
 LocatedType locatedType(uint32_t role);
 
-// Addresses of `network` that a message still tells its receiver, by what went out, whatever the
-// module says; with the module's cause where it told one.
+// Addresses of these networks that a message still tells its receiver, by what went out, whatever
+// the module says; with the module's cause where it told one.
 std::vector<ReportedAddress> addressesRemaining(const ReportedMessage& message,
-                                                const Network& network);
+                                                std::span<const Network> networks);
 
 // A path without the members that every message has: "setup.h245Address" for
 // "h323-uu-pdu.h323-message-body.setup.h245Address.ipAddress".

@@ -143,7 +143,7 @@ void Replay::report(const CapturedFrame& frame, const PacketOutcome& outcome) {
         message.host = outcome.insideView.local;
         std::vector<ReportedAddress> remaining;
         if (message.direction == H323NAT_SENT) {
-            remaining = addressesRemaining(message, inside_);
+            remaining = addressesRemaining(message, {&inside_, 1});
         }
         count(message, remaining);
         listener_.onMessage(frame, message, remaining);

@@ -134,7 +134,8 @@ private:
     void beginSweep(Clock::time_point now);
     void endSweep();
     void restoreTable();
-    void saveState();
+    void noteSaved(const std::string& failure);
+    [[nodiscard]] SurveyThread::Save saving() const;
     void tellWatchdog(Clock::time_point now);
     [[nodiscard]] std::chrono::milliseconds mayWait() const;
     // Each change of a set is told back to us: they are read some at a time.
@@ -258,7 +259,8 @@ std::string Daemon::run() {
         }
         if (waiting[Stop].revents != 0 && !handleSignals()) {
             notifyServiceManager("STOPPING=1");
-            saveState();
+            surveys_.finish();
+            noteSaved(saving()());
             log_.info("stop", {});
             return {};
         }
@@ -350,10 +352,16 @@ void Daemon::restoreTable() {
                                   {"failure", failure.empty() ? "none" : failure}});
 }
 
-void Daemon::saveState() {
+// Of the state as it is now.
+SurveyThread::Save Daemon::saving() const {
     const std::string& path = gateway_.config().stateFile;
-    const std::string failure =
-        path.empty() || gateway_.config().dryRun ? "" : writeState(path, gateway_.state());
+    if (path.empty() || gateway_.config().dryRun) {
+        return [] { return std::string(); };
+    }
+    return [path, state = gateway_.state()] { return writeState(path, state); };
+}
+
+void Daemon::noteSaved(const std::string& failure) {
     if (!failure.empty()) {
         log_.warning("state-not-saved", {{"failure", failure}});
     }
@@ -369,7 +377,7 @@ void Daemon::tellWatchdog(Clock::time_point now) {
 
 void Daemon::beginSweep(Clock::time_point now) {
     if (!surveys_.isBusy()) {
-        surveys_.start(gateway_.survey());
+        surveys_.start(gateway_.survey(), saving());
     }
     lastSweep_ = now;
     restUntil_ = now + betweenSweeps;
@@ -391,12 +399,12 @@ void Daemon::endSweep() {
     counters_.set(Cause::queuePassedBy, std::max(passedBy, counters_.of(Cause::queuePassedBy)));
     const std::string& path = gateway_.config().metricsFile;
     if (!path.empty()) {
-        const std::string failure = replaceFile(path, metricsText(status()), OthersMay::Read);
+        const std::string failure = replaceFile(path, metricsText(status()), FileUse::Metrics);
         if (!failure.empty()) {
             log_.info("metrics", {{"failure", failure}});
         }
     }
-    saveState();
+    noteSaved(surveys_.failure());
     lastFed_ = 0; // all are told again
 }
 

@@ -3,6 +3,7 @@
 #include "gateway/live/live_roles.h"
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 #include <utility>
 
@@ -16,6 +17,23 @@ std::string troubleText(const ReportedMessage& message, const ReportedAddress& a
     const std::string path = shortPath(address.path);
     const std::string where = path.starts_with(message.name) ? path : message.name + " " + path;
     return where + ": " + leftCauseText(address.cause);
+}
+
+// Where a receiver at this address cannot send to: the sender's own address, and any private one
+// unless the receiver itself has one.
+std::vector<Network> uselessFor(uint32_t receiver, const Endpoint& sender) {
+    static constexpr std::array<Network, 5> nobodysOwn = {{{0x0A000000, 8},    // 10.0.0.0
+                                                           {0x64400000, 10},   // 100.64.0.0
+                                                           {0xA9FE0000, 16},   // 169.254.0.0
+                                                           {0xAC100000, 12},   // 172.16.0.0
+                                                           {0xC0A80000, 16}}}; // 192.168.0.0
+    std::vector<Network> networks = {{sender.address, 32}};
+    const bool shared = std::any_of(nobodysOwn.begin(), nobodysOwn.end(),
+                                    [&](const Network& some) { return some.contains(receiver); });
+    if (!shared) {
+        networks.insert(networks.end(), nobodysOwn.begin(), nobodysOwn.end());
+    }
+    return networks;
 }
 
 std::string changesText(const ReportedMessage& message) {
@@ -270,7 +288,11 @@ void LiveGateway::reportMessage(const ReportedMessage& message) {
     }
     std::vector<ReportedAddress> remaining;
     if (sent) {
-        remaining = addressesRemaining(message, Network{message.inside.address, 32});
+        remaining =
+            addressesRemaining(message, uselessFor(message.outside.address, message.inside));
+        std::erase_if(remaining, [this](const ReportedAddress& address) {
+            return address.from.address == advertised(sides_.publicAddress);
+        });
     }
     archive_.noteMessage(message, remaining, calls_.find(message.call));
     for (const ReportedAddress& address : remaining) {

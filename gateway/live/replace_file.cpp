@@ -25,14 +25,15 @@ bool writeAll(int descriptor, const std::string& text) {
 
 } // namespace
 
-std::string replaceFile(const std::string& path, const std::string& text, OthersMay others) {
+std::string replaceFile(const std::string& path, const std::string& text, FileUse use) {
     const std::string temporary = path + ".new";
     const int descriptor =
         open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-    const mode_t mode = others == OthersMay::Read ? 0644 : 0600;
+    const mode_t mode = use == FileUse::Metrics ? 0644 : 0600;
     // The mode is meant as it stands, whatever the process's umask.
-    const bool whole =
-        descriptor >= 0 && fchmod(descriptor, mode) == 0 && writeAll(descriptor, text);
+    const bool whole = descriptor >= 0 && fchmod(descriptor, mode) == 0 &&
+                       writeAll(descriptor, text) &&
+                       (use == FileUse::Metrics || fdatasync(descriptor) == 0);
     std::string failure = whole ? "" : "cannot write '" + temporary + "': " + std::strerror(errno);
     if (descriptor >= 0) {
         close(descriptor);

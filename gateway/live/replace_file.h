@@ -5,10 +5,12 @@
 
 namespace gateway {
 
-enum class OthersMay : uint8_t { Nothing, Read };
+// Metrics are for everybody to read. A state is for its owner alone, and is on the disk before it
+// takes the place of the one before: a power cut leaves one of the two.
+enum class FileUse : uint8_t { Metrics, State };
 
 // Replaces a file in one step, so that a reader never sees half of it. Gives an empty text, or what
 // went wrong.
-std::string replaceFile(const std::string& path, const std::string& text, OthersMay others);
+std::string replaceFile(const std::string& path, const std::string& text, FileUse use);
 
 } // namespace gateway

@@ -88,7 +88,7 @@ std::string writeState(const std::string& path, const SavedState& state) {
                                      {"gatekeeper", toText(forward.gatekeeper)}});
     }
     saved["check"] = checkOf(saved);
-    return replaceFile(path, saved.dump() + "\n", OthersMay::Nothing);
+    return replaceFile(path, saved.dump() + "\n", FileUse::State);
 }
 
 } // namespace gateway

@@ -16,7 +16,8 @@ struct SavedState {
 };
 
 // Reads the file of an earlier run; a file that is not there is no failure. A file of another
-// version of its form, or with octets that changed since, is refused. Gives an empty text, or what was wrong.
+// version of its form, or with octets that changed since, is refused. Gives an empty text, or what
+// was wrong.
 std::string readState(const std::string& path, SavedState& state);
 
 // Replaces the file in one step. Gives an empty text, or what went wrong.

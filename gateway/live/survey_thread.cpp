@@ -24,19 +24,26 @@ SurveyThread::SurveyThread(std::string table)
 }
 
 SurveyThread::~SurveyThread() {
+    finish();
+    close(done_);
+}
+
+void SurveyThread::finish() {
     {
         const std::lock_guard lock(mutex_);
         ends_ = true;
     }
     wanted_.notify_one();
-    thread_.join();
-    close(done_);
+    if (thread_.joinable()) {
+        thread_.join();
+    }
 }
 
-void SurveyThread::start(FlowSurvey survey) {
+void SurveyThread::start(FlowSurvey survey, Save save) {
     {
         const std::lock_guard lock(mutex_);
         survey_ = std::move(survey);
+        save_ = std::move(save);
         working_ = true;
     }
     busy_ = true;
@@ -64,6 +71,7 @@ void SurveyThread::run() {
             return;
         }
         FlowSurvey survey = std::move(*survey_);
+        const Save save = std::move(save_);
         lock.unlock();
         std::vector<TrackedFlow> flows;
         const bool answered = conntrack.list(flows);
@@ -71,8 +79,10 @@ void SurveyThread::run() {
             survey.note(flow);
         }
         survey.noteUses(readUses(table_, activeSet, activeTimeout));
+        std::string failure = save();
         lock.lock();
         survey_ = std::move(survey);
+        failure_ = std::move(failure);
         answered_ = answered;
         working_ = false;
         (void)eventfd_write(done_, 1);

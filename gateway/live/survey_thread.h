@@ -4,6 +4,7 @@
 #include "gateway/live/flow_survey.h"
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -11,8 +12,8 @@
 
 namespace gateway {
 
-// Reads the kernel's connection table, and the uses that the gateway's table keeps, beside the
-// packets: large ones take tenths of a second.
+// Reads the kernel's connection table, and the uses that the gateway's table keeps, and then writes
+// what is to be kept, beside the packets: large tables and slow disks take tenths of a second.
 class SurveyThread {
 public:
     explicit SurveyThread(std::string table);
@@ -20,8 +21,11 @@ public:
     SurveyThread(const SurveyThread&) = delete;
     SurveyThread& operator=(const SurveyThread&) = delete;
 
-    // Fills `survey`, one at a time: not while `isBusy`.
-    void start(FlowSurvey survey);
+    // Gives an empty text, or what went wrong.
+    using Save = std::function<std::string()>;
+
+    // Fills `survey` and calls `save`, one at a time: not while `isBusy`.
+    void start(FlowSurvey survey, Save save);
     [[nodiscard]] bool isBusy() const { return busy_; }
 
     // To wait for with poll: readable when a survey is done.
@@ -29,6 +33,12 @@ public:
 
     // The survey that is done; nullopt when there is none, or the kernel did not answer.
     std::optional<FlowSurvey> take();
+
+    // What went wrong in the last `save`. After `take`.
+    [[nodiscard]] const std::string& failure() const { return failure_; }
+
+    // Ends the thread; what it has begun it brings to an end.
+    void finish();
 
 private:
     void run();
@@ -39,6 +49,8 @@ private:
     std::mutex mutex_;
     std::condition_variable wanted_;
     std::optional<FlowSurvey> survey_;
+    Save save_;
+    std::string failure_;
     bool working_ = false;
     bool answered_ = false;
     bool ends_ = false;

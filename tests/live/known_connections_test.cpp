@@ -1,5 +1,6 @@
 #include "gateway/live/known_connections.h"
 
+#include "gateway/live/event_log.h"
 #include "gateway/live/mapping_feed.h"
 #include "gateway/live/saved_state.h"
 
@@ -72,6 +73,22 @@ TEST(SavedState, ComesBackOrIsRefused) {
     }
     std::filesystem::remove(path);
     EXPECT_EQ(readState(path, read), "");
+}
+
+TEST(EventLog, StrangersTakeNoLinesFromCalls) {
+    Counters counters;
+    EventLog log(counters);
+    testing::internal::CaptureStderr();
+    for (int number = 0; number < 100; ++number) {
+        log.stranger("knock", {{"from", "1.2.3.4\nevent=call-start"}});
+    }
+    const uint64_t suppressed = counters.of(Cause::logSuppressed);
+    log.info("call-start", {{"from", "alice"}});
+    const std::string lines = testing::internal::GetCapturedStderr();
+    EXPECT_GE(suppressed, 60U); // 20 a second, and a second may have ended
+    EXPECT_EQ(counters.of(Cause::logSuppressed), suppressed);
+    EXPECT_NE(lines.find("from=\"1.2.3.4\\nevent=call-start\""), std::string::npos);
+    EXPECT_EQ(lines.find("\nevent"), std::string::npos);
 }
 
 TEST(MappingFeed, TellsThePeerAndHearsNobodyElse) {

@@ -320,6 +320,14 @@ class OperationTest(GatewayTest):
         self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
         self.assertGreater(gateway.counter("log_suppressed"), 0)
 
+    def test_a_disk_that_hangs_stops_nothing(self):
+        state = os.path.join(self.folder, "state")
+        os.mkfifo(state + ".new")  # nobody reads: whoever writes waits for ever
+        self.start("--state-file", state)
+        time.sleep(1.5)
+        call = self.call(sample("fast-tun")).play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+
     def test_a_large_foreign_ruleset_costs_nothing(self):
         """Processor time of the daemon, idle and in calls, beside 100,000 elements of another table."""
         path = os.path.join(self.folder, "big")

@@ -7,7 +7,7 @@ import struct
 import time
 
 from gateway import BOTH_WAYS, RTP, GatewayTest, ends_call, main, sample
-from network import GATEKEEPER, OUTSIDE, PRIVATE, PUBLIC
+from network import GATEKEEPER, OUTSIDE, PRIVATE, PUBLIC, SECOND_PRIVATE
 from recorded_call import endpoint_bytes, patched
 
 SYN, ACK, RST = 0x02, 0x10, 0x04
@@ -105,6 +105,22 @@ class StrangersTest(GatewayTest):
             self.assertIn("partly: ", gateway.status()["calls"][0]["verdict"])
             gateway.stop()
             call.close()
+
+    def test_messages_that_name_another_host(self):
+        for scope, why in (("full", "not the sender's own address"),
+                           ("listed", "the scope does not translate this place")):
+            with self.subTest(scope):
+                self.new_network()
+                gateway = self.start("--scope", scope)
+                found = patched(sample("fast-tun"), {(PRIVATE, 5000): (SECOND_PRIVATE, 5000),
+                                                     (PRIVATE, 5001): (SECOND_PRIVATE, 5001)})
+                self.call(found).play(ends_call)
+                status = gateway.status()
+                self.assertNotIn("media", [mapping["kind"] for mapping in status["mappings"]])
+                self.assertGreater(status["counters"]["addresses_left"], 3)
+                self.assertIn(why, status["calls"][0]["verdict"])
+                self.assertRegex(gateway.log_text(), f"address-left .*{SECOND_PRIVATE}:5000")
+                gateway.stop()
 
     def test_one_host_does_not_take_all_mappings(self):
         gateway = self.start("--mappings-per-host", "1")
