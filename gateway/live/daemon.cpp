@@ -248,11 +248,10 @@ std::string Daemon::run() {
         if (waiting[Links].revents != 0 && links_.changed()) {
             followInterfaces();
         }
-        if (waiting[Table].revents != 0) {
-            nextTableEvents_ = now + betweenTableEvents;
-            if (tableEvents_.damaged()) {
-                restoreTable();
-            }
+        const bool news = waiting[Table].revents != 0;
+        nextTableEvents_ = news ? now + betweenTableEvents : nextTableEvents_;
+        if (tableEvents_.damaged(news)) {
+            restoreTable();
         }
         if (waiting[Status].revents != 0) {
             statusSocket_.answer([this] { return statusJson(status()); });

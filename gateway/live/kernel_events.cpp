@@ -7,8 +7,8 @@
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter/nfnetlink.h>
 #include <linux/rtnetlink.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -73,8 +73,10 @@ bool LinkEvents::changed() {
 
 std::string TableEvents::open(const std::string& table) {
     table_ = table;
-    process_ = static_cast<uint32_t>(getpid());
     input_.resize(65536);
+    std::array<char, 16> name{};
+    (void)prctl(PR_GET_NAME, name.data());
+    ownName_.assign(name.data(), strnlen(name.data(), name.size()));
     std::string failure = openSocket(socket_, NETLINK_NETFILTER, 0, "nftables");
     const int group = NFNLGRP_NFTABLES;
     const int buffer = 8 * 1024 * 1024; // a table with many mappings is told in one go
@@ -89,7 +91,8 @@ std::string TableEvents::open(const std::string& table) {
     return failure;
 }
 
-// The end of each transaction tells whose it was.
+// The end of each transaction tells whose it was. Its process number says nothing in a container,
+// where this one has another; a second gateway has a table of its own.
 int TableEvents::read(const nlmsghdr* header, void* self) {
     auto& events = *static_cast<TableEvents*>(self);
     const auto type = static_cast<uint16_t>(header->nlmsg_type & 0xFF);
@@ -97,8 +100,9 @@ int TableEvents::read(const nlmsghdr* header, void* self) {
         return MNL_CB_OK;
     }
     if (type == NFT_MSG_NEWGEN) {
-        const nlattr* process = findAttribute(header, NFTA_GEN_PROC_PID);
-        const bool ours = process != nullptr && ntohl(mnl_attr_get_u32(process)) == events.process_;
+        const nlattr* process = findAttribute(header, NFTA_GEN_PROC_NAME);
+        const bool ours = process != nullptr && mnl_attr_validate(process, MNL_TYPE_STRING) == 0 &&
+                          events.ownName_ == mnl_attr_get_str(process);
         events.damaged_ = events.damaged_ || (events.removed_ && !ours);
         events.removed_ = false;
         return MNL_CB_OK;
@@ -130,8 +134,8 @@ bool TableEvents::readAll() {
     }
 }
 
-bool TableEvents::damaged() {
-    const bool all = readAll();
+bool TableEvents::damaged(bool news) {
+    const bool all = !news || readAll();
     const bool damaged = damaged_ || !all;
     damaged_ = false;
     return damaged;

@@ -32,8 +32,8 @@ public:
     [[nodiscard]] int descriptor() const { return mnl_socket_get_fd(socket_.get()); }
 
     // True when another program has removed the table, or a chain, rule or set of it, or when
-    // events were missed.
-    bool damaged();
+    // events were missed. Looks for news only when there are some.
+    bool damaged(bool news);
 
     // Takes in what the gateway's own changes have caused. Events missed meanwhile are its own.
     void settle();
@@ -43,9 +43,9 @@ private:
     bool readAll();
 
     NetlinkSocket socket_;
-    uint32_t process_ = 0; // our own number
     std::vector<char> input_;
     std::string table_;
+    std::string ownName_;  // of this process, as the kernel has it
     bool removed_ = false; // in the transaction that is being told
     bool damaged_ = false;
 };

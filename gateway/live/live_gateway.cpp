@@ -61,7 +61,10 @@ std::string LiveGateway::restoreTable() {
         return failure;
     }
     fillTable();
-    return table_.commit();
+    failure = table_.commit();
+    mappings_.lookForFlows();
+    wantsSweep_ = true;
+    return failure;
 }
 
 void LiveGateway::addPublished() {

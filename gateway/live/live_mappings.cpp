@@ -286,6 +286,12 @@ void LiveMappings::markOver(Protocol protocol, uint16_t publicPort, LiveSeconds 
     }
 }
 
+void LiveMappings::lookForFlows() {
+    for (LiveMapping& mapping : mappings_) {
+        mapping.fresh = true;
+    }
+}
+
 void LiveMappings::setPublicAddress(uint32_t before, uint32_t address) {
     for (LiveMapping& mapping : mappings_) {
         if (mapping.publicEndpoint.address == before) {

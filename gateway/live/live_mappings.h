@@ -104,6 +104,10 @@ public:
     // The module needs the mapping of this public port no more; `takeOver` closes it.
     void markOver(Protocol protocol, uint16_t publicPort, LiveSeconds now);
 
+    // Flows may have begun while the mappings were not in the kernel: the next sweep ends those
+    // that go by them.
+    void lookForFlows();
+
     // Packets leave from another public address from now on, also those of open mappings.
     void setPublicAddress(uint32_t before, uint32_t address);
 

@@ -33,6 +33,10 @@ std::string stayingRules(const LiveConfig& config) {
 }
 
 // To look up where a packet goes costs more than to see that it is none of ours.
+//
+// Anybody may make a private host answer that he knocks, under any address. Answers beyond a number
+// that callers do not reach are not shown: the queue is for those who speak, and a connection whose
+// answer was not seen is followed from its first message on.
 std::string sentRules(const LiveConfig& config) {
     const std::string media = "    ip saddr . udp sport @media_hosts goto media_sent\n";
     if (config.queueScope == QueueScope::All) {
@@ -42,6 +46,8 @@ std::string sentRules(const LiveConfig& config) {
                    "    ip saddr . udp sport @ras_hosts goto outward\n"
                    "    tcp dport 1720 goto outward\n"
                    "    ip daddr . tcp dport @expected goto outward\n"
+                   "    ip saddr . tcp sport @listening tcp flags & (syn | rst) != 0"
+                   " limit rate over 200/second burst 300 packets return\n"
                    "    ip saddr . tcp sport @listening goto outward\n";
 }
 

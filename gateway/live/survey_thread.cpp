@@ -50,6 +50,11 @@ void SurveyThread::start(FlowSurvey survey, Save save) {
     wanted_.notify_one();
 }
 
+std::string SurveyThread::failure() {
+    const std::lock_guard lock(mutex_);
+    return failure_;
+}
+
 std::optional<FlowSurvey> SurveyThread::take() {
     eventfd_t number = 0;
     (void)eventfd_read(done_, &number);
@@ -79,13 +84,15 @@ void SurveyThread::run() {
             survey.note(flow);
         }
         survey.noteUses(readUses(table_, activeSet, activeTimeout));
-        std::string failure = save();
         lock.lock();
         survey_ = std::move(survey);
-        failure_ = std::move(failure);
         answered_ = answered;
         working_ = false;
         (void)eventfd_write(done_, 1);
+        lock.unlock();
+        std::string failure = save();
+        lock.lock();
+        failure_ = std::move(failure);
     }
 }
 

@@ -24,7 +24,7 @@ public:
     // Gives an empty text, or what went wrong.
     using Save = std::function<std::string()>;
 
-    // Fills `survey` and calls `save`, one at a time: not while `isBusy`.
+    // Fills `survey`, then calls `save`, which the next survey waits for. Not while `isBusy`.
     void start(FlowSurvey survey, Save save);
     [[nodiscard]] bool isBusy() const { return busy_; }
 
@@ -34,8 +34,8 @@ public:
     // The survey that is done; nullopt when there is none, or the kernel did not answer.
     std::optional<FlowSurvey> take();
 
-    // What went wrong in the last `save`. After `take`.
-    [[nodiscard]] const std::string& failure() const { return failure_; }
+    // What went wrong in the last `save` that has ended.
+    [[nodiscard]] std::string failure();
 
     // Ends the thread; what it has begun it brings to an end.
     void finish();

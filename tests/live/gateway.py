@@ -51,7 +51,8 @@ class Gateway:
 
     DEFAULTS = {"--inside": "in0, in1", "--outside": "out0", "--sweep": "1"}
 
-    def __init__(self, network, folder, *arguments, capability_only=False, name="", log=None):
+    def __init__(self, network, folder, *arguments, capability_only=False, name="", log=None,
+                 through=()):
         self.socket = os.path.join(folder, "status" + name)
         self.log = open(os.path.join(folder, "log" + name), "a+", encoding="utf-8")
         program = [OPTIONS.program]
@@ -62,7 +63,7 @@ class Gateway:
                        "--bounding-set=" + capability, *copied_program(folder)]
             os.chown(folder, 65534, 65534)
         self.process = network.spawn_on_router(
-            [*program, "gateway", "--status-socket", self.socket, *arguments,
+            [*through, *program, "gateway", "--status-socket", self.socket, *arguments,
              *(word for name, value in self.DEFAULTS.items() if name not in arguments
                for word in (name, value))],
             stderr=self.log if log is None else log, stdout=self.log)

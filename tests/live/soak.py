@@ -5,6 +5,7 @@ has grown or was left over."""
 import os
 import random
 import signal
+import socket
 import sys
 import threading
 import time
@@ -41,7 +42,9 @@ class Soak(GatewayTest):
         """What an administrator does meanwhile."""
         running.process.send_signal(signal.SIGHUP)
         if random.random() < 0.3:
+            before = running.counter("table_remade")
             self.network.on_router("nft", "flush", "table", "ip", "h323nat")
+            running.wait_for(lambda now: now["counters"]["table_remade"] > before)
 
     def one_call(self, number, kind):
         host = random.choice([PRIVATE, SECOND_PRIVATE])
@@ -57,6 +60,12 @@ class Soak(GatewayTest):
                 if end[0] == OUTSIDE and end[1] not in (1719, 1720):
                     places[end] = (OUTSIDE, 30000 + (end[1] + number * 8) % 30000)
         inside = (host, 10000 + number * 2 % 20000)
+        own = socket.inet_aton(PRIVATE)
+        for message in found:  # what else it says of itself
+            for at in range(len(message.data) - 5):
+                if message.data[at : at + 4] == own:
+                    port = int.from_bytes(message.data[at + 4 : at + 6], "big")
+                    places.setdefault((PRIVATE, port), (host, port))
         for port in (5000, 5001):
             places[PRIVATE, port] = (host, inside[1] + port - 5000)
         call = self.call(patched(found, places))

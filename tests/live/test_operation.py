@@ -89,7 +89,9 @@ class OperationTest(GatewayTest):
         self.assertEqual(gateway.counter("calls_untranslated"), 1)
 
     def test_idle_mappings_end_with_their_flows(self):
-        gateway = self.start("--media-idle", "1")
+        # In a container's view of processes the gateway's number is not the kernel's.
+        gateway = self.start("--media-idle", "1",
+                             through=("unshare", "--pid", "--fork", "--kill-child"))
         call = self.call(sample("fast-tun")).play(ends_call)
         self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
         call.play()
@@ -97,6 +99,7 @@ class OperationTest(GatewayTest):
             for end in connection:
                 end.close()
         gateway.wait_for(lambda now: now["mapping_total"] == 0)
+        self.assertEqual(gateway.counter("table_remade"), 0)
         self.assertNotIn("5000", self.network.on_router("nft", "list", "map", "ip", "h323nat",
                                                         "media_in"))
         # No way in is left, not even for the party that was in the call.
@@ -287,6 +290,22 @@ class OperationTest(GatewayTest):
                 self.addCleanup(stranger.close)
                 self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
         self.assertIn("event=table-remade", gateway.log_text())
+
+    def test_media_that_begins_while_the_table_is_gone(self):
+        """Its flow knows no translation, and would go on without."""
+        gateway = self.start()
+        call = self.call(sample("tun")).play(ends_call)
+        time.sleep(2.5)  # flows that are older than the mapping have been looked for
+        before = gateway.counter("flows_removed")
+        gateway.process.send_signal(signal.SIGSTOP)
+        self.network.on_router("nft", "delete", "table", "ip", "h323nat")
+        outside, inside = call.datagram_socket(RTP[1]), call.datagram_socket(RTP[0])
+        outside.sendto(b"early", call.announced[RTP[0]])
+        inside.sendto(b"early", RTP[1])
+        gateway.process.send_signal(signal.SIGCONT)
+        gateway.wait_for(lambda now: now["counters"]["flows_removed"] >= before + 2)
+        outside.recv(99)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
 
     def test_interfaces_and_addresses_are_followed_at_once(self):
         gateway = self.start("--outside", "out0", "--sweep", "3600")

@@ -48,7 +48,7 @@ class StrangersTest(GatewayTest):
             with self.subTest(scope):
                 self.new_network()
                 gateway = self.start("--publish", PRIVATE, "--scope", scope)
-                sources = [(f"203.0.113.{20 + n % 200}", 1024 + n) for n in range(2000)]
+                sources = [(f"203.0.113.{20 + n % 200}", 1024 + n) for n in range(4000)]
                 self.send_raw("outside", [segment((source[0], 1720), (PUBLIC, 30000 + n),
                                                   SYN | ACK, acknowledged=1)
                                           for n, source in enumerate(sources)])
@@ -56,6 +56,8 @@ class StrangersTest(GatewayTest):
                                           for source in sources])
                 status = gateway.status()
                 self.assertEqual(status["counters"]["packets_received"], 0)
+                shown = self.network.on_router("nft", "list", "counter", "ip", "h323nat", "shown")
+                self.assertLess(int(shown.split("packets ")[1].split()[0]), 1200)
                 self.assertEqual((status["call_total"], status["mapping_total"]), (0, 0))
                 self.assertLess(gateway.log_text().count("event="), 10)
                 call = self.call(sample("in-h245")).play(ends_call)
