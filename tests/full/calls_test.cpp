@@ -129,6 +129,9 @@ TEST(Calls, ForwardedByAnotherPortThanTheMappedOne) {
     const EndpointKey forwarded = {publicAddress, 1799};
     TcpCall call(host, {privateParty, 1720}, {outsideParty, 40000}, TcpCall::Opened::byOutside,
                  forwarded);
+    // A segment that acknowledges nothing does not show where the connection is.
+    call.receivedAt(0, plainSetup(), 0);
+    EXPECT_EQ(host.takeTold("message received setup"), Lines{});
     call.received(plainSetup());
     call.sent(connectWith({privateParty, 47231}));
     EXPECT_EQ(host.takeTold("message received setup").size(), 1U);
@@ -233,6 +236,16 @@ TEST(Calls, SignallingGoesWhereTheGatekeeperTells) {
         host.takeAsked();
         call.sent(q931({setup({{}, {{fastStartElement({true, at({privateParty, 5000})})}}})}));
         EXPECT_EQ(host.takeAsked(), Lines{"media 10.0.0.5:5000 > 1.1.1.1"});
+    }
+}
+
+TEST(Calls, GatekeepersAreHeardByTheirOwnPortsToo) {
+    FullHost host;
+    const Octets confirm = messageWith("gatekeeperConfirm.rasAddress.ipAddress", keeper);
+    for (const auto& [port, heard] : {std::pair<uint16_t, size_t>{1717, 0}, {1718, 1}, {1719, 1}}) {
+        const EndpointKey unmapped = {publicAddress, 34567};
+        EXPECT_EQ(host.receiveDatagram({gatekeeper, port}, unmapped, confirm), confirm);
+        EXPECT_EQ(host.takeTold("message received gatekeeperConfirm").size(), heard) << port;
     }
 }
 

@@ -215,6 +215,21 @@ TEST(Strangers, PageCannotSkipTheBeginning) {
     EXPECT_EQ(recordsInUse(), 0U);
 }
 
+TEST(Strangers, AnswerToAnotherBeginningIsNone) {
+    FullHost host;
+    const TcpCall before(host, caller, called); // so that the host knows the flow
+    const EndpointKey publicEnd = before.publicEndpoint;
+    constexpr uint32_t begun = 0x60000000;
+    host.send(tcp(caller, called, tcpSyn, {}, begun));
+    for (const uint32_t acknowledged : {0U, begun, begun + 2, begun + 1}) {
+        Segment answer = tcp(called, publicEnd, tcpSyn | tcpAck, {}, acknowledged / 2);
+        answer.acknowledgement = acknowledged;
+        host.receive(answer);
+    }
+    host.receive(tcp(called, publicEnd, tcpAck, plainSetup(), (begun + 1) / 2 + 1));
+    EXPECT_EQ(host.takeTold("message received setup").size(), 1U);
+}
+
 TEST(Strangers, OtherPortsOutsideAreNotFollowed) {
     FullHost host;
     host.discover();
