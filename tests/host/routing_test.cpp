@@ -212,6 +212,22 @@ TEST_F(RoutingTest, ReceivingFillsTheDescriptorOfAnyPacket) {
     }
 }
 
+// The ports of other protocols stand in the same place, and what follows can look like a header.
+TEST_F(RoutingTest, OtherProtocolsAreNone) {
+    const std::vector<uint8_t> tcpAlike = {0, 0, 0, 0, 0x50, synAck, 0, 0, 0, 0, 0, 0, 1, 2, 3};
+    for (const uint8_t protocol : {uint8_t{17}, uint8_t{33}, uint8_t{132}}) {
+        HostPacket in = HostPacket::udp({remote, publicAddress, 1720, 4000, 0, 0, tcpAlike});
+        HostPacket out = HostPacket::udp({inside, remote, 30000, 1720, 0, 0, tcpAlike});
+        HostPacket ras = HostPacket::udp({inside, remote, 1719, 1719, 0, 0, {7, 8, 9}});
+        for (HostPacket* packet : {&in, &out, &ras}) {
+            packet->ip()[9] = protocol;
+        }
+        EXPECT_EQ(run(in, true), Entries{}) << int{protocol};
+        EXPECT_EQ(run(out, false), Entries{}) << int{protocol};
+        EXPECT_EQ(run(ras, false).size(), protocol == 17 ? 1U : 0U) << int{protocol};
+    }
+}
+
 // Every length that lies, one at a time, in packets that a rule would take.
 TEST_F(RoutingTest, ContradictoryLengthsPass) {
     const TcpFields incoming{remote, publicAddress, 1720, 1720, 1, syn, {1, 2, 3, 4}};
