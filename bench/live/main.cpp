@@ -59,12 +59,15 @@ void tell(const Player& player, double seconds) {
     std::fflush(stdout);
 }
 
-// The one who started us measures while the calls stand still.
-void waitForLine() {
-    int octet = std::getchar();
+// The one who started us measures while the calls stand still. True for a line that begins with
+// 'm': media is wanted, else the end.
+bool mediaIsWanted() {
+    const int first = std::getchar();
+    int octet = first;
     while (octet != '\n' && octet != EOF) {
         octet = std::getchar();
     }
+    return first == 'm';
 }
 
 } // namespace
@@ -158,8 +161,7 @@ int main(int argc, char** argv) {
     player.run();
     tell(player, std::chrono::duration<double>(Clock::now() - start).count());
     if (options.hold) {
-        waitForLine();
-        if (mediaMilliseconds > 0) {
+        while (mediaIsWanted()) {
             uint64_t sent = 0;
             const double before = ownProcessorTime();
             const uint64_t arrived =

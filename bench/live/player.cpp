@@ -23,18 +23,6 @@ constexpr auto patience = std::chrono::seconds(10);
 constexpr int backlog = 4096;
 constexpr int waiting = 1; // milliseconds
 
-constexpr std::array<uint8_t, 172> rtpHeader = {0x80, 0x00}; // 20 ms of G.711
-
-void writeNumber(uint8_t* at, uint32_t number) {
-    for (int i = 3; i >= 0; --i, number >>= 8U) {
-        at[i] = static_cast<uint8_t>(number);
-    }
-}
-
-uint32_t readNumber(const uint8_t* at) {
-    return uint32_t{at[0]} << 24U | uint32_t{at[1]} << 16U | uint32_t{at[2]} << 8U | at[3];
-}
-
 // From 1 on (H.225.0, RequestSeqNum).
 void writeSequence(uint8_t* at, uint32_t slot) {
     at[0] = static_cast<uint8_t>((slot + 1) >> 8U);
@@ -49,10 +37,6 @@ void writePlace(uint8_t* at, const Place& place) {
 
 Place readPlace(const uint8_t* at) {
     return {readNumber(at), static_cast<uint16_t>(at[4] << 8U | at[5])};
-}
-
-double microseconds(Clock::duration time) {
-    return std::chrono::duration<double, std::micro>(time).count();
 }
 
 size_t identifierIn(const ScriptMessage& message) {
@@ -242,26 +226,6 @@ void Player::send(Call& call, const ScriptMessage& message) {
     }
 }
 
-void Player::sendFirstMedia(Call& call) {
-    const bool answers = options_.between == Between::Plain;
-    if (!sendRtp(call, Role::MediaInside, call.places[static_cast<size_t>(What::FarMedia)]) ||
-        (!answers && !sendRtp(call, Role::MediaOutside, call.announced))) {
-        failCall(call, "media was not sent");
-    }
-}
-
-bool Player::sendRtp(Call& call, Role role, const Place& to) {
-    std::array<uint8_t, rtpHeader.size()> packet = rtpHeader;
-    ++call.rtpSequence;
-    packet[2] = static_cast<uint8_t>(call.rtpSequence >> 8U);
-    packet[3] = static_cast<uint8_t>(call.rtpSequence);
-    writeNumber(packet.data() + 8, call.number); // SSRC
-    const sockaddr_in address = toSocketAddress(to);
-    return sendto(socketOf(call, role), packet.data(), packet.size(), MSG_NOSIGNAL,
-                  reinterpret_cast<const sockaddr*>(&address),
-                  sizeof address) == static_cast<ssize_t>(packet.size());
-}
-
 void Player::end(Call& call) {
     ++counts_.ended;
     for (const Role role :
@@ -405,40 +369,6 @@ void Player::readGatekeeper() {
     }
 }
 
-void Player::readMedia(Call& call, Role role) {
-    std::array<uint8_t, rtpHeader.size()> packet{};
-    sockaddr_in from{};
-    socklen_t size = sizeof from;
-    const ssize_t length = recvfrom(socketOf(call, role), packet.data(), packet.size(), 0,
-                                    reinterpret_cast<sockaddr*>(&from), &size);
-    if (length != static_cast<ssize_t>(packet.size()) || call.isUp ||
-        readNumber(packet.data() + 8) != call.number) {
-        return;
-    }
-    if (role == Role::MediaInside) {
-        call.heardInside = Clock::now();
-    } else {
-        call.heardOutside = Clock::now();
-        call.seenMedia = toPlace(from);
-        if (options_.between == Between::Plain && !sendRtp(call, role, call.seenMedia)) {
-            failCall(call, "media was not sent");
-            return;
-        }
-        counts_.wrong += options_.between == Between::Gateway && call.seenMedia != call.announced;
-    }
-    const Clock::time_point none{};
-    if (call.heardInside == none || call.heardOutside == none) {
-        return;
-    }
-    call.isUp = true;
-    --settingUp_;
-    ++counts_.up;
-    times_.setup.push_back(microseconds(call.setupArrived - call.began));
-    times_.toOutside.push_back(microseconds(call.heardOutside - call.began));
-    times_.toInside.push_back(microseconds(call.heardInside - call.began));
-    advance(call);
-}
-
 void Player::read(Call& call, Role role) {
     std::array<uint8_t, 2048> piece{};
     const ssize_t length = recv(socketOf(call, role), piece.data(), piece.size(), 0);
@@ -518,44 +448,6 @@ void Player::run() {
             failOverdue();
         }
     }
-}
-
-uint64_t Player::sendMedia(std::chrono::milliseconds time, uint64_t& sent) {
-    constexpr size_t burst = 32;
-    std::vector<Call*> up;
-    for (Call& call : calls_) {
-        if (call.active && call.isUp) {
-            up.push_back(&call);
-        }
-    }
-    uint64_t arrived = 0;
-    sent = 0;
-    const auto drain = [&](Call& call, Role role) {
-        std::array<uint8_t, rtpHeader.size()> packet{};
-        while (recv(socketOf(call, role), packet.data(), packet.size(), 0) > 0) {
-            ++arrived;
-        }
-    };
-    const auto until = Clock::now() + time;
-    for (size_t first = 0; !up.empty() && Clock::now() < until;
-         first = first + burst >= up.size() ? 0 : first + burst) {
-        const size_t last = std::min(first + burst, up.size());
-        for (size_t i = first; i < last; ++i) {
-            sent += sendRtp(*up[i], Role::MediaInside,
-                            up[i]->places[static_cast<size_t>(What::FarMedia)]);
-            sent += sendRtp(*up[i], Role::MediaOutside, up[i]->seenMedia);
-        }
-        for (size_t i = first; i < last; ++i) {
-            drain(*up[i], Role::MediaOutside);
-            drain(*up[i], Role::MediaInside);
-        }
-    }
-    usleep(100000);
-    for (Call* const call : up) {
-        drain(*call, Role::MediaOutside);
-        drain(*call, Role::MediaInside);
-    }
-    return arrived;
 }
 
 void Player::endCalls() {

@@ -53,6 +53,16 @@ Place parsePlace(const std::string& text) {
             static_cast<uint16_t>(std::strtoul(text.c_str() + colon + 1, nullptr, 10))};
 }
 
+void writeNumber(uint8_t* at, uint32_t number) {
+    for (int i = 3; i >= 0; --i, number >>= 8U) {
+        at[i] = static_cast<uint8_t>(number);
+    }
+}
+
+uint32_t readNumber(const uint8_t* at) {
+    return uint32_t{at[0]} << 24U | uint32_t{at[1]} << 16U | uint32_t{at[2]} << 8U | at[3];
+}
+
 SocketStock::SocketStock(const std::string& inside, const std::string& outside) {
     for (size_t i = 0; i < namespaces_.size(); ++i) {
         const std::string path = "/run/netns/" + (i == 0 ? inside : outside);

@@ -21,6 +21,10 @@ sockaddr_in toSocketAddress(const Place& place);
 Place toPlace(const sockaddr_in& address);
 Place parsePlace(const std::string& text); // 192.0.2.1:1720; ends the program if it is none
 
+// Four octets, most significant first.
+void writeNumber(uint8_t* at, uint32_t number);
+uint32_t readNumber(const uint8_t* at);
+
 // Ends the program: a load that cannot be played has no figures.
 [[noreturn]] void fail(const std::string& what);
 
