@@ -126,13 +126,14 @@ private:
     void show(Parcel& parcel);
     void showSent(Parcel& parcel);
     void showReceived(Parcel& parcel);
+    void showMade(std::span<uint8_t> packet, Side side);
     Endpoint rasEndpoint(const Endpoint& gatekeeper);
     void recallRegistration(const LiveMapping& mapping, const Parcel& parcel);
     bool commit();
 
     bool introduce(const Parcel& parcel);
-    void introduceAccepted(const FlowId& insideView, const FirstSequences& first,
-                           const Endpoint& publicEndpoint);
+    void showBeginning(const FlowId& insideView, const FirstSequences& first,
+                       const Endpoint& publicEndpoint, bool accepted);
     bool adopt(const Parcel& parcel, const FlowId& insideView, const Endpoint& publicEndpoint,
                bool accepted);
     std::optional<Endpoint> publicOf(const FlowId& insideView, bool& accepted);

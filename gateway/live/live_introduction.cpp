@@ -104,21 +104,27 @@ bool LiveGateway::introduce(const Parcel& parcel) {
     }
     const FirstSequences first = known->first;
     known->acquaintance = Acquaintance::Introduced;
-    introduceAccepted(insideView, first, *publicEndpoint);
+    showBeginning(insideView, first, *publicEndpoint, true);
     return true;
 }
 
-void LiveGateway::introduceAccepted(const FlowId& insideView, const FirstSequences& first,
-                                    const Endpoint& publicEndpoint) {
-    PacketLayout layout;
+// What the beginning of a connection would have told.
+void LiveGateway::showBeginning(const FlowId& insideView, const FirstSequences& first,
+                                const Endpoint& publicEndpoint, bool accepted) {
+    constexpr uint8_t answers = tcpSyn | tcpAck;
     const Endpoint told{advertised(publicEndpoint.address), publicEndpoint.port};
-    auto syn = emptySegment(insideView.remote, told, tcpSyn, first.received - 1, 0);
-    classifyPacket(syn, layout);
-    module_.receive(syn, layout);
-    auto answer = emptySegment(insideView.local, insideView.remote, tcpSyn | tcpAck, first.sent - 1,
-                               first.received);
-    classifyPacket(answer, layout);
-    module_.send(answer, layout);
+    auto received = emptySegment(insideView.remote, told, accepted ? tcpSyn : answers,
+                                 first.received - 1, accepted ? 0 : first.sent);
+    auto sent = emptySegment(insideView.local, insideView.remote, accepted ? answers : tcpSyn,
+                             first.sent - 1, accepted ? first.received : 0);
+    receivedAt_ = publicEndpoint;
+    if (accepted) {
+        showMade(received, Side::Outside);
+        showMade(sent, Side::Inside);
+    } else {
+        showMade(sent, Side::Inside);
+        showMade(received, Side::Outside);
+    }
     hold_.begin(insideView, first.sent);
     hold_.begin({Protocol::Tcp, insideView.remote, publicEndpoint}, first.received);
 }
@@ -143,22 +149,7 @@ bool LiveGateway::adopt(const Parcel& parcel, const FlowId& insideView,
         sent ? FirstSequences{sequence, acknowledged} : FirstSequences{acknowledged, sequence};
     known_.set(insideView, {Acquaintance::Introduced, {}});
     counters_.add(Cause::connectionsAdopted);
-    if (accepted) {
-        introduceAccepted(insideView, first, publicEndpoint);
-        return true;
-    }
-    PacketLayout layout;
-    auto syn = emptySegment(insideView.local, insideView.remote, tcpSyn, first.sent - 1, 0);
-    classifyPacket(syn, layout);
-    module_.send(syn, layout);
-    receivedAt_ = publicEndpoint;
-    auto answer =
-        emptySegment(insideView.remote, {advertised(publicEndpoint.address), publicEndpoint.port},
-                     tcpSyn | tcpAck, first.received - 1, first.sent);
-    classifyPacket(answer, layout);
-    module_.receive(answer, layout);
-    hold_.begin(insideView, first.sent);
-    hold_.begin({Protocol::Tcp, insideView.remote, publicEndpoint}, first.received);
+    showBeginning(insideView, first, publicEndpoint, accepted);
     return true;
 }
 

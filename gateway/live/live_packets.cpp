@@ -202,10 +202,19 @@ void LiveGateway::recallRegistration(const LiveMapping& mapping, const Parcel& p
     std::vector<uint8_t> request(parcel.packet.begin(), parcel.packet.end());
     module_.send(request, parcel.layout);
     auto answer = datagram(sentFlow_.remote, told, confirm);
-    PacketLayout layout;
-    classifyPacket(answer, layout);
-    module_.receive(answer, layout);
+    showMade(answer, Side::Outside);
     recalling_ = false;
+}
+
+// A packet that nobody sent.
+void LiveGateway::showMade(std::span<uint8_t> packet, Side side) {
+    PacketLayout layout;
+    classifyPacket(packet, layout);
+    if (side == Side::Inside) {
+        module_.send(packet, layout);
+    } else {
+        module_.receive(packet, layout);
+    }
 }
 
 // A flow that is older than its mapping comes back to the port that it left from, which may be that
