@@ -1,49 +1,14 @@
 #include <algorithm>
-#include <array>
-#include <cstring>
-#include <numeric>
 
 #include "asn1per/asn1per.h"
 #include "tree/message_tree.h"
+#include "tree/reading.h"
 #include "tree/value_text.h"
 
 namespace tree {
 namespace {
 
 constexpr size_t deepest = 256; // nodes above a node; today's modules need less than 100
-constexpr uint32_t fragmentStep = 16384;
-
-// How one value of a single character is read: strings are aligned here whatever their size, while
-// X.691 30.5.6 does not align strings of fixed size up to 16 bits. The digit of a user-input signal
-// is the one such string.
-enum class ShortStrings : uint8_t { Aligned, AsInX691 };
-
-struct ReadFailure {
-    int32_t status;
-};
-
-bool isShortString(const MessageType& type) {
-    constexpr size_t mostIndexed =
-        16; // more characters than that take 8 bits in the aligned variant
-    return type.kind == TypeKind::IA5String && type.bounded && type.lower == 1 && type.upper == 1 &&
-           type.alphabet != nullptr && std::strlen(type.alphabet) >= mostIndexed;
-}
-
-// The runtime's own alphabet for IA5String ends before the small letters, which some of today's
-// types permit.
-PermittedAlphabet ia5Alphabet(const char* from) {
-    static const std::array<uint8_t, 128> codes = [] {
-        std::array<uint8_t, 128> all{};
-        std::iota(all.begin(), all.end(), uint8_t{0});
-        return all;
-    }();
-    PermittedAlphabet alphabet = {};
-    alphabet.canonicalSet = codes.data();
-    alphabet.canonicalSize = codes.size();
-    alphabet.canonicalBits = 7;
-    pu_setPermittedAlphabet(&alphabet, from);
-    return alphabet;
-}
 
 class ContextOwner {
 public:
@@ -66,10 +31,11 @@ private:
     PerContext context{};
 };
 
-class Reader {
+// The structure of a message; its values are read elsewhere.
+class Reader : private Reading {
 public:
     Reader(std::span<const uint8_t> message, ShortStrings shortStrings)
-        : message(message), shortStrings(shortStrings) {}
+        : Reading(message, shortStrings) {}
 
     DecodedMessage run(const MessageType& type) {
         DecodedMessage result;
@@ -102,27 +68,6 @@ private:
             path += (path.empty() || node->name[0] == '[' ? "" : ".") + node->name;
         }
         return path;
-    }
-
-    // The cursor in the outermost octets, unless the context reads a copy.
-    uint64_t position() {
-        const auto base = reinterpret_cast<uintptr_t>(message.data());
-        const auto buffer = reinterpret_cast<uintptr_t>(ctx->buffer);
-        if (buffer < base || buffer > base + message.size()) {
-            return unknownOffset;
-        }
-        // A failed read may have moved the cursor behind the octets that there are.
-        const uint64_t inside = std::min(pu_bitPosition(ctx), uint64_t{ctx->size} * 8);
-        const uint64_t found = (uint64_t{buffer} - base) * 8 + inside;
-        lastPosition = found;
-        return found;
-    }
-
-    void check(int32_t status) {
-        if (status < 0) {
-            position();
-            throw ReadFailure{status};
-        }
     }
 
     Node& addChild(Node& parent, std::string name) {
@@ -177,23 +122,8 @@ private:
             octets(type, contents, node);
             break;
         default:
-            simple(type, node);
+            readValue(*this, type, node);
         }
-    }
-
-    // SIZE constraint for the next length. The range must live until then.
-    void addSize(const MessageType& type, SizeConstraint& range) {
-        if (type.bounded && type.upper <= UINT32_MAX) {
-            range = {0, static_cast<uint32_t>(type.lower), static_cast<uint32_t>(type.upper),
-                     nullptr};
-            check(pu_addSizeConstraint(ctx, &range));
-        }
-    }
-
-    uint8_t bit() {
-        uint8_t result = 0;
-        check(pd_bit(ctx, &result));
-        return result;
     }
 
     // Records.
@@ -358,169 +288,8 @@ private:
         ctx = outer;
     }
 
-    // Values.
-
-    void simple(const MessageType& type, Node& node) {
-        switch (type.kind) {
-        case TypeKind::Boolean:
-            node.kind = NodeKind::Boolean;
-            node.value = bit() != 0 ? "true" : "false";
-            break;
-        case TypeKind::Null:
-            node.kind = NodeKind::Null;
-            break;
-        case TypeKind::Integer:
-            node.kind = NodeKind::Integer;
-            integer(type, node);
-            break;
-        case TypeKind::Enumerated:
-            node.kind = NodeKind::Enumerated;
-            enumerated(type, node);
-            break;
-        case TypeKind::BitString:
-            node.kind = NodeKind::Bits;
-            bits(type, node);
-            break;
-        case TypeKind::ObjectIdentifier: {
-            node.kind = NodeKind::ObjectIdentifier;
-            ObjectIdentifier identifier{};
-            check(pd_ObjectIdentifier(ctx, &identifier));
-            node.value = identifierText(identifier);
-            break;
-        }
-        default:
-            node.kind = NodeKind::Text;
-            text(type, node);
-        }
-    }
-
-    void integer(const MessageType& type, Node& node) {
-        const bool outside = type.extensible && bit() != 0;
-        if (!type.bounded || outside || type.upper == INT64_MAX) {
-            // A length and octets, as an OCTET STRING without bounds has them.
-            DynOctetString octets{};
-            check(pd_DynOctetString(ctx, &octets));
-            const std::span<const uint8_t> number(octets.data, octets.numocts);
-            node.value =
-                type.bounded && !outside ? offsetText(type.lower, number) : signedText(number);
-            return;
-        }
-        if (type.lower < 0) {
-            int32_t number = 0;
-            check(pd_ConsInteger(ctx, &number, static_cast<int32_t>(type.lower),
-                                 static_cast<int32_t>(type.upper)));
-            node.value = std::to_string(number);
-            return;
-        }
-        uint32_t number = 0;
-        check(pd_ConsUnsigned(ctx, &number, static_cast<uint32_t>(type.lower),
-                              static_cast<uint32_t>(type.upper)));
-        node.value = std::to_string(number);
-    }
-
-    void enumerated(const MessageType& type, Node& node) {
-        const auto roots = static_cast<uint32_t>(type.upper + 1);
-        uint32_t item = 0;
-        if (!type.extensible) {
-            check(pd_ConsUnsigned(ctx, &item, 0, roots - 1));
-        } else {
-            check(pd_choiceHead(ctx, &item, roots - 1));
-        }
-        uint64_t number = item;
-        if (type.extensible && item == PER_EXTENDED) {
-            check(pd_SmallNonNegWholeNumber(ctx, &item));
-            number = uint64_t{item} + roots;
-        } else if (item >= roots) {
-            check(PER_CONSTRAINT);
-        }
-        if (number < type.itemCount) {
-            node.value = type.items[number];
-        } else {
-            node.value = std::to_string(number);
-            ++oddities;
-        }
-    }
-
-    void bits(const MessageType& type, Node& node) {
-        SizeConstraint range{};
-        addSize(type, range);
-        DynBitString string{};
-        check(pd_DynBitString(ctx, &string));
-        node.value = hexText({string.data, (size_t{string.numbits} + 7) / 8});
-        node.bitLength = string.numbits;
-        const uint64_t end = position();
-        node.bitOffset = string.numbits >= fragmentStep || end == unknownOffset
-                             ? unknownOffset
-                             : end - string.numbits;
-    }
-
-    void text(const MessageType& type, Node& node) {
-        if (isShortString(type)) {
-            shortStringSeen = true;
-            if (shortStrings == ShortStrings::AsInX691) {
-                shortText(type, node);
-                return;
-            }
-            notePadding();
-        }
-        SizeConstraint range{};
-        addSize(type, range);
-        if (type.kind == TypeKind::BmpString) {
-            BMPStringValue characters{};
-            check(pd_BMPString(ctx, &characters, nullptr));
-            node.value = escapedText(characters);
-            return;
-        }
-        const char* characters = nullptr;
-        if (type.kind == TypeKind::IA5String && type.alphabet != nullptr) {
-            const PermittedAlphabet alphabet = ia5Alphabet(type.alphabet);
-            check(pd_ConstrainedString(ctx, &characters, &alphabet));
-        } else {
-            check(readText(type, &characters));
-        }
-        node.value = escapedText(characters);
-    }
-
-    int32_t readText(const MessageType& type, const char** characters) {
-        switch (type.kind) {
-        case TypeKind::NumericString:
-            return pd_NumericString(ctx, characters, type.alphabet);
-        case TypeKind::PrintableString:
-            return pd_PrintableString(ctx, characters, type.alphabet);
-        case TypeKind::IA5String:
-            return pd_IA5String(ctx, characters, type.alphabet);
-        default:
-            return pd_GeneralString(ctx, characters, type.alphabet);
-        }
-    }
-
-    void shortText(const MessageType& type, Node& node) {
-        uint32_t character = 0;
-        check(pd_bits(ctx, &character, 8));
-        if (character == 0 || std::strchr(type.alphabet, static_cast<int>(character)) == nullptr) {
-            check(PER_CONSTRAINT);
-        }
-        const char text[] = {static_cast<char>(character), 0};
-        node.value = escapedText(text);
-    }
-
-    /// Padding in front of an aligned string that is not zero.
-    void notePadding() {
-        const uint64_t at = pu_bitPosition(ctx);
-        const uint64_t size = uint64_t{ctx->size} * 8;
-        if (at % 8 != 0 && at < size && (ctx->buffer[at / 8] & (0xFFU >> (at % 8))) != 0) {
-            ++oddities;
-        }
-    }
-
-    std::span<const uint8_t> message;
-    ShortStrings shortStrings;
-    PerContext* ctx = nullptr;
-    uint64_t lastPosition = 0;
     size_t depth = 0;
     size_t nodes = 0;
-    uint32_t oddities = 0;
-    bool shortStringSeen = false;
 };
 
 bool isBetter(const DecodedMessage& one, const DecodedMessage& other) {
