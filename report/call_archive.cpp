@@ -159,12 +159,32 @@ void CallArchive::note(uint64_t call, const gateway::FlowId& flow, const PacketR
     }
 }
 
+// The gateway's times are whole seconds; those of messages are finer.
+void CallArchive::refineTimes(CallRecord& record) {
+    if (record.messages.empty()) {
+        return;
+    }
+    record.start = record.messages.front().time;
+    for (const LadderMessage& message : record.messages) {
+        if (record.connected != never && message.content.name == "connect") {
+            record.connected = message.time;
+            break;
+        }
+    }
+    const LadderMessage& last = record.messages.back();
+    if (record.ended != never &&
+        (last.content.name == "releaseComplete" || record.ended < last.time)) {
+        record.ended = last.time;
+    }
+}
+
 CallRecord CallArchive::complete(const Running& running, CallRecord known,
                                  const gateway::Network& inside) const {
     const std::string verdict = std::exchange(known.verdict, "");
     known.isCall = true;
     known.messages = running.messages;
     known.mappings = running.mappings;
+    refineTimes(known);
     known.streams = mediaStreams(known, inside, running.flows);
     for (MediaStream& stream : known.streams) {
         if (!known.counted && stream.state == StreamState::Silent) {

@@ -61,6 +61,7 @@ private:
     };
 
     Running* runningCall(uint64_t call, size_t octets);
+    static void refineTimes(CallRecord& record);
     [[nodiscard]] CallRecord complete(const Running& running, CallRecord known,
                                       const gateway::Network& inside) const;
     [[nodiscard]] std::string write(uint64_t call, const CallRecord& record) const;

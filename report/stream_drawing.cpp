@@ -56,9 +56,10 @@ public:
 
 private:
     [[nodiscard]] int xOf(int64_t time) const {
-        const double part = end_ <= start_ ? 0.0
-                                           : static_cast<double>(time - start_) /
-                                                 static_cast<double>(end_ - start_);
+        const double part = end_ <= start_
+                                ? 0.0
+                                : static_cast<double>(std::clamp(time, start_, end_) - start_) /
+                                      static_cast<double>(end_ - start_);
         return barLeft + static_cast<int>(part * (barRight - barLeft));
     }
 

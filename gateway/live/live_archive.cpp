@@ -9,12 +9,12 @@ namespace {
 constexpr int64_t second = 1'000'000'000;
 constexpr size_t mostOver = 10'000;
 
-// Call times are of a clock that never steps back.
+// Call times are whole seconds of a clock that never steps back.
 int64_t wallTime(LiveSeconds time) {
-    const auto now = std::chrono::duration_cast<std::chrono::seconds>(
+    const auto now = std::chrono::duration_cast<std::chrono::nanoseconds>(
                          std::chrono::steady_clock::now().time_since_epoch())
                          .count();
-    return LiveArchive::wallClock() - (now - time) * second;
+    return LiveArchive::wallClock() - now + time * second;
 }
 
 report::CallRecord recordOf(const LiveCall& call) {
@@ -86,7 +86,10 @@ void LiveArchive::notePackets(const LiveCall& call, const FlowId& flow, const Pa
         return;
     }
     const int64_t now = wallClock();
-    const int64_t first = std::max(lastSurvey_, wallTime(call.started));
+    int64_t first = std::max(lastSurvey_, wallTime(call.started));
+    if (call.ended != 0) {
+        first = std::min(first, wallTime(call.ended));
+    }
     const auto run = [&](uint64_t packets) {
         return packets == 0 ? report::PacketRun{} : report::PacketRun{packets, first, now};
     };

@@ -81,7 +81,8 @@ TEST_F(CallArchiveTest, ARecordComesBackWhole) {
     EXPECT_EQ(archive.end(7, known(), inside), "");
     const CallRecord record = archivedCall(settings.calls, 7);
     EXPECT_EQ(record.callingAlias, "alice");
-    EXPECT_EQ(record.ended, known().ended);
+    EXPECT_EQ(record.start, message(true).time);
+    EXPECT_EQ(record.ended, record.start) << "not before the last message";
     EXPECT_EQ(record.cause, 16U);
     ASSERT_EQ(record.messages.size(), 1U);
     EXPECT_EQ(record.messages[0].content.octets, message(true).content.octets);
