@@ -10,11 +10,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
 
 namespace cli {
 namespace {
@@ -89,11 +91,19 @@ void addCallsCommand(CLI::App& app, int& exitStatus) {
         app.add_subcommand("calls", "Ask the running gateway for the calls that ended");
     command->add_flag("--json", arguments->asJson, "Print one JSON object for each call");
     command
-        ->add_option("--html", arguments->page,
-                     "Instead print a page of the call with this number, running or ended; the "
-                     "gateway must keep its messages (keep-calls)")
+        ->add_option_function<std::string>(
+            "--html",
+            [arguments](const std::string& text) {
+                const char* const end = text.data() + text.size();
+                const auto read = std::from_chars(text.data(), end, arguments->page);
+                if (read.ec != std::errc() || read.ptr != end || arguments->page == 0) {
+                    throw CLI::ValidationError("--html", text + " is no number of a call");
+                }
+            },
+            "Instead print a page of the call with this number, running or ended; the "
+            "gateway must keep its messages (keep-calls)")
         ->type_name("CALL")
-        ->check(CLI::PositiveNumber);
+        ->excludes("--json");
     command->add_option("--socket", arguments->socket, "The gateway's status socket")
         ->type_name("PATH")
         ->capture_default_str();

@@ -55,6 +55,9 @@ bool areFrames(std::span<const uint8_t> octets) {
 
 void visitOctets(const GivenOptions& options, std::span<const uint8_t> octets,
                  const std::function<void(GivenMessage)>& visit) {
+    if (octets.empty()) {
+        throw std::runtime_error("no octets to read");
+    }
     const bool isUntyped = options.type.empty() && !options.ras;
     if (!options.tpkt && !(isUntyped && areFrames(octets))) {
         const std::string type = options.ras ? "H225RasMessage" : options.type;

@@ -180,8 +180,9 @@ CLI::Option* addAddress(CLI::App& command, const std::string& name, uint32_t& ad
             name,
             [name, &address](const std::string& text) {
                 const auto parsed = gateway::parseAddress(text);
-                if (!parsed) {
-                    throw CLI::ValidationError(name, text + " is no IPv4 address");
+                constexpr uint32_t firstGroup = 0xE0000000; // 224.0.0.0
+                if (!parsed || *parsed == 0 || *parsed >= firstGroup) {
+                    throw CLI::ValidationError(name, text + " is no IPv4 address of a host");
                 }
                 address = *parsed;
             },

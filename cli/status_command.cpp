@@ -6,6 +6,8 @@
 #include "gateway/live/status.h"
 #include "gateway/live/status_socket.h"
 
+#include <nlohmann/json.hpp>
+
 #include <exception>
 #include <iostream>
 #include <memory>
@@ -37,6 +39,8 @@ int run(const StatusArguments& arguments) {
         return fail(failure);
     }
     try {
+        // Half of an answer is none.
+        (void)nlohmann::json::parse(answer).at("counters");
         std::cout << (arguments.asJson ? answer : gateway::statusText(answer));
     } catch (const std::exception& error) {
         return fail(std::string("the gateway's answer makes no sense: ") + error.what());

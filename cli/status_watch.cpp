@@ -34,16 +34,6 @@ void stop(int /*signal*/) {
     stopped = 1;
 }
 
-/// Aliases come from packets: nothing but printable characters may reach a terminal.
-std::string printable(const std::string& text) {
-    std::string result;
-    for (const char character : text) {
-        const auto octet = static_cast<unsigned char>(character);
-        result += octet < 0x20 || octet == 0x7F ? '?' : character;
-    }
-    return result;
-}
-
 /// Cut to columns; the octets that continue a character take none.
 std::string cut(const std::string& text, size_t columns) {
     size_t used = 0;

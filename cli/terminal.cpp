@@ -1,5 +1,6 @@
 #include "cli/terminal.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <string_view>
@@ -19,9 +20,23 @@ bool hasColours(Stream stream) {
            std::string_view(kind) != "dumb";
 }
 
+std::string printable(const std::string& text) {
+    std::string result = text;
+    for (char& character : result) {
+        const auto octet = static_cast<unsigned char>(character);
+        character = octet < 0x20 || octet == 0x7F ? '?' : character;
+    }
+    return result;
+}
+
 void complain(const std::string& message) {
     const bool coloured = hasColours(Stream::Error);
-    std::cerr << (coloured ? "\033[1;31mh323nat:\033[0m " : "h323nat: ") << message << '\n';
+    std::cerr << (coloured ? "\033[1;31mh323nat:\033[0m " : "h323nat: ");
+    for (size_t at = 0; at <= message.size();) {
+        const size_t end = std::min(message.find('\n', at), message.size());
+        std::cerr << printable(message.substr(at, end - at)) << '\n';
+        at = end + 1;
+    }
 }
 
 } // namespace cli

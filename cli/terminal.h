@@ -11,6 +11,9 @@ bool isTerminal(Stream stream);
 /// A terminal that shows colours, unless the user's NO_COLOR says none.
 bool hasColours(Stream stream);
 
+/// Text of files and packets for a terminal: what would steer it becomes '?'.
+std::string printable(const std::string& text);
+
 /// "h323nat: " and the message on standard error: what was wrong, where, what to do.
 void complain(const std::string& message);
 

@@ -1,5 +1,7 @@
 #include "cli/vector_file.h"
 
+#include <algorithm>
+#include <cctype>
 #include <sstream>
 #include <stdexcept>
 
@@ -11,6 +13,13 @@ std::optional<VectorLine> VectorReader::next() {
     std::string text;
     while (std::getline(stream, text)) {
         ++number;
+        if (!std::all_of(text.begin(), text.end(), [](char character) {
+                return std::isprint(static_cast<unsigned char>(character)) != 0 ||
+                       std::isspace(static_cast<unsigned char>(character)) != 0 ||
+                       static_cast<unsigned char>(character) >= 0x80;
+            })) {
+            throw std::runtime_error("this is no text");
+        }
         std::istringstream fields(text);
         VectorLine line;
         line.number = number;

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -121,7 +122,7 @@ int run(const VerifyOptions& options) {
             continue;
         }
         std::ifstream file(name);
-        if (!file) {
+        if (!file || std::filesystem::is_directory(name)) {
             throw std::runtime_error(name + ": cannot be read");
         }
         verifyStream(file, name, options, tally);

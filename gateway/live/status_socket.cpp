@@ -15,8 +15,8 @@ namespace {
 
 constexpr int waitingConnections = 8;
 constexpr timeval patience{3, 0};
-constexpr int sendBuffer = 1024 * 1024;
-constexpr mode_t ownerAndGroup = 0117; // umask
+constexpr int sendBuffer = 8 * 1024 * 1024; // full lists of long names are 3 MB
+constexpr mode_t ownerAndGroup = 0117;      // umask
 
 bool fillAddress(const std::string& path, sockaddr_un& address) {
     if (path.size() >= sizeof address.sun_path) {
@@ -95,7 +95,9 @@ void StatusSocket::answer(const std::function<std::string()>& text) const {
         return;
     }
     // What does not fit into the buffer at once is not sent: the reader sees half an object.
-    (void)setsockopt(connection, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
+    if (setsockopt(connection, SOL_SOCKET, SO_SNDBUFFORCE, &sendBuffer, sizeof sendBuffer) != 0) {
+        (void)setsockopt(connection, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
+    }
     const std::string content = text();
     (void)send(connection, content.data(), content.size(), MSG_NOSIGNAL);
     close(connection);

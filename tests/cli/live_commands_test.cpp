@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -35,18 +36,20 @@ std::string status(unsigned packets, const std::string& alias = "alice") {
            R"(,"packets_received":5,"messages_seen":4,"messages_rewritten":1}})";
 }
 
-// Answers until it goes away.
+// Answers until it goes away, with its status or what is given.
 class FakeGateway {
 public:
-    FakeGateway() : folder(scratchPath("gateway")), socket(folder + "/gateway.sock") {
+    explicit FakeGateway(const std::string& answer = "")
+        : folder(scratchPath("gateway")), socket(folder + "/gateway.sock") {
         std::filesystem::create_directory(folder);
         EXPECT_EQ(listener_.open(socket), "");
-        thread_ = std::thread([this] {
+        thread_ = std::thread([this, answer] {
             unsigned packets = 0;
             while (!over_) {
                 pollfd waiting{listener_.descriptor(), POLLIN, 0};
                 if (poll(&waiting, 1, 50) == 1) {
-                    listener_.answer([&] { return status(packets += 10); });
+                    packets += 10;
+                    listener_.answer([&] { return answer.empty() ? status(packets) : answer; });
                 }
             }
         });
@@ -146,6 +149,36 @@ TEST(Calls, RecordsOfEndedCallsAndTheirPages) {
     EXPECT_EQ(html.status, 0) << html.errors;
     EXPECT_NE(html.output.find("data-message=\"0\""), std::string::npos);
     EXPECT_NE(html.output.find("alice"), std::string::npos);
+}
+
+TEST(StatusSocket, NonsenseIsNoSuccess) {
+    for (const char* answer : {" ", "[]", "{}", "null", "\xFF\x1B[31m", "[[[[[[["}) {
+        const FakeGateway gateway(answer);
+        for (std::vector<std::string> command : {std::vector<std::string>{"status"},
+                                                 {"status", "--json"},
+                                                 {"calls"},
+                                                 {"calls", "--json"}}) {
+            command.insert(command.end(), {"--socket", gateway.socket});
+            const testing_cli::Outcome outcome = runProgram(command);
+            EXPECT_EQ(outcome.status, cli::exitFaults) << answer;
+            EXPECT_EQ(outcome.output, "") << answer;
+            EXPECT_EQ(outcome.errors.find("h323nat: the gateway's answer makes no sense"), 0U)
+                << outcome.errors;
+            EXPECT_EQ(outcome.errors.find('\033'), std::string::npos);
+        }
+    }
+}
+
+// A gateway may send more than others.
+TEST(StatusSocket, FullListsComeWhole) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs a gateway's rights";
+    }
+    const std::string full(3'000'000, 'x');
+    const FakeGateway gateway(full);
+    std::string answer;
+    EXPECT_EQ(gateway::readStatus(gateway.socket, answer), "");
+    EXPECT_EQ(answer.size(), full.size());
 }
 
 } // namespace
