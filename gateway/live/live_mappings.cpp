@@ -282,7 +282,8 @@ void LiveMappings::markOver(Protocol protocol, uint16_t publicPort, LiveSeconds 
         mapping->over = true;
         mapping->overAt = now + (connected ? overLinger : 0);
         // What goes at once stands first.
-        connected ? over_.push_back(mapping->number) : over_.push_front(mapping->number);
+        const Over over = {mapping->number, mapping->overAt};
+        connected ? over_.push_back(over) : over_.push_front(over);
     }
 }
 
@@ -410,11 +411,12 @@ LiveMappings::Swept LiveMappings::sweep(const FlowSurvey& survey, LiveSeconds no
 LiveMappings::Swept LiveMappings::takeOver(LiveSeconds now) {
     Swept swept;
     while (!over_.empty()) {
-        const auto found = byNumber_.find(over_.front());
-        const bool over = found != byNumber_.end() && found->second->over;
-        if (over && found->second->overAt > now) {
+        if (over_.front().at > now) {
             break;
         }
+        const auto found = byNumber_.find(over_.front().number);
+        const bool over = found != byNumber_.end() && found->second->over &&
+                          found->second->overAt == over_.front().at;
         over_.pop_front();
         if (over) {
             close(found->second, swept);

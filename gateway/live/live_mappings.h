@@ -169,7 +169,11 @@ private:
     std::unordered_map<uint64_t, std::vector<uint64_t>> byCall_;
     std::unordered_map<uint32_t, uint32_t> perHost_;
     std::unordered_map<LocalId, uint64_t, LocalIdHash> leaving_;
-    std::deque<uint64_t> over_;
+    struct Over {
+        uint64_t number;
+        LiveSeconds at; // of the mapping then: it may have been asked for again since
+    };
+    std::deque<Over> over_;
     std::vector<uint64_t> unanswered_; // RAS, oldest first; some of them are answered since
 };
 

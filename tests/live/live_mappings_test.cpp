@@ -183,6 +183,15 @@ TEST_F(LiveMappingsTest, WhatTheModuleNeedsNoMoreEndsSoon) {
     mappings.markOver(Protocol::Tcp, mapping->publicEndpoint.port, 10);
     open(MappingKind::Control, {host, 4000});
     EXPECT_TRUE(mappings.takeOver(100).ended.empty());
+    // One that is over again and again keeps no other.
+    const uint16_t again = mapping->publicEndpoint.port;
+    mappings.markOver(Protocol::Tcp, again, 200);
+    mapping = open(MappingKind::Control, {host, 4002});
+    mappings.markOver(Protocol::Tcp, mapping->publicEndpoint.port, 200);
+    open(MappingKind::Control, {host, 4000});
+    mappings.markOver(Protocol::Tcp, again, 204);
+    EXPECT_EQ(mappings.takeOver(201 + overLinger).ended.size(), 1U);
+    EXPECT_EQ(mappings.takeOver(204 + overLinger).ended.size(), 1U);
 }
 
 // Media that flowed before the mapping has another public port, which the kernel would keep.
