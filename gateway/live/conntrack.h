@@ -3,7 +3,6 @@
 #include "gateway/endpoint.h"
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>

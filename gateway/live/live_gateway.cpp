@@ -3,10 +3,6 @@
 #include "gateway/live/live_roles.h"
 #include "gateway/live/router_ports.h"
 
-#include <algorithm>
-#include <string_view>
-#include <utility>
-
 namespace gateway {
 namespace {
 

@@ -2,8 +2,6 @@
 
 #include "gateway/live/live_roles.h"
 
-#include <algorithm>
-
 // Connections whose beginning the module has not seen.
 namespace gateway {
 namespace {

@@ -3,7 +3,6 @@
 #include "gateway/live/live_roles.h"
 
 #include <array>
-#include <utility>
 
 // Packets on their way through the module, and those that wait for the rest of their message.
 namespace gateway {
@@ -60,10 +59,17 @@ void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue,
             return;
         }
     }
-    show(parcel);
+    // In a segment without payload nothing can change, and nobody waits for the report.
+    const bool bare = kind == PacketKind::Tcp && parcel.layout.payloadLength == 0;
+    if (!bare) {
+        show(parcel);
+    }
     give(packet.id, parcel, queue, arrived, counters_.delay);
     if (packet.last) {
-        settle(queue); // nobody waits for the report
+        settle(queue);
+    }
+    if (bare) {
+        show(parcel);
     }
     report(now_);
 }

@@ -5,7 +5,6 @@
 #include <linux/netfilter/nf_tables.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 
