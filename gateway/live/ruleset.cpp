@@ -14,7 +14,8 @@ std::string forEachInside(const LiveConfig& config, const std::string& before,
                           const std::string& after) {
     std::string rules;
     for (const std::string& name : config.inside) {
-        rules += "    " + before + " \"" + name + "\" " + after + "\n";
+        rules.append("    ").append(before).append(" \"").append(name).append("\" ").append(after);
+        rules += '\n';
     }
     return rules;
 }
