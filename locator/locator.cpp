@@ -191,6 +191,8 @@ Then Walker::index(uint32_t argument, LocatorOp operation) {
     if (bits + extension != 0 && !cursor.take(bits + extension, number)) {
         return Then::refuse;
     }
+    // The analyser takes the width of 0 for -1.
+    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult)
     if (extension != 0 && number >> bits != 0) {
         cursor.position -= bits;
         const bool done =

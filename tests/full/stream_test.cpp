@@ -14,10 +14,6 @@ namespace {
 constexpr EndpointKey caller = {privateParty, 50000};
 constexpr EndpointKey called = {outsideParty, 1720};
 
-TestAddress at(const EndpointKey& endpoint) {
-    return ipv4(endpoint.address, endpoint.port);
-}
-
 // What a private host sends, and where its own addresses stand.
 struct Sent {
     Octets octets;
@@ -148,6 +144,25 @@ TEST(Stream, AnyOrderAndRepetitionKeepsEveryOctet) {
         // The stream goes on behind all that.
         EXPECT_GE(full_scope::state.messagesSoFar, 10U);
     }
+}
+
+TEST(Stream, NothingIsSaidToChangeBesideWhatWasWritten) {
+    const Sent sent;
+    FullHost host;
+    TcpCall call(host, caller, called);
+    call.sent(sent.octets);
+    const size_t place = sent.places.front();
+    const auto saidToChange = [&](size_t from, size_t to) {
+        Segment segment;
+        segment.flow = {caller.address, called.address, caller.port, called.port};
+        segment.sequence = 1000 + static_cast<uint32_t>(from);
+        segment.payload = sent.part(from, to);
+        return sendSegment(host.context, segment).changed;
+    };
+    EXPECT_FALSE(saidToChange(0, place));
+    EXPECT_TRUE(saidToChange(0, place + 1));
+    EXPECT_TRUE(saidToChange(place + 5, place + 10));
+    EXPECT_FALSE(saidToChange(place + 6, sent.places[1]));
 }
 
 TEST(Stream, OctetsOfOneMessageThatCameInAnyOrderAreReadOnce) {

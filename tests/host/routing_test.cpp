@@ -212,6 +212,18 @@ TEST_F(RoutingTest, ReceivingFillsTheDescriptorOfAnyPacket) {
     }
 }
 
+TEST_F(RoutingTest, EndpointsThatShareAPlaceInTheIndexAreToldApart) {
+    // 256 places, by the last octet of the port among others.
+    for (const uint16_t port : {uint16_t{30000}, uint16_t{30256}}) {
+        setRemoteEndpoint(*takeRecord(controlChannelPool), {remote, port});
+    }
+    for (const auto& [port, taken] :
+         {std::pair<uint16_t, size_t>{30000, 1}, {30256, 1}, {30512, 0}}) {
+        const TcpFields fields{inside, remote, 6000, port, 1, 0x10, {1, 2, 3, 4}};
+        EXPECT_EQ(send(HostPacket(fields)).size(), taken) << port;
+    }
+}
+
 // The ports of other protocols stand in the same place, and what follows can look like a header.
 TEST_F(RoutingTest, OtherProtocolsAreNone) {
     const std::vector<uint8_t> tcpAlike = {0, 0, 0, 0, 0x50, synAck, 0, 0, 0, 0, 0, 0, 1, 2, 3};
