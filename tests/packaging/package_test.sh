@@ -51,6 +51,7 @@ install_and_remove() {
     build_host "$inside" ""
     $inside h323nat --version >/dev/null
     $inside h323nat gateway --config /etc/h323nat.conf --inside a --outside b --check >/dev/null
+    ! command -v systemctl >/dev/null || $inside systemctl --quiet enable h323nat-gateway
     $inside dpkg --purge h323nat libh323nat-dev libh323nat0
 
     # Nothing stays but the package manager's own records.
