@@ -91,7 +91,7 @@ LiveMapping& LiveMappings::add(MappingKind kind, const Endpoint& inside,
 uint16_t LiveMappings::wishFor(MappingKind kind, const Endpoint& inside) const {
     const uint64_t key = static_cast<uint64_t>(inside.address) << 24 ^
                          static_cast<uint64_t>(inside.port) << 4 ^ static_cast<uint64_t>(kind);
-    const auto ports = static_cast<uint64_t>(config_.lastPort - config_.firstPort + 1);
+    const uint64_t ports = uint64_t{1} + config_.lastPort - config_.firstPort;
     auto wish = static_cast<uint16_t>(config_.firstPort + mixed(key ^ seed_) % ports);
     if (kind != MappingKind::Media) {
         return wish;
