@@ -98,7 +98,7 @@ std::string LiveGateway::refillTable() {
 }
 
 std::string LiveGateway::reconfigure(const LiveConfig& config) {
-    const std::string failure = table_.refresh(config, sides_.publicAddress);
+    std::string failure = table_.refresh(config, sides_.publicAddress);
     if (!failure.empty()) {
         return failure;
     }
