@@ -131,7 +131,8 @@ Frames asLearnedOutside(const Frames& recorded, const Outcome& first, bool publi
             const auto port = static_cast<uint16_t>(std::stoul(inside.substr(colon + 1)));
             const auto publicPort =
                 static_cast<uint16_t>(std::stoul(outside.substr(outside.find(':') + 1)));
-            for (uint16_t second = 0; second < (udp ? 2 : 1); ++second) {
+            const uint16_t ports = udp ? 2 : 1;
+            for (uint16_t second = 0; second < ports; ++second) {
                 const auto from = static_cast<uint16_t>(port + second);
                 const auto to = static_cast<uint16_t>(publicPort + second);
                 const Octets wanted = {
