@@ -22,6 +22,7 @@ option(H323NAT_FOREIGN "Build for another system than the build machine's" OFF)
 
 # The same commit gives the same octets in whatever folder it is built: no path of this machine goes
 # into what ships, and no time of day into a DLL.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON) # an installed program keeps the length of the path
 add_compile_options("$<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
 if(WIN32)
   add_link_options("LINKER:--no-insert-timestamp")
