@@ -43,19 +43,19 @@ double ownProcessorTime() {
 void tell(const Player& player, double seconds) {
     const Counts& counts = player.counts();
     const Times& times = player.times();
-    std::printf("{\"up\": %llu, \"ended\": %llu, \"failed\": %llu, \"wrong\": %llu, "
-                "\"seconds\": %.3f, \"own_cpu\": %.3f",
-                static_cast<unsigned long long>(counts.up),
-                static_cast<unsigned long long>(counts.ended),
-                static_cast<unsigned long long>(counts.failed),
-                static_cast<unsigned long long>(counts.wrong), seconds, ownProcessorTime());
+    (void)std::printf("{\"up\": %llu, \"ended\": %llu, \"failed\": %llu, \"wrong\": %llu, "
+                      "\"seconds\": %.3f, \"own_cpu\": %.3f",
+                      static_cast<unsigned long long>(counts.up),
+                      static_cast<unsigned long long>(counts.ended),
+                      static_cast<unsigned long long>(counts.failed),
+                      static_cast<unsigned long long>(counts.wrong), seconds, ownProcessorTime());
     const auto both = [](const char* name, const std::vector<double>& values) {
-        std::printf(", \"%s\": [%.0f, %.0f]", name, share(values, 0.5), share(values, 0.99));
+        (void)std::printf(", \"%s\": [%.0f, %.0f]", name, share(values, 0.5), share(values, 0.99));
     };
     both("setup", times.setup);
     both("to_outside", times.toOutside);
     both("to_inside", times.toInside);
-    std::printf("}\n");
+    (void)std::printf("}\n");
     std::fflush(stdout);
 }
 
@@ -140,12 +140,12 @@ int main(int argc, char** argv) {
             mediaMilliseconds = static_cast<long>(number());
             break;
         default:
-            std::fputs(usage, stderr);
+            (void)std::fputs(usage, stderr);
             return 2;
         }
     }
     if (script.empty() || options.insideNamespace.empty() || options.called.port == 0) {
-        std::fputs(usage, stderr);
+        (void)std::fputs(usage, stderr);
         return 2;
     }
     rlimit files{1000000, 1000000};
@@ -166,9 +166,10 @@ int main(int argc, char** argv) {
             const double before = ownProcessorTime();
             const uint64_t arrived =
                 player.sendMedia(std::chrono::milliseconds(mediaMilliseconds), sent);
-            std::printf("{\"rtp_sent\": %llu, \"rtp_arrived\": %llu, \"own_cpu\": %.3f}\n",
-                        static_cast<unsigned long long>(sent),
-                        static_cast<unsigned long long>(arrived), ownProcessorTime() - before);
+            (void)std::printf("{\"rtp_sent\": %llu, \"rtp_arrived\": %llu, \"own_cpu\": %.3f}\n",
+                              static_cast<unsigned long long>(sent),
+                              static_cast<unsigned long long>(arrived),
+                              ownProcessorTime() - before);
             std::fflush(stdout);
         }
         player.endCalls();

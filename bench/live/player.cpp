@@ -242,9 +242,9 @@ void Player::end(Call& call) {
 void Player::note(const Call& call, const char* what) {
     constexpr uint32_t most = 5;
     if (++noted_ <= most) {
-        std::fprintf(stderr, "bench_live: call %u (%s), message %zu of %zu: %s\n", call.number,
-                     call.script->kind.c_str(), call.position + 1, call.script->messages.size(),
-                     what);
+        (void)std::fprintf(stderr, "bench_live: call %u (%s), message %zu of %zu: %s\n",
+                           call.number, call.script->kind.c_str(), call.position + 1,
+                           call.script->messages.size(), what);
     }
 }
 

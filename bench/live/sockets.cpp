@@ -26,7 +26,7 @@ void setFlag(int socket, int level, int name) {
 } // namespace
 
 void fail(const std::string& what) {
-    std::fprintf(stderr, "bench_live: %s\n", what.c_str());
+    (void)std::fprintf(stderr, "bench_live: %s\n", what.c_str());
     std::exit(2);
 }
 
