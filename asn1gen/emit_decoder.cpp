@@ -106,11 +106,7 @@ void decodeSimple(CodeWriter& writer, const Type& type, const ValueRef& value) {
     default:
         return;
     }
-    if (type.size) {
-        function += "Sized";
-        arguments.push_back(std::to_string(type.size->lower));
-        arguments.push_back(std::to_string(type.size->upper));
-    }
+    addSize(function, arguments, type);
     emitCall(writer, function, arguments);
 }
 
@@ -353,11 +349,7 @@ void decodeList(CodeWriter& writer, const Type& type) {
     const int64_t least = std::max<int64_t>(minimalBits(*type.element), 1);
     std::string function = "pd_listCount";
     std::vector<std::string> arguments = {"&value->count", std::to_string(least)};
-    if (type.size) {
-        function += "Sized";
-        arguments.push_back(std::to_string(type.size->lower));
-        arguments.push_back(std::to_string(type.size->upper));
-    }
+    addSize(function, arguments, type);
     emitCall(writer, function, arguments);
     emitCall(writer, "allocateArray", {"&value->elements", "value->count"});
     writer.open("for (uint32_t i = 0; i < value->count; ++i)");

@@ -113,14 +113,6 @@ void encodeEnumerated(CodeWriter& writer, const Type& type, const std::string& v
     writer.close();
 }
 
-void addSize(std::string& function, std::vector<std::string>& arguments, const Type& type) {
-    if (type.size) {
-        function += "Sized";
-        arguments.push_back(std::to_string(type.size->lower));
-        arguments.push_back(std::to_string(type.size->upper));
-    }
-}
-
 /// Codes a simple type with its runtime primitive. arguments as valueArguments gives them.
 void encodeSimple(CodeWriter& writer, const Type& type, std::vector<std::string> arguments) {
     std::string function;

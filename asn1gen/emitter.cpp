@@ -126,6 +126,14 @@ void emitCall(CodeWriter& writer, const std::string& function, std::vector<std::
     writer.list("CHECK(" + function, arguments, "));");
 }
 
+void addSize(std::string& function, std::vector<std::string>& arguments, const Type& type) {
+    if (type.size) {
+        function += "Sized";
+        arguments.push_back(std::to_string(type.size->lower));
+        arguments.push_back(std::to_string(type.size->upper));
+    }
+}
+
 void emitFunction(CodeWriter& writer, const Type& type, const Signature& signature,
                   const std::string& nesting, void (*body)(CodeWriter& writer, const Type& type)) {
     writer.list(signature.head, signature.arguments, ") {");

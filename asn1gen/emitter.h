@@ -56,6 +56,9 @@ void emitFunction(CodeWriter& writer, const Type& type, const Signature& signatu
 /// CHECK(function(ctx, arguments));
 void emitCall(CodeWriter& writer, const std::string& function, std::vector<std::string> arguments);
 
+/// Where the type has a size constraint: the form of the primitive that takes it, and its bounds.
+void addSize(std::string& function, std::vector<std::string>& arguments, const Type& type);
+
 /// One primitive codes a value of the type: its parents code it in place, without a call of the
 /// type's own function.
 bool isCodedInPlace(const Type& type);
