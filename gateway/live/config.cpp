@@ -327,7 +327,7 @@ std::string readConfig(LiveConfig& config, std::string_view text, std::string_vi
         const std::string where = std::string(origin) + ":" + std::to_string(line) + ": ";
         const size_t equals = content.find('=');
         if (equals == std::string_view::npos) {
-            return where + "expected 'setting = value', found '" + std::string(content) + "'";
+            return (where + "expected 'setting = value', found '").append(content) + "'";
         }
         const std::string name(trim(content.substr(0, equals)));
         if (std::find(seen.begin(), seen.end(), name) != seen.end()) {
