@@ -8,18 +8,17 @@
 #include "gateway/ipv4_packet.h"
 #include "gateway/link_layer.h"
 #include "nat/q931.h"
+#include "nat/well_known_ports.h"
 #include "tree/message_tree.h"
 
 namespace cli {
 namespace {
 
-constexpr uint16_t rasPort = 1719;
-constexpr uint16_t rasDiscoveryPort = 1718;
 constexpr size_t mostAhead = 65536;
 constexpr size_t mostStreams = 65536;
 
 bool isRasPort(uint16_t port) {
-    return port == rasPort || port == rasDiscoveryPort;
+    return port == rasPort || port == discoveryPort;
 }
 
 uint64_t keyOf(const gateway::Endpoint& endpoint) {

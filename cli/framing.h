@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -8,7 +7,6 @@
 
 namespace cli {
 
-constexpr size_t tpktHeader = 4;
 constexpr uint8_t q931Discriminator = 8; ///< begins the content of a TPKT with call signalling
 
 /// Whether octets begin as a TPKT does, as far as there are any.

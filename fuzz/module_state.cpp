@@ -28,7 +28,7 @@ void requireSoundStream(const StreamBuffer& stream, uint32_t capacity) {
     require(stream.heldBytes <= capacity, "a buffer holds no more than it can");
     require(stream.segmentData == nullptr, "no pointer into a packet outlives the hook");
     require(stream.messageChanged == 0, "the mark of a rewritten message is read at once");
-    if (stream.heldBytes < tpktHeaderLength) {
+    if (stream.heldBytes < tpktHeader) {
         require(stream.messageLength == 0, "without a whole header there is no message length");
         return;
     }

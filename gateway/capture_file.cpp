@@ -201,6 +201,9 @@ CaptureWriter::CaptureWriter(const std::string& path, const CaptureReader& like)
     }
     sink_->dumper = pcap_dump_fopen(handle, file);
     if (sink_->dumper == nullptr) {
+        if (file != stdout) {
+            static_cast<void>(std::fclose(file));
+        }
         throw CaptureError(std::string("cannot write the output: ") + pcap_geterr(handle));
     }
 }

@@ -41,6 +41,8 @@ Q931Element nextUserInformation(Q931Walk& walk, OctetRange& range);
 // The Q.850 cause value of the message's Cause element (Q.931 4.5.12); 0 when it has none.
 uint8_t causeOfRelease(const uint8_t* message, size_t length);
 
+inline constexpr size_t tpktHeader = 4; // octets of a TPKT header
+
 // The length that a TPKT header states, itself included. Reads 4 octets.
 inline size_t tpktLength(const uint8_t* header) {
     return static_cast<size_t>(header[2]) << 8 | header[3];

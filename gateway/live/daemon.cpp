@@ -164,7 +164,7 @@ private:
     LiveSeconds started_;
     std::string missing_; // what the gateway waits for
     Clock::time_point nextSweep_;
-    Clock::time_point lastSweep_;
+    Clock::time_point surveyBegan_;
     Clock::time_point restUntil_;
     Clock::time_point nextTableEvents_;
     Clock::time_point nextWatchdog_;
@@ -377,8 +377,8 @@ void Daemon::tellWatchdog(Clock::time_point now) {
 void Daemon::beginSweep(Clock::time_point now) {
     if (!surveys_.isBusy()) {
         surveys_.start(gateway_.survey(), saving());
+        surveyBegan_ = now;
     }
-    lastSweep_ = now;
     restUntil_ = now + betweenSweeps;
     nextSweep_ = now + std::chrono::seconds(gateway_.config().sweepInterval);
 }
@@ -389,7 +389,7 @@ void Daemon::endSweep() {
         return;
     }
     const auto now = Clock::now();
-    restUntil_ = std::max(restUntil_, now + leastRest * (now - lastSweep_));
+    restUntil_ = std::max(restUntil_, now + leastRest * (now - surveyBegan_));
     gateway_.sweep(*survey, secondsOf(now));
     // What was wanted until now has come by the time the queue is empty.
     const uint64_t wanted = table_.wantedPackets();

@@ -4,20 +4,6 @@
 
 // Connections whose beginning the module has not seen.
 namespace gateway {
-namespace {
-
-// Call signalling and H.245 come in TPKT packets (RFC 1006): version 3, reserved 0, length.
-bool beginsTpkt(std::span<const uint8_t> payload) {
-    return payload.size() > 4 && payload[0] == 3 && payload[1] == 0 &&
-           (payload[2] != 0 || payload[3] > 4);
-}
-
-std::span<const uint8_t> payloadOf(std::span<const uint8_t> packet, const PacketLayout& layout) {
-    return packet.subspan(layout.payloadOffset, layout.payloadLength);
-}
-
-} // namespace
-
 std::optional<Endpoint> LiveGateway::listenerAt(uint16_t publicPort) {
     for (const PublishedHost& host : config_.published) {
         if (host.publicPort == publicPort) {

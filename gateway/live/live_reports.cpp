@@ -215,11 +215,9 @@ void LiveGateway::noteMissed(const ReportedCall& told, const char* why) {
 void LiveGateway::noteSetup(const Parcel& parcel) {
     constexpr size_t typeAt = 8; // behind TPKT, discriminator and call reference
     constexpr uint8_t setup = 5;
-    const auto payload =
-        parcel.packet.subspan(parcel.layout.payloadOffset, parcel.layout.payloadLength);
+    const auto payload = payloadOf(parcel.packet, parcel.layout);
     if (told_ || parcel.layout.protocol != Protocol::Tcp || payload.size() <= typeAt ||
-        payload[0] != 3 || payload[1] != 0 || payload[4] != 8 || payload[5] != 2 ||
-        payload[typeAt] != setup) {
+        !beginsTpkt(payload) || payload[4] != 8 || payload[5] != 2 || payload[typeAt] != setup) {
         return;
     }
     const bool received = parcel.side == Side::Outside;

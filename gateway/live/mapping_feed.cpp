@@ -16,7 +16,7 @@ namespace {
 
 // A datagram: "H3N", the version, then forwards of `forwardOctets` each: kind, 0, public port,
 // private address, private port, gatekeeper, all most significant octet first.
-constexpr std::array<uint8_t, 4> beginning = {'H', '3', 'N', 1};
+constexpr std::array<uint8_t, 4> beginning = {'H', '3', 'N', 2};
 constexpr size_t forwardOctets = 14;
 constexpr size_t forwardsAtOnce = 100; // within one Ethernet frame
 

@@ -10,11 +10,11 @@
 #pragma once
 
 #include "nat/full/pool.h"
+#include "nat/q931.h"
 
 namespace full_scope {
 
 inline constexpr size_t blockOctets = 1000;
-inline constexpr size_t tpktHeader = 4;
 inline constexpr size_t longestMessage = 65535; // of a TPKT packet, its header included
 inline constexpr uint32_t editsOfStream = 128;  // remembered; 40 fast-start channels
 inline constexpr size_t endpointSize = 6;       // octets of an address and its port

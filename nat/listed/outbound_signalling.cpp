@@ -148,8 +148,7 @@ int32_t ReceiveCallSignalSegment(const FlowKey& key, uint8_t* payload, uint32_t 
 
 int32_t SendCallSignalSegment(HostContext* hostContext, uint8_t* payload, uint32_t length) {
     // One whole message or nothing: the sent direction is not reassembled.
-    if (length <= tpktHeaderLength || tpktLength(payload) != length ||
-        length <= tpktAndQ931Header) {
+    if (length <= tpktHeader || tpktLength(payload) != length || length <= tpktAndQ931Header) {
         return 0;
     }
     int32_t changed = 0;

@@ -22,7 +22,7 @@ static void countHeld(StreamBuffer& stream) {
 }
 
 static uint32_t tpktLength(const StreamBuffer& stream) {
-    if (stream.heldBytes < tpktHeaderLength) {
+    if (stream.heldBytes < tpktHeader) {
         return 0;
     }
     return stream.data[2] * 256u + stream.data[3];

@@ -12,8 +12,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "nat/q931.h"
+
 inline constexpr uint32_t streamBufferCapacity = 4096;
-inline constexpr uint32_t tpktHeaderLength = 4;
 
 struct StreamBuffer {
     uint32_t baseSequence;   // TCP sequence number of data[0]; 0: not known yet

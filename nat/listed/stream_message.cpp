@@ -2,7 +2,7 @@
 
 OctetRange tpktContent(const StreamBuffer& stream) {
     const size_t length = stream.messageLength;
-    return {tpktHeaderLength, length > tpktHeaderLength ? length - tpktHeaderLength : 0};
+    return {tpktHeader, length > tpktHeader ? length - tpktHeader : 0};
 }
 
 void closeStreamMessage(MessageEdit& edit, StreamBuffer& stream) {
