@@ -3,23 +3,19 @@
 
 #include "bench/live/player.h"
 
-#include <getopt.h>
+#include <CLI/CLI.hpp>
+
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
+#include <map>
+#include <string>
 
 namespace {
 
 using namespace load;
-
-constexpr const char* usage =
-    "usage: bench_live --script FILE --inside NAMESPACE --outside NAMESPACE --host FIRST:COUNT\n"
-    "                  --public ADDRESS:0 --called PLACE --gatekeeper PLACE\n"
-    "                  [--between gateway|helper|plain] [--calls N] [--first N] [--window N] "
-    "[--rate N]\n"
-    "                  [--hold [--media MILLISECONDS]]\n";
 
 double share(std::vector<double> values, double part) {
     if (values.empty()) {
@@ -75,79 +71,39 @@ bool mediaIsWanted() {
 int main(int argc, char** argv) {
     Options options;
     std::string script;
-    long mediaMilliseconds = 0;
-    const option known[] = {{"script", required_argument, nullptr, 's'},
-                            {"inside", required_argument, nullptr, 'i'},
-                            {"outside", required_argument, nullptr, 'o'},
-                            {"host", required_argument, nullptr, 'h'},
-                            {"public", required_argument, nullptr, 'p'},
-                            {"called", required_argument, nullptr, 'c'},
-                            {"gatekeeper", required_argument, nullptr, 'g'},
-                            {"between", required_argument, nullptr, 'b'},
-                            {"calls", required_argument, nullptr, 'n'},
-                            {"window", required_argument, nullptr, 'w'},
-                            {"first", required_argument, nullptr, 'f'},
-                            {"rate", required_argument, nullptr, 'r'},
-                            {"hold", no_argument, nullptr, 'H'},
-                            {"media", required_argument, nullptr, 'm'},
-                            {nullptr, 0, nullptr, 0}};
-    const auto number = [] { return static_cast<uint32_t>(std::strtoul(optarg, nullptr, 10)); };
-    for (int chosen = 0; (chosen = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
-        switch (chosen) {
-        case 's':
-            script = optarg;
-            break;
-        case 'i':
-            options.insideNamespace = optarg;
-            break;
-        case 'o':
-            options.outsideNamespace = optarg;
-            break;
-        case 'h':
-            options.firstHost = parsePlace(optarg).address;
-            options.hosts = std::max<uint32_t>(parsePlace(optarg).port, 1);
-            break;
-        case 'p':
-            options.publicAddress = parsePlace(optarg).address;
-            break;
-        case 'c':
-            options.called = parsePlace(optarg);
-            break;
-        case 'g':
-            options.gatekeeper = parsePlace(optarg);
-            break;
-        case 'b':
-            options.between = *optarg == 'g'   ? Between::Gateway
-                              : *optarg == 'h' ? Between::Helper
-                                               : Between::Plain;
-            break;
-        case 'n':
-            options.calls = number();
-            break;
-        case 'f':
-            options.first = number();
-            break;
-        case 'w':
-            options.window = number();
-            break;
-        case 'r':
-            options.rate = std::strtod(optarg, nullptr);
-            break;
-        case 'H':
-            options.hold = true;
-            break;
-        case 'm':
-            mediaMilliseconds = static_cast<long>(number());
-            break;
-        default:
-            (void)std::fputs(usage, stderr);
-            return 2;
-        }
-    }
-    if (script.empty() || options.insideNamespace.empty() || options.called.port == 0) {
-        (void)std::fputs(usage, stderr);
-        return 2;
-    }
+    uint32_t mediaMilliseconds = 0;
+    CLI::App app("Plays calls between two network namespaces; live_load.py starts it");
+    const auto place = [&app](const char* name, const char* help, const auto& take) {
+        return app.add_option_function<std::string>(
+            name, [take](const std::string& text) { take(parsePlace(text)); }, help);
+    };
+    const std::map<std::string, Between> betweens = {
+        {"gateway", Between::Gateway}, {"helper", Between::Helper}, {"plain", Between::Plain}};
+    app.add_option("--script", script, "Calls to play, as script.h tells")->required();
+    app.add_option("--inside", options.insideNamespace, "Namespace of the callers")->required();
+    app.add_option("--outside", options.outsideNamespace, "Namespace of the called")->required();
+    app.add_option("--between", options.between, "What stands between them")
+        ->transform(CLI::CheckedTransformer(betweens));
+    place("--host", "FIRST:COUNT of the private hosts", [&](const Place& hosts) {
+        options.firstHost = hosts.address;
+        options.hosts = std::max<uint32_t>(hosts.port, 1);
+    })->required();
+    place("--public", "ADDRESS:0 of the router", [&](const Place& router) {
+        options.publicAddress = router.address;
+    })->required();
+    place("--called", "ADDRESS:PORT", [&](const Place& called) {
+        options.called = called;
+    })->required();
+    place("--gatekeeper", "ADDRESS:PORT", [&](const Place& gatekeeper) {
+        options.gatekeeper = gatekeeper;
+    })->required();
+    app.add_option("--calls", options.calls, "Number of calls");
+    app.add_option("--first", options.first, "Number of the first call");
+    app.add_option("--window", options.window, "Calls that are set up at once");
+    app.add_option("--rate", options.rate, "Calls begun a second; 0: as many as go");
+    app.add_flag("--hold", options.hold, "No call ends before told");
+    app.add_option("--media", mediaMilliseconds, "Milliseconds of RTP for a line of 'media'");
+    CLI11_PARSE(app, argc, argv);
     rlimit files{1000000, 1000000};
     if (setrlimit(RLIMIT_NOFILE, &files) != 0) {
         getrlimit(RLIMIT_NOFILE, &files);
