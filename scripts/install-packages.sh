@@ -23,7 +23,9 @@ else
     exit 1
 fi
 echo "Installing:$missing" >&2
-$as_root DEBIAN_FRONTEND=noninteractive apt-get -q update >&2
+# A list that cannot be fetched may belong to a source that nothing here needs: the next step tells.
+$as_root DEBIAN_FRONTEND=noninteractive apt-get -q update >&2 ||
+    echo "Package lists are not up to date; going on with what there is." >&2
 # shellcheck disable=SC2086 # a list of words
 $as_root DEBIAN_FRONTEND=noninteractive apt-get -qy install --no-remove --no-install-recommends \
     $missing >&2
