@@ -203,7 +203,7 @@ constexpr Setting table[] = {
     {"publish", "ADDRESS[:PORT],...",
      "private hosts that are called from outside without a gatekeeper",
      [](LiveConfig& c, std::string_view v) { return readPublished(c.published, v); }, nullptr},
-    {"publish-t120", "yes|no", "forward TCP port 1503 to the first published host as well",
+    {"publish-t120", "yes|no", "forward TCP port 1503 to the host published on port 1720 as well",
      [](LiveConfig& c, std::string_view v) { return readFlag(c.publishT120, v); }, "no"},
     {"public-address", "ADDRESS", "public address, if not the outside interface's own",
      [](LiveConfig& c, std::string_view v) { return readAddress(c.publicAddress, v); }, nullptr},
@@ -365,6 +365,9 @@ std::string checkConfig(const LiveConfig& config) {
             return "publish: port " + std::to_string(host.publicPort) + " of " +
                    toText(host.address) + " lies within 'ports'; choose one outside of them";
         }
+    }
+    if (config.publishT120 && config.firstPublished() == 0) {
+        return "publish-t120 = yes needs a host that is published on port 1720";
     }
     if (config.strict && config.scope == TranslationScope::Full) {
         return "strict = yes means scope = listed: the full scope writes addresses alone";

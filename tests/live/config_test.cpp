@@ -106,6 +106,8 @@ TEST(LiveConfig, RefusesWhatContradictsItself) {
         {"inside = a\noutside = b\nadvertise = 10.0.0.5\npublish = 10.0.0.5",
          "is the public address"},
         {"inside = a\noutside = b\npublish = 10.0.0.5:20000", "lies within 'ports'"},
+        {"inside = a\noutside = b\npublish = 10.0.0.5\npublish-t120 = yes", nullptr},
+        {"inside = a\noutside = b\npublish = 10.0.0.5:1721\npublish-t120 = yes", "port 1720"},
         {"inside = a\noutside = b\nstrict = yes\nscope = full",
          "strict = yes means scope = listed"},
         {"inside = a\noutside = b\nstrict = yes", nullptr},

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 namespace gateway {
@@ -21,11 +22,17 @@ std::string page(const char* name) {
     return plain;
 }
 
-TEST(ManualPages, NameEverySettingAndEveryCounter) {
+TEST(ManualPages, NameEverySettingWithItsDefaultAndEveryCounter) {
     const std::string settingsPage = page("h323nat.conf.5");
     for (const Setting& setting : settings()) {
-        EXPECT_NE(settingsPage.find(std::string(".BR ") + setting.name + " "), std::string::npos)
-            << setting.name;
+        const size_t begin = settingsPage.find(std::string(".BR ") + setting.name + " ");
+        ASSERT_NE(begin, std::string::npos) << setting.name;
+        const std::string text =
+            settingsPage.substr(begin, settingsPage.find("\n.TP", begin) - begin);
+        const std::string initial = setting.initial == nullptr ? "" : setting.initial;
+        EXPECT_TRUE(initial.empty() ||
+                    std::regex_search(text, std::regex("Default: " + initial + "[.,;]")))
+            << text;
     }
     const std::string gatewayPage = page("h323nat-gateway.8");
     for (const CauseText& cause : causeTexts()) {
