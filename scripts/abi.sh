@@ -6,6 +6,15 @@
 set -eu
 cd "$(dirname "$0")/.."
 
+case "${1-}" in
+"" | --release) ;;
+*)
+    echo "usage: scripts/abi.sh [--release]" >&2
+    exit 2
+    ;;
+esac
+
+scripts/install-packages.sh build abi
 release=tests/abi/libh323nat.abi
 preset=debug # the types come from its debug information
 cmake --preset "$preset" --log-level=WARNING >/dev/null

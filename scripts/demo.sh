@@ -4,6 +4,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 
+[ $# -eq 0 ] || { echo "usage: scripts/demo.sh" >&2; exit 2; }
 scripts/install-packages.sh build
 cmake --preset release --log-level=WARNING
 cmake --build --preset release -j "$(nproc)" --target h323nat_cli

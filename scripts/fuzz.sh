@@ -4,8 +4,7 @@
 #   scripts/fuzz.sh [SECONDS]     in all; 600 when not given
 #   scripts/fuzz.sh --coverage    lines of the module's folders that the corpora reach
 #   scripts/fuzz.sh --merge       adds to fuzz/corpus/ what the fuzzer found reaches further
-# New inputs collect in build/fuzz-corpus, findings in build/fuzz-findings: commit a finding's input,
-# as small as `-minimize_crash=1` makes it, to fuzz/corpus/TARGET with the fix.
+# New inputs collect in build/fuzz-corpus, findings in build/fuzz-findings (docs/fuzzing.md).
 # FUZZ_TIMEOUT is the time limit for one input in seconds, 2 when not set.
 set -eu
 cd "$(dirname "$0")/.."
@@ -49,6 +48,7 @@ fuzz() { # SECONDS
     seeds
     mkdir -p "$findings"
     share=$(($1 / $(echo "$targets" | wc -w)))
+    [ "$share" -ne 0 ] || share=1 # 0 has no end
     status=0
     printf '%-13s %12s %10s %10s  %s\n' target executions edges inputs findings
     for target in $targets; do
@@ -109,13 +109,14 @@ merge() {
     done
 }
 
-scripts/install-packages.sh all
 case "${1-600}" in
---coverage) coverage ;;
---merge) merge ;;
-*[!0-9]*)
+--coverage) work=coverage ;;
+--merge) work=merge ;;
+"" | *[!0-9]*)
     echo "usage: scripts/fuzz.sh [SECONDS | --coverage | --merge]" >&2
     exit 2
     ;;
-*) fuzz "${1-600}" ;;
+*) work=fuzz ;;
 esac
+scripts/install-packages.sh build fuzz
+"$work" "${1-600}"

@@ -2,6 +2,7 @@
 # Looks into ELF files whether they are built to resist faults: scripts/hardening.sh FILE...
 set -eu
 
+[ $# -ne 0 ] || { echo "usage: scripts/hardening.sh FILE..." >&2; exit 2; }
 failed=no
 complain() {
     echo "$1: $2" >&2

@@ -4,9 +4,12 @@
 set -eu
 
 list="$(dirname "$0")/packages.txt"
+[ $# -ne 0 ] || { echo "usage: scripts/install-packages.sh GROUP..., groups of $list" >&2; exit 2; }
 missing=""
 for group in "$@"; do
-    for package in $(awk -v group="$group" '!/^#/ && $2 == group { print $1 }' "$list"); do
+    packages=$(awk -v group="$group" '!/^#/ && $2 == group { print $1 }' "$list")
+    [ -n "$packages" ] || { echo "$list has no group '$group'" >&2; exit 2; }
+    for package in $packages; do
         status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
         [ "$status" = installed ] || missing="$missing $package"
     done

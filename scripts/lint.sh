@@ -6,10 +6,13 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-[ $# -ne 0 ] || set -- asn1gen asn1per bench cli fuzz gateway H.323 host locator nat report samples tests tree
-all=$(git ls-files -- "$@")
-sources=$(echo "$all" | grep -E '\.(c|cpp|h)$')
-units=$(echo "$all" | grep -E '\.cpp$')
+[ $# -ne 0 ] || set -- asn1gen asn1per bench cli fuzz gateway H.323 host include locator nat report samples tests tree
+sources=$(git ls-files -- "$@" | grep -E '\.(c|cpp|h)$') || {
+    echo "scripts/lint.sh: no C or C++ in $*" >&2
+    exit 2
+}
+units=$(echo "$sources" | grep -E '\.cpp$' || true)
+scripts/install-packages.sh build lint
 
 # shellcheck disable=SC2086 # lists of words, here and below
 clang-format-14 --dry-run -Werror $sources
@@ -26,17 +29,17 @@ known=$(for unit in $units; do
     ! grep -q "\"file\": \"$PWD/$unit\"" build/lint/compile_commands.json || echo "$unit"
 done)
 # GCC's names of warnings are not all clang's.
-echo "$known" | xargs -n 1 -P "$(nproc)" clang-tidy-14 --quiet -p build/lint \
+echo "$known" | xargs -r -n 1 -P "$(nproc)" clang-tidy-14 --quiet -p build/lint \
     --extra-arg=-Wno-unknown-warning-option
 
 # cppcheck does not take the empty first argument that this macro of GoogleTest's may have.
 mkdir -p build/lint/cppcheck
 # shellcheck disable=SC2086
-cppcheck --quiet -j "$(nproc)" --cppcheck-build-dir=build/lint/cppcheck --error-exitcode=1 \
+[ -z "$units" ] || cppcheck --quiet -j "$(nproc)" --cppcheck-build-dir=build/lint/cppcheck --error-exitcode=1 \
     --std=c++20 --language=c++ --library=googletest --enable=warning,performance,portability --inline-suppr \
     --suppressions-list=.cppcheck-suppressions '-DINSTANTIATE_TEST_SUITE_P(...)=' -I . $units
 # What is built to ship, if it was built.
 if [ -e build/release/bin/h323nat ]; then
-    scripts/hardening.sh build/release/bin/h323nat build/release/lib/libh323nat.so.0
+    scripts/hardening.sh build/release/bin/h323nat build/release/lib/libh323nat.so
 fi
 echo "lint: clean"

@@ -24,7 +24,7 @@ for preset in debug asan; do
 done
 [ "$all" = yes ] || exit 0
 
-scripts/install-packages.sh all
+scripts/install-packages.sh fuzz lint abi all
 for step in scripts/test-all.d/*.sh; do
     [ ! -e "$step" ] || "$step"
 done

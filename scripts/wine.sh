@@ -7,8 +7,10 @@
 # that start at the same time wait for that.
 set -eu
 
+[ $# -ne 0 ] || { echo "usage: scripts/wine.sh PROGRAM.exe [ARGUMENT...] | --runs-32-bit" >&2; exit 2; }
 here=$(cd "$(dirname "$0")" && pwd)
-export WINEPREFIX="${H323NAT_WINEPREFIX:-$(dirname "$here")/build/wine}"
+WINEPREFIX=$(dirname "$here")/build/wine
+export WINEPREFIX
 export WINEDEBUG="${WINEDEBUG:--all}"
 export WINEDLLOVERRIDES="winemenubuilder.exe=d;mscoree=d;mshtml=d"
 unset DISPLAY WAYLAND_DISPLAY
