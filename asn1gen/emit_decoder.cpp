@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "asn1gen/bit_run.h"
-#include "asn1gen/emitter.h"
+#include "asn1gen/emit_codec.h"
 #include "asn1gen/layout.h"
 
 namespace asn1gen {
@@ -66,48 +66,25 @@ void decodeEnumerated(CodeWriter& writer, const Type& type, const ValueRef& valu
 }
 
 void decodeSimple(CodeWriter& writer, const Type& type, const ValueRef& value) {
-    std::string function;
-    std::vector<std::string> arguments = {value.address()};
-    switch (type.kind) {
-    case Kind::Boolean:
-        function = "pd_bit";
-        break;
-    case Kind::Integer:
+    if (type.kind == Kind::Integer) {
         decodeInteger(writer, type, value);
         return;
-    case Kind::Enumerated:
+    }
+    if (type.kind == Kind::Enumerated) {
         decodeEnumerated(writer, type, value);
         return;
-    case Kind::OctetString:
-    case Kind::BitString:
-        function = type.kind == Kind::BitString ? "pd_DynBitString" : "pd_DynOctetString";
-        if (type.size) {
-            function = type.kind == Kind::BitString ? "pd_BitString" : "pd_OctetString";
-            const char* count = type.kind == Kind::BitString ? "numbits" : "numocts";
-            arguments = {"&" + value.member(count), value.member("data"),
-                         "sizeof " + value.member("data")};
-        }
-        break;
-    case Kind::CharacterString:
-        function = "pd_" + type.stringName;
-        arguments.push_back(type.alphabet ? quote(*type.alphabet) : "nullptr");
-        break;
-    case Kind::BmpString:
-        function = "pd_BMPString";
-        arguments.push_back("nullptr");
-        break;
-    case Kind::ObjectIdentifier:
-        function = "pd_ObjectIdentifier";
-        break;
-    case Kind::OpenType:
-        function = "pd_OpenType";
-        arguments = {"&" + value.member("data"), "&" + value.member("numocts")};
-        break;
-    default:
-        return;
     }
-    addSize(function, arguments, type);
-    emitCall(writer, function, arguments);
+    const std::string data = value.member("data");
+    std::vector<std::string> arguments = {value.address()};
+    std::string prefix = "pd_";
+    if (isSizedString(type)) {
+        arguments = {"&" + value.member(countMember(type)), data, "sizeof " + data};
+    } else if (type.kind == Kind::OpenType) {
+        arguments = {"&" + data, "&" + value.member(countMember(type))};
+    } else if (type.kind == Kind::OctetString || type.kind == Kind::BitString) {
+        prefix = "pd_Dyn";
+    }
+    emitPrimitive(writer, prefix, type, arguments);
 }
 
 void decodeValue(CodeWriter& writer, const Type& type, const ValueRef& value) {
@@ -123,10 +100,6 @@ void decodeValue(CodeWriter& writer, const Type& type, const ValueRef& value) {
     } else {
         emitCall(writer, function, {value.address()});
     }
-}
-
-ValueRef memberRef(const Component& component) {
-    return ValueRef::object("value->" + component.member);
 }
 
 // SEQUENCE.
@@ -162,35 +135,12 @@ void decodeLeadingBits(CodeWriter& writer, const Type& type, const LeadingBits& 
     decodeBooleans(writer, bits.booleans, bits.booleansAt());
 }
 
-void decodeField(CodeWriter& writer, const Type& type, const Component& component) {
-    if (isNull(*component.type)) {
-        return;
-    }
-    if (component.presenceBit < 0) {
-        decodeValue(writer, *component.type, memberRef(component));
-        return;
-    }
-    writer.open("if ((value->presence & " + presenceName(type, component) + ") != 0)");
-    decodeValue(writer, *component.type, memberRef(component));
+void decodeRun(CodeWriter& writer, const std::vector<const Component*>& run) {
+    writer.open("");
+    writer.line("uint32_t bits;");
+    emitCall(writer, "pd_bitRun", {"&bits", std::to_string(run.size())});
+    decodeBooleans(writer, run, 0);
     writer.close();
-}
-
-void decodeRoot(CodeWriter& writer, const Type& type, const LeadingBits& leading) {
-    constexpr size_t longestRun = 32;
-    for (size_t i = leading.booleans.size(); i < type.root.size();) {
-        const auto run = booleanRun(type.root, i, longestRun);
-        if (run.size() > 1) {
-            writer.open("");
-            writer.line("uint32_t bits;");
-            emitCall(writer, "pd_bitRun", {"&bits", std::to_string(run.size())});
-            decodeBooleans(writer, run, 0);
-            writer.close();
-            i += run.size();
-        } else {
-            decodeField(writer, type, type.root[i]);
-            ++i;
-        }
-    }
 }
 
 /// The encoder writes additions that are not OPTIONAL whenever there is any. A peer may leave one
@@ -237,7 +187,7 @@ void decodeAdditions(CodeWriter& writer, const Type& type) {
 void decodeSequence(CodeWriter& writer, const Type& type) {
     const LeadingBits bits = leadingBits(type);
     decodeLeadingBits(writer, type, bits);
-    decodeRoot(writer, type, bits);
+    emitRoot(writer, type, bits.booleans.size(), decodeRun, decodeValue);
     if (!type.additions.empty()) {
         decodeAdditions(writer, type);
     } else if (type.extensible) {
@@ -267,27 +217,6 @@ void decodeAlternative(CodeWriter& writer, const Component& alternative) {
     }
 }
 
-/// The switch over an index that was read; alternatives without a member need no case of their own.
-void decodeAlternatives(CodeWriter& writer, const Type& type,
-                        const std::vector<Component>& alternatives) {
-    const bool needed = std::any_of(alternatives.begin(), alternatives.end(),
-                                    [](const Component& c) { return !isNull(*c.type); });
-    if (!needed) {
-        return;
-    }
-    writer.open("switch (value->alternative)");
-    for (const Component& alternative : alternatives) {
-        if (!isNull(*alternative.type)) {
-            writer.label("case " + alternativeName(type, alternative) + ":");
-            decodeAlternative(writer, alternative);
-            writer.line("break;");
-        }
-    }
-    writer.label("default:");
-    writer.line("break;");
-    writer.close();
-}
-
 void decodeExtensionAlternative(CodeWriter& writer, const Type& type) {
     const size_t roots = type.root.size();
     const size_t known = type.additions.size();
@@ -304,7 +233,7 @@ void decodeExtensionAlternative(CodeWriter& writer, const Type& type) {
     if (type.module->options.trace) {
         writer.line("pu_setFieldTracking(ctx, 0);");
     }
-    decodeAlternatives(writer, type, type.additions);
+    emitAlternatives(writer, type, type.additions, decodeAlternative);
     writer.line("pd_endOpenType(ctx, &open);");
 }
 
@@ -317,7 +246,7 @@ void decodeRootAlternative(CodeWriter& writer, const Type& type) {
         writer.close();
     }
     writer.line("value->alternative = index + 1;");
-    decodeAlternatives(writer, type, type.root);
+    emitAlternatives(writer, type, type.root, decodeAlternative);
 }
 
 void decodeChoice(CodeWriter& writer, const Type& type) {

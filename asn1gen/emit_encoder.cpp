@@ -3,44 +3,18 @@
 #include <limits>
 
 #include "asn1gen/bit_run.h"
-#include "asn1gen/emitter.h"
+#include "asn1gen/emit_codec.h"
 #include "asn1gen/layout.h"
 
 namespace asn1gen {
 namespace {
 
-/// The arguments behind the context with which a value goes to its encoder.
-std::vector<std::string> valueArguments(const Type& type, const ValueRef& value) {
-    const Type& definition = type.definition();
-    switch (definition.kind) {
-    case Kind::BmpString:
-        return {value.member("nchars"), value.member("data")};
-    case Kind::OpenType:
-        return {value.member("numocts"), value.member("data")};
-    case Kind::OctetString:
-    case Kind::BitString:
-        if (isSizedString(definition)) {
-            return {value.get()};
-        }
-        return {value.member(definition.kind == Kind::BitString ? "numbits" : "numocts"),
-                value.member("data")};
-    case Kind::Boolean:
-    case Kind::Integer:
-    case Kind::Enumerated:
-    case Kind::CharacterString:
-        return {value.get()};
-    default:
-        return {value.address()};
-    }
-}
-
-/// The same for the primitive that codes a simple type.
+/// The arguments behind the context for the primitive that codes a simple type.
 std::vector<std::string> primitiveArguments(const Type& type, const ValueRef& value) {
     if (!isSizedString(type)) {
         return valueArguments(type, value);
     }
-    return {value.member(type.kind == Kind::BitString ? "numbits" : "numocts"),
-            value.member("data")};
+    return {value.member(countMember(type)), value.member("data")};
 }
 
 std::string bound(const Type& type, int64_t value) {
@@ -113,45 +87,20 @@ void encodeEnumerated(CodeWriter& writer, const Type& type, const std::string& v
     writer.close();
 }
 
-/// Codes a simple type with its runtime primitive. arguments as valueArguments gives them.
+/// arguments as primitiveArguments gives them.
 void encodeSimple(CodeWriter& writer, const Type& type, std::vector<std::string> arguments) {
-    std::string function;
-    switch (type.kind) {
-    case Kind::Boolean:
-        function = "pe_bit";
-        arguments[0] = arguments[0] + " != 0";
-        break;
-    case Kind::Integer:
+    if (type.kind == Kind::Integer) {
         encodeInteger(writer, type, arguments[0]);
         return;
-    case Kind::Enumerated:
+    }
+    if (type.kind == Kind::Enumerated) {
         encodeEnumerated(writer, type, arguments[0]);
         return;
-    case Kind::OctetString:
-        function = "pe_OctetString";
-        break;
-    case Kind::BitString:
-        function = "pe_BitString";
-        break;
-    case Kind::CharacterString:
-        function = "pe_" + type.stringName;
-        arguments.push_back(type.alphabet ? quote(*type.alphabet) : "nullptr");
-        break;
-    case Kind::BmpString:
-        function = "pe_BMPString";
-        arguments.push_back("nullptr");
-        break;
-    case Kind::ObjectIdentifier:
-        function = "pe_ObjectIdentifier";
-        break;
-    case Kind::OpenType:
-        function = "pe_OpenType";
-        break;
-    default:
-        return;
     }
-    addSize(function, arguments, type);
-    emitCall(writer, function, arguments);
+    if (type.kind == Kind::Boolean) {
+        arguments[0] += " != 0";
+    }
+    emitPrimitive(writer, "pe_", type, std::move(arguments));
 }
 
 void encodeValue(CodeWriter& writer, const Type& type, const ValueRef& value) {
@@ -172,10 +121,6 @@ void encodeValue(CodeWriter& writer, const Type& type, const ValueRef& value) {
     } else {
         emitCall(writer, function, arguments);
     }
-}
-
-ValueRef memberRef(const Component& component) {
-    return ValueRef::object("value->" + component.member);
 }
 
 // SEQUENCE.
@@ -237,35 +182,12 @@ void encodeLeadingBits(CodeWriter& writer, const LeadingBits& bits) {
     encodeBitRun(writer, terms, bits.count());
 }
 
-void encodeField(CodeWriter& writer, const Type& type, const Component& component) {
-    if (component.presenceBit < 0) {
-        encodeValue(writer, *component.type, memberRef(component));
-        return;
+void encodeRun(CodeWriter& writer, const std::vector<const Component*>& run) {
+    std::vector<std::string> terms;
+    for (size_t bit = 0; bit < run.size(); ++bit) {
+        terms.push_back(booleanTerm(*run[bit], static_cast<int>(bit)));
     }
-    if (isNull(*component.type)) {
-        return;
-    }
-    writer.open("if ((value->presence & " + presenceName(type, component) + ") != 0)");
-    encodeValue(writer, *component.type, memberRef(component));
-    writer.close();
-}
-
-void encodeRoot(CodeWriter& writer, const Type& type, size_t first) {
-    constexpr size_t longestRun = 32;
-    for (size_t i = first; i < type.root.size();) {
-        const auto run = booleanRun(type.root, i, longestRun);
-        if (run.size() > 1) {
-            std::vector<std::string> terms;
-            for (size_t bit = 0; bit < run.size(); ++bit) {
-                terms.push_back(booleanTerm(*run[bit], static_cast<int>(bit)));
-            }
-            encodeBitRun(writer, terms, static_cast<int>(run.size()));
-            i += run.size();
-        } else {
-            encodeField(writer, type, type.root[i]);
-            ++i;
-        }
-    }
+    encodeBitRun(writer, terms, static_cast<int>(run.size()));
 }
 
 void encodeAdditions(CodeWriter& writer, const Type& type) {
@@ -302,7 +224,7 @@ void encodeSequence(CodeWriter& writer, const Type& type) {
     }
     const LeadingBits bits = leadingBits(type);
     encodeLeadingBits(writer, bits);
-    encodeRoot(writer, type, bits.booleans.size());
+    emitRoot(writer, type, bits.booleans.size(), encodeRun, encodeValue);
     if (!type.additions.empty()) {
         encodeAdditions(writer, type);
     } else if (type.extensible) {
@@ -317,31 +239,11 @@ void encodeSequence(CodeWriter& writer, const Type& type) {
 
 // CHOICE.
 
-ValueRef alternativeRef(const Component& component) {
-    const std::string member = "value->value." + component.member;
-    return heldByPointer(*component.type) ? ValueRef::pointer(member) : ValueRef::object(member);
-}
-
-void encodeAlternatives(CodeWriter& writer, const Type& type,
-                        const std::vector<Component>& alternatives) {
-    bool needed = false;
-    for (const Component& alternative : alternatives) {
-        needed = needed || !isNull(*alternative.type);
-    }
-    if (!needed) {
-        return;
-    }
-    writer.open("switch (value->alternative)");
-    for (const Component& alternative : alternatives) {
-        if (!isNull(*alternative.type)) {
-            writer.label("case " + alternativeName(type, alternative) + ":");
-            encodeValue(writer, *alternative.type, alternativeRef(alternative));
-            writer.line("break;");
-        }
-    }
-    writer.label("default:");
-    writer.line("break;");
-    writer.close();
+void encodeAlternative(CodeWriter& writer, const Component& alternative) {
+    const Type& type = *alternative.type;
+    const std::string member = "value->value." + alternative.member;
+    encodeValue(writer, type,
+                heldByPointer(type) ? ValueRef::pointer(member) : ValueRef::object(member));
 }
 
 void encodeExtensionAlternative(CodeWriter& writer, const Type& type) {
@@ -355,7 +257,7 @@ void encodeExtensionAlternative(CodeWriter& writer, const Type& type) {
     emitCall(writer, "pe_SmallNonNegWholeNumber",
              {fmt::format("value->alternative - {}", roots + 1)});
     emitCall(writer, "pe_beginOpenType", {"&open"});
-    encodeAlternatives(writer, type, type.additions);
+    emitAlternatives(writer, type, type.additions, encodeAlternative);
     emitCall(writer, "pe_endOpenType", {"&open", "1"});
 }
 
@@ -380,7 +282,7 @@ void encodeChoice(CodeWriter& writer, const Type& type) {
         emitCall(writer, "pe_ConsUnsigned",
                  {"value->alternative - 1", "0", std::to_string(roots - 1)});
     }
-    encodeAlternatives(writer, type, type.root);
+    emitAlternatives(writer, type, type.root, encodeAlternative);
     if (type.extensible) {
         writer.close();
     }
@@ -401,32 +303,9 @@ void encodeList(CodeWriter& writer, const Type& type) {
     writer.close();
 }
 
-// Arguments of a simple type's own function, which has no record but its members.
-std::vector<std::string> ownArguments(const Type& type) {
-    switch (type.kind) {
-    case Kind::BmpString:
-        return {"nchars", "data"};
-    case Kind::OpenType:
-        return {"numocts", "data"};
-    case Kind::OctetString:
-    case Kind::BitString: {
-        const std::string count = type.kind == Kind::BitString ? "numbits" : "numocts";
-        return isSizedString(type) ? std::vector<std::string>{"value." + count, "value.data"}
-                                   : std::vector<std::string>{count, "data"};
-    }
-    default:
-        return {"value"};
-    }
-}
-
-// The function of another name of a type passes its arguments on as they are.
-std::vector<std::string> aliasArguments(const Type& type) {
-    return isSizedString(type) ? std::vector<std::string>{"value"} : ownArguments(type);
-}
-
 void encodeBody(CodeWriter& writer, const Type& type) {
     if (type.alias != nullptr) {
-        emitCall(writer, "asn1PE_" + type.alias->name, aliasArguments(type.definition()));
+        emitCall(writer, "asn1PE_" + type.alias->name, encoderSignature(type).names());
         return;
     }
     switch (type.kind) {
@@ -440,7 +319,9 @@ void encodeBody(CodeWriter& writer, const Type& type) {
         encodeList(writer, type);
         break;
     default:
-        encodeSimple(writer, type, ownArguments(type));
+        encodeSimple(writer, type,
+                     isSizedString(type) ? primitiveArguments(type, ValueRef::object("value"))
+                                         : encoderSignature(type).names());
     }
 }
 

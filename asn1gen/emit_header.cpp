@@ -119,7 +119,7 @@ void emitRecord(CodeWriter& writer, const Type& type) {
         writer.close(";");
     } else if (isSizedString(type)) {
         writer.open("struct " + type.name);
-        writer.line(type.kind == Kind::BitString ? "uint32_t numbits;" : "uint32_t numocts;");
+        writer.line(fmt::format("uint32_t {};", countMember(type)));
         writer.line(fmt::format("uint8_t data[{}];", arrayOctets(type)));
         writer.close(";");
     } else {

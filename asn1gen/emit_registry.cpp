@@ -10,40 +10,13 @@ namespace {
 
 constexpr const char* keptExtension = "keptExtensionType";
 
-std::string kindName(const Type& type) {
-    switch (type.kind) {
-    case Kind::Boolean:
-        return "Boolean";
-    case Kind::Null:
-        return "Null";
-    case Kind::Integer:
-        return isUnsigned(type) ? "Unsigned" : "Integer";
-    case Kind::Enumerated:
-        return "Unsigned";
-    case Kind::OctetString:
-        return isSizedString(type) ? "OctetArray" : "OctetString";
-    case Kind::BitString:
-        return isSizedString(type) ? "BitArray" : "BitString";
-    case Kind::CharacterString:
-        return "CharacterString";
-    case Kind::BmpString:
-        return "BmpString";
-    case Kind::ObjectIdentifier:
-        return "ObjectIdentifier";
-    case Kind::OpenType:
-        return "OpenType";
-    case Kind::Sequence:
-        return "Sequence";
-    case Kind::Choice:
-        return "Choice";
-    case Kind::List:
-        return "List";
+std::string kindInMemory(const Type& type) {
+    if (isSizedString(type)) {
+        return type.kind == Kind::BitString ? "BitArray" : "OctetArray";
     }
-    return "";
-}
-
-std::string boolean(bool value) {
-    return value ? "true" : "false";
+    const bool number = type.kind == Kind::Integer || type.kind == Kind::Enumerated;
+    return number && (type.kind == Kind::Enumerated || isUnsigned(type)) ? "Unsigned"
+                                                                         : kindName(type.kind);
 }
 
 class RegistryEmitter {
@@ -114,7 +87,7 @@ private:
                           const std::string& size) {
         const auto& range = type.values ? type.values : type.size;
         const bool extensible = type.extensible || (type.values && type.values->extensible);
-        writer.line(fmt::format("    {}, TypeKind::{}, {}, {}, {},", name, kindName(type),
+        writer.line(fmt::format("    {}, TypeKind::{}, {}, {}, {},", name, kindInMemory(type),
                                 boolean(named), boolean(extensible), boolean(range.has_value())));
         writer.line(fmt::format("    {}, {}, {}, {},", size, range ? range->lower : 0,
                                 range ? range->upper : 0,
@@ -140,42 +113,16 @@ private:
             return;
         }
         tables.line("    [](PerContext* ctx, const void* value) {");
-        tables.line(fmt::format("        const auto* record = static_cast<const {}*>(value);",
-                                constSafe(type)));
         tables.line(
-            fmt::format("        return asn1PE_{}(ctx, {});", type.name, encodeArguments(type)));
+            fmt::format("        const auto* record = static_cast<const {}*>(value);", type.name));
+        tables.line(
+            fmt::format("        return asn1PE_{}(ctx, {});", type.name,
+                        fmt::join(valueArguments(type, ValueRef::pointer("record")), ", ")));
         tables.line("    },");
         tables.line("    [](PerContext* ctx, void* value) {");
         tables.line(fmt::format("        return asn1PD_{}(ctx, static_cast<{}*>(value));",
                                 type.name, type.name));
         tables.line("    }};");
-    }
-
-    // "const NAME*" is already right for a NAME that is itself a pointer.
-    static std::string constSafe(const Type& type) { return type.name; }
-
-    static std::string encodeArguments(const Type& type) {
-        const Type& definition = type.definition();
-        switch (definition.kind) {
-        case Kind::BmpString:
-            return "record->nchars, record->data";
-        case Kind::OpenType:
-            return "record->numocts, record->data";
-        case Kind::OctetString:
-        case Kind::BitString:
-            if (isSizedString(definition)) {
-                return "*record";
-            }
-            return definition.kind == Kind::BitString ? "record->numbits, record->data"
-                                                      : "record->numocts, record->data";
-        case Kind::Boolean:
-        case Kind::Integer:
-        case Kind::Enumerated:
-        case Kind::CharacterString:
-            return "*record";
-        default:
-            return "record";
-        }
     }
 
     size_t describeMembers(const Type& type, const Type& definition) {

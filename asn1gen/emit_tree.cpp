@@ -6,40 +6,8 @@
 namespace asn1gen {
 namespace {
 
-std::string boolean(bool value) {
-    return value ? "true" : "false";
-}
-
-std::string kindName(const Type& type) {
-    switch (type.kind) {
-    case Kind::Boolean:
-        return "Boolean";
-    case Kind::Null:
-        return "Null";
-    case Kind::Integer:
-        return "Integer";
-    case Kind::Enumerated:
-        return "Enumerated";
-    case Kind::OctetString:
-        return "OctetString";
-    case Kind::BitString:
-        return "BitString";
-    case Kind::CharacterString:
-        return type.stringName;
-    case Kind::BmpString:
-        return "BmpString";
-    case Kind::ObjectIdentifier:
-        return "ObjectIdentifier";
-    case Kind::OpenType:
-        return "OpenType";
-    case Kind::Sequence:
-        return "Sequence";
-    case Kind::Choice:
-        return "Choice";
-    case Kind::List:
-        return "List";
-    }
-    return "";
+std::string kindInTree(const Type& type) {
+    return type.kind == Kind::CharacterString ? type.stringName : kindName(type.kind);
 }
 
 std::string number(int64_t value) {
@@ -85,7 +53,7 @@ private:
         tables.line(fmt::format("const MessageType {} = {{", name));
         tables.line(fmt::format("    {}, TypeKind::{}, {}, {},",
                                 quote(type.name.empty() ? typeNotation(type) : type.name),
-                                kindName(definition), boolean(extensible),
+                                kindInTree(definition), boolean(extensible),
                                 boolean(range.has_value())));
         tables.line(fmt::format("    {}, {}, {}, {}, {}, {},", number(range ? range->lower : 0),
                                 number(range ? range->upper : 0),

@@ -69,39 +69,91 @@ std::string typeNotation(const Type& type) {
     return text;
 }
 
+const char* kindName(Kind kind) {
+    constexpr const char* names[] = {"Boolean",
+                                     "Null",
+                                     "Integer",
+                                     "Enumerated",
+                                     "OctetString",
+                                     "BitString",
+                                     "CharacterString",
+                                     "BmpString",
+                                     "ObjectIdentifier",
+                                     "OpenType",
+                                     "Sequence",
+                                     "Choice",
+                                     "List"};
+    return names[static_cast<size_t>(kind)];
+}
+
 bool isNull(const Type& type) {
     return type.definition().kind == Kind::Null;
+}
+
+namespace {
+
+/// How an encoder takes a value.
+enum class Passing {
+    Value,
+    Run,   ///< a count and a pointer to the items
+    Array, ///< a reference to a record with a count and the octets
+    Record,
+};
+
+Passing passing(const Type& type) {
+    switch (type.definition().kind) {
+    case Kind::Boolean:
+    case Kind::Integer:
+    case Kind::Enumerated:
+    case Kind::CharacterString:
+        return Passing::Value;
+    case Kind::BmpString:
+    case Kind::OpenType:
+        return Passing::Run;
+    case Kind::OctetString:
+    case Kind::BitString:
+        return isSizedString(type) ? Passing::Array : Passing::Run;
+    default:
+        return Passing::Record;
+    }
+}
+
+std::string lastWord(const std::string& text) {
+    return text.substr(text.find_last_of(" *&") + 1);
+}
+
+} // namespace
+
+const char* countMember(const Type& string) {
+    switch (string.definition().kind) {
+    case Kind::BmpString:
+        return "nchars";
+    case Kind::BitString:
+        return "numbits";
+    default:
+        return "numocts";
+    }
 }
 
 Signature encoderSignature(const Type& type) {
     Signature result{functionHead(type, "asn1PE_", "encode"), {"PerContext* ctx"}};
     auto& arguments = result.arguments;
-    const Type& definition = type.definition();
-    switch (definition.kind) {
-    case Kind::Boolean:
-    case Kind::Integer:
-    case Kind::Enumerated:
-    case Kind::CharacterString:
+    switch (passing(type)) {
+    case Passing::Value:
         arguments.push_back(type.name + " value");
         break;
-    case Kind::BmpString:
-        arguments.insert(arguments.end(), {"uint32_t nchars", "const uint16_t* data"});
+    case Passing::Run: {
+        const bool wide = type.definition().kind == Kind::BmpString;
+        arguments.push_back(fmt::format("uint32_t {}", countMember(type)));
+        arguments.emplace_back(wide ? "const uint16_t* data" : "const uint8_t* data");
         break;
-    case Kind::OpenType:
-        arguments.insert(arguments.end(), {"uint32_t numocts", "const uint8_t* data"});
+    }
+    case Passing::Array:
+        arguments.push_back("const " + type.name + "& value");
         break;
-    case Kind::OctetString:
-    case Kind::BitString:
-        if (isSizedString(definition)) {
-            arguments.push_back("const " + type.name + "& value");
-        } else {
-            const char* count =
-                definition.kind == Kind::BitString ? "uint32_t numbits" : "uint32_t numocts";
-            arguments.insert(arguments.end(), {count, "const uint8_t* data"});
-        }
-        break;
-    default:
+    case Passing::Record:
         arguments.push_back("const " + type.name + "* value");
+        break;
     }
     return result;
 }
@@ -110,77 +162,31 @@ Signature decoderSignature(const Type& type) {
     return {functionHead(type, "asn1PD_", "decode"), {"PerContext* ctx", type.name + "* value"}};
 }
 
+std::vector<std::string> Signature::names() const {
+    std::vector<std::string> result;
+    for (size_t i = 1; i < arguments.size(); ++i) {
+        result.push_back(lastWord(arguments[i]));
+    }
+    return result;
+}
+
 std::string Signature::callAgain() const {
-    const auto lastWord = [](const std::string& text) {
-        return text.substr(text.find_last_of(" *&") + 1);
-    };
-    std::string call = lastWord(head) + "(";
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        call += (i == 0 ? "" : ", ") + lastWord(arguments[i]);
+    std::string call = lastWord(head) + "(ctx";
+    for (const std::string& name : names()) {
+        call += ", " + name;
     }
     return call + ")";
 }
 
-void emitCall(CodeWriter& writer, const std::string& function, std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), "ctx");
-    writer.list("CHECK(" + function, arguments, "));");
-}
-
-void addSize(std::string& function, std::vector<std::string>& arguments, const Type& type) {
-    if (type.size) {
-        function += "Sized";
-        arguments.push_back(std::to_string(type.size->lower));
-        arguments.push_back(std::to_string(type.size->upper));
-    }
-}
-
-void emitFunction(CodeWriter& writer, const Type& type, const Signature& signature,
-                  const std::string& nesting, void (*body)(CodeWriter& writer, const Type& type)) {
-    writer.list(signature.head, signature.arguments, ") {");
-    writer.indent();
-    if (type.hasFunctions && type.module->options.trace) {
-        const std::string call = signature.callAgain();
-        const std::string name = "\"" + call.substr(0, call.find('(')) + "\"";
-        writer.open("if (rtTraceOn != 0 && pu_beginTrace(ctx, " + name + "))");
-        writer.list("return pu_endTrace", {name, call}, ");");
-        writer.close();
-    }
-    if (type.recursive) {
-        emitCall(writer, nesting + "enter", {});
-    }
-    body(writer, type);
-    if (type.recursive) {
-        writer.line(nesting + "leave(ctx);");
-    }
-    writer.line("return PER_OK;");
-    writer.close();
-}
-
-bool isCodedInPlace(const Type& type) {
-    switch (type.definition().kind) {
-    case Kind::Null:
-    case Kind::Sequence:
-    case Kind::Choice:
-    case Kind::List:
-        return false;
+std::vector<std::string> valueArguments(const Type& type, const ValueRef& value) {
+    switch (passing(type)) {
+    case Passing::Value:
+    case Passing::Array:
+        return {value.get()};
+    case Passing::Run:
+        return {value.member(countMember(type)), value.member("data")};
     default:
-        return true;
-    }
-}
-
-void openInPlace(CodeWriter& writer, const Type& type, const std::string& function,
-                 const std::vector<std::string>& arguments) {
-    if (type.module->options.trace) {
-        writer.open("if (rtTraceOn != 0) [[unlikely]]");
-        emitCall(writer, function, arguments);
-        writer.close(" else {");
-        writer.indent();
-    }
-}
-
-void closeInPlace(CodeWriter& writer, const Type& type) {
-    if (type.module->options.trace) {
-        writer.close();
+        return {value.address()};
     }
 }
 
@@ -206,6 +212,10 @@ std::string quote(const std::string& text) {
         }
     }
     return result + "\"";
+}
+
+std::string boolean(bool value) {
+    return value ? "true" : "false";
 }
 
 std::string itemName(const Type& enumerated, const std::string& item) {

@@ -33,6 +33,9 @@ std::string emitTree(const Model& model, const std::map<std::string, const Type*
 /// A C++ string literal.
 std::string quote(const std::string& text);
 
+/// "true" or "false".
+std::string boolean(bool value);
+
 /// The code of one type's functions, written into a module's source.
 void emitEncoder(CodeWriter& writer, const Type& type);
 void emitDecoder(CodeWriter& writer, const Type& type);
@@ -40,7 +43,10 @@ void emitDecoder(CodeWriter& writer, const Type& type);
 /// The head of a function without what follows it: return type, name and arguments.
 struct Signature {
     std::string head;
-    std::vector<std::string> arguments;
+    std::vector<std::string> arguments; ///< the context first
+
+    /// Names of the arguments behind the context.
+    std::vector<std::string> names() const;
 
     /// A call of the function from inside, with its own arguments.
     std::string callAgain() const;
@@ -48,26 +54,8 @@ struct Signature {
 Signature encoderSignature(const Type& type);
 Signature decoderSignature(const Type& type);
 
-/// A whole function: its head, tracing, the limit of nesting, and what body writes. nesting is the
-/// prefix of the runtime's functions for the limit, "pd_" or "pe_".
-void emitFunction(CodeWriter& writer, const Type& type, const Signature& signature,
-                  const std::string& nesting, void (*body)(CodeWriter& writer, const Type& type));
-
-/// CHECK(function(ctx, arguments));
-void emitCall(CodeWriter& writer, const std::string& function, std::vector<std::string> arguments);
-
-/// Where the type has a size constraint: the form of the primitive that takes it, and its bounds.
-void addSize(std::string& function, std::vector<std::string>& arguments, const Type& type);
-
-/// One primitive codes a value of the type: its parents code it in place, without a call of the
-/// type's own function.
-bool isCodedInPlace(const Type& type);
-
-/// Stand around the code in place. A type with traces is coded by its own function while tracing is
-/// on; function and arguments are that call.
-void openInPlace(CodeWriter& writer, const Type& type, const std::string& function,
-                 const std::vector<std::string>& arguments);
-void closeInPlace(CodeWriter& writer, const Type& type);
+/// The member of a string's record that counts its items.
+const char* countMember(const Type& string);
 
 /// The name of the constant for a presence bit or a CHOICE alternative.
 std::string presenceName(const Type& sequence, const Component& component);
@@ -78,6 +66,9 @@ std::string itemName(const Type& enumerated, const std::string& item);
 
 /// The type in ASN.1 notation, components left out.
 std::string typeNotation(const Type& type);
+
+/// The kind as the enumerations of the generated tables call it.
+const char* kindName(Kind kind);
 
 /// A NULL has no member and no code.
 bool isNull(const Type& type);
@@ -101,5 +92,8 @@ private:
     std::string expression;
     bool isPointer;
 };
+
+/// The arguments behind the context with which a value goes to its encoder.
+std::vector<std::string> valueArguments(const Type& type, const ValueRef& value);
 
 } // namespace asn1gen
