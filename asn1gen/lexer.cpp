@@ -21,6 +21,17 @@ constexpr std::array<std::string_view, 24> symbols = {
     "::=", "...", "..", "[[", "]]", "{", "}", "(", ")", "[", "]", ",",
     ";",   ".",   "|",  "&",  "-",  ":", "<", ">", "@", "!", "^", "*"};
 
+// Quotes and dashes of word processors have several octets, none of which is a character.
+std::string shown(char c) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    const auto octet = static_cast<unsigned char>(c);
+    if (std::isprint(octet) != 0) {
+        return std::string("character '") + c + "'";
+    }
+    return std::string("octet 0x") + digits[octet >> 4] + digits[octet & 15] +
+           ", which is not ASCII";
+}
+
 class Lexer {
 public:
     Lexer(std::string_view text, const std::string& fileName)
@@ -115,8 +126,8 @@ private:
                 return token;
             }
         }
-        throw SourceError(here(), std::string("unexpected character '") + first +
-                                      "'; expected an ASN.1 name, number, string or symbol");
+        throw SourceError(here(), "unexpected " + shown(first) +
+                                      "; expected an ASN.1 name, number, string or symbol");
     }
 
     Token word() {

@@ -4,54 +4,17 @@
 #include <array>
 #include <limits>
 
-#include "asn1gen/lexer.h"
+#include "asn1gen/token_reader.h"
 
 namespace asn1gen {
 namespace {
 
-// Valid ASN.1 that this generator does not know. It is named in the error instead of being
-// reported as a mere syntax error or, worse, taken for the name of a type.
-constexpr std::array<std::string_view, 29> unknownNotation = {"REAL",
-                                                              "EXTERNAL",
-                                                              "EMBEDDED",
-                                                              "VisibleString",
-                                                              "RELATIVE-OID",
-                                                              "UTF8String",
-                                                              "UniversalString",
-                                                              "TeletexString",
-                                                              "T61String",
-                                                              "VideotexString",
-                                                              "GraphicString",
-                                                              "ISO646String",
-                                                              "GeneralizedTime",
-                                                              "UTCTime",
-                                                              "ObjectDescriptor",
-                                                              "CHARACTER",
-                                                              "ANY",
-                                                              "CLASS",
-                                                              "INSTANCE",
-                                                              "COMPONENTS",
-                                                              "DEFAULT",
-                                                              "UNION",
-                                                              "INTERSECTION",
-                                                              "EXCEPT",
-                                                              "ALL",
-                                                              "INCLUDES",
-                                                              "PATTERN",
-                                                              "CONTAINING",
-                                                              "ENCODED"};
-
 constexpr std::array<std::string_view, 5> characterStrings = {
     "IA5String", "NumericString", "PrintableString", "GeneralString", "BMPString"};
 
-template <size_t N>
-bool contains(const std::array<std::string_view, N>& list, std::string_view word) {
-    return std::find(list.begin(), list.end(), word) != list.end();
-}
-
-class Parser {
+class Parser : private TokenReader {
 public:
-    Parser(std::string_view text, const std::string& fileName) : tokens(tokenize(text, fileName)) {}
+    using TokenReader::TokenReader;
 
     std::vector<ModuleSyntax> run() {
         std::vector<ModuleSyntax> modules;
@@ -62,62 +25,12 @@ public:
     }
 
 private:
-    // Tokens.
-
-    const Token& peek(size_t ahead = 0) const {
-        return tokens[std::min(cursor + ahead, tokens.size() - 1)];
-    }
-
-    const Token& take() {
-        const Token& token = peek();
-        if (cursor + 1 < tokens.size()) {
-            ++cursor;
-        }
-        return token;
-    }
-
-    bool at(std::string_view text) const {
-        return peek().kind != TokenKind::String && peek().text == text;
-    }
-
-    bool accept(std::string_view text) {
-        const bool found = at(text);
-        if (found) {
-            take();
-        }
-        return found;
-    }
-
-    [[noreturn]] void failExpected(const std::string& expected) const {
-        const Token& token = peek();
-        if (token.kind == TokenKind::UpperWord && contains(unknownNotation, token.text)) {
-            throw SourceError(token.position, token.text + " is not supported");
-        }
-        throw SourceError(token.position, "expected " + expected + ", found " + describe(token));
-    }
-
-    void expect(std::string_view text) {
-        if (!accept(text)) {
-            failExpected("\"" + std::string(text) + "\"");
-        }
-    }
-
-    std::string expectWord(TokenKind kind, const std::string& what) {
-        if (peek().kind != kind || contains(unknownNotation, peek().text)) {
-            failExpected(what);
-        }
-        return take().text;
-    }
-
     // Modules.
 
     ModuleSyntax module() {
         ModuleSyntax result;
         result.position = peek().position;
-        result.name = expectWord(TokenKind::UpperWord, "a module name");
-        if (at("{")) {
-            throw SourceError(peek().position, "a module's object identifier is not supported");
-        }
+        result.name = moduleName();
         expect("DEFINITIONS");
         tagging();
         expect("::=");
@@ -128,6 +41,14 @@ private:
             result.assignments.push_back(assignment());
         }
         return result;
+    }
+
+    std::string moduleName() {
+        std::string name = expectWord(TokenKind::UpperWord, "a module name");
+        if (at("{")) {
+            throw SourceError(peek().position, "a module's object identifier is not supported");
+        }
+        return name;
     }
 
     // Only automatic tagging lets the order of the text decide the index of a CHOICE's
@@ -167,9 +88,11 @@ private:
                     expect("}");
                 }
             } while (accept(","));
-            expect("FROM");
+            if (!accept("FROM")) {
+                failExpected("\",\" or \"FROM\" in the IMPORTS, which end with \";\"");
+            }
             import.position = peek().position;
-            import.module = expectWord(TokenKind::UpperWord, "a module name");
+            import.module = moduleName();
             result.push_back(std::move(import));
         }
         return result;
@@ -178,11 +101,12 @@ private:
     AssignmentSyntax assignment() {
         AssignmentSyntax result;
         result.position = peek().position;
-        if (peek().kind == TokenKind::LowerWord) {
+        if (peek().kind == TokenKind::LowerWord && peek(1).text != "::=") {
             throw SourceError(peek().position,
                               "the value assignment of \"" + peek().text + "\" is not supported");
         }
-        result.name = expectWord(TokenKind::UpperWord, "a type name or \"END\"");
+        result.name = expectWord(TokenKind::UpperWord,
+                                 "a type name, which begins with a capital, or \"END\"");
         if (accept("{")) {
             do {
                 result.parameters.push_back(
@@ -211,7 +135,7 @@ private:
     }
 
     void bareType(TypeSyntax& result) {
-        if (peek().kind != TokenKind::UpperWord || contains(unknownNotation, peek().text)) {
+        if (!atKnownWord(TokenKind::UpperWord)) {
             failExpected("a type");
         }
         const std::string word = take().text;
@@ -237,7 +161,8 @@ private:
             expect("&");
             expect("Type");
             result.kind = SyntaxKind::OpenType;
-        } else if (contains(characterStrings, word)) {
+        } else if (std::find(characterStrings.begin(), characterStrings.end(), word) !=
+                   characterStrings.end()) {
             result.kind = SyntaxKind::CharacterString;
             result.name = word;
         } else {
@@ -315,23 +240,31 @@ private:
                 result.extensible = true;
             } else {
                 auto& list = result.extensible ? result.additions : result.root;
-                list.push_back(component(result.kind == SyntaxKind::Sequence));
+                list.push_back(component(result.kind));
             }
         } while (accept(","));
-        expect("}");
+        endOfList();
     }
 
-    ComponentSyntax component(bool mayBeOptional) {
+    void endOfList() {
+        if (!accept("}")) {
+            failExpected("\",\" or \"}\"");
+        }
+    }
+
+    ComponentSyntax component(SyntaxKind owner) {
         ComponentSyntax result;
         if (at("[[")) {
             throw SourceError(peek().position, "an extension addition group is not supported");
         }
         result.position = peek().position;
-        result.name = expectWord(TokenKind::LowerWord, "a component name, \"...\" or \"}\"");
+        result.name = expectWord(TokenKind::LowerWord,
+                                 "a component name, which begins with a small letter, or \"...\"");
         result.type = type();
-        if (mayBeOptional) {
-            result.optional = accept("OPTIONAL");
+        if (owner == SyntaxKind::Choice && at("OPTIONAL")) {
+            throw SourceError(peek().position, "an alternative of a CHOICE cannot be OPTIONAL");
         }
+        result.optional = accept("OPTIONAL");
         return result;
     }
 
@@ -356,7 +289,7 @@ private:
             }
             (result.extensible ? result.addedItems : result.items).push_back(std::move(item));
         } while (accept(","));
-        expect("}");
+        endOfList();
     }
 
     // Constraints.
@@ -373,6 +306,11 @@ private:
         }
         if (accept(",")) {
             expect("...");
+            if (at(",")) {
+                throw SourceError(peek().position,
+                                  "values behind the extension marker of a constraint are not "
+                                  "supported");
+            }
             extend(inside, position);
         }
         expect(")");
@@ -472,6 +410,11 @@ private:
 
     int64_t number(const std::string& what) {
         const bool negative = accept("-");
+        if (peek().kind == TokenKind::LowerWord) {
+            throw SourceError(peek().position,
+                              "a reference to a value is not supported: write the number that \"" +
+                                  peek().text + "\" stands for");
+        }
         if (peek().kind != TokenKind::Number) {
             failExpected(what);
         }
@@ -485,9 +428,6 @@ private:
         }
         return negative ? -result : result;
     }
-
-    std::vector<Token> tokens;
-    size_t cursor = 0;
 };
 
 } // namespace

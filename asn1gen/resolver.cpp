@@ -97,7 +97,11 @@ private:
         }
         for (const ImportSyntax& import : syntax.imports) {
             for (const std::string& name : import.names) {
-                state.imports.emplace(name, &import);
+                if (state.assignments.count(name) != 0 ||
+                    !state.imports.emplace(name, &import).second) {
+                    throw SourceError(import.position,
+                                      name + " is imported here and imported or defined elsewhere");
+                }
             }
         }
     }
@@ -124,6 +128,12 @@ private:
         }
         for (const ImportSyntax& import : state.syntax->imports) {
             module->imports.push_back(visit(import.module, import.position));
+            for (const std::string& type : import.names) {
+                if (states.at(import.module).assignments.count(type) == 0) {
+                    throw SourceError(import.position,
+                                      "module " + import.module + " does not define " + type);
+                }
+            }
         }
         state.module = module.get();
         model.modules.push_back(std::move(module));
@@ -149,12 +159,7 @@ private:
                                             module.syntax->name + " and not imported");
         }
         ModuleState& source = states.at(import->second->module);
-        const auto imported = source.assignments.find(name);
-        if (imported == source.assignments.end()) {
-            throw SourceError(import->second->position,
-                              "module " + import->second->module + " does not define " + name);
-        }
-        return {&source, imported->second};
+        return {&source, source.assignments.at(name)};
     }
 
     /// The type of an assignment, made when it is asked for the first time.

@@ -103,7 +103,21 @@ constexpr Refusal refusals[] = {
      "test.asn:3: error: A contains itself by its parameters, without end"},
     {"A ::= B\nB ::= A", "test.asn:3: error: A is defined by nothing but itself"},
     {"A ::= B (1..2)\nB ::= A", "test.asn:3: error: a constraint on the reference to B"},
-    {"A ::= SEQUENCE { a NULL", "test.asn:4: error: expected \"}\", found \"END\""},
+    {"A ::= SEQUENCE { a NULL", "test.asn:4: error: expected \",\" or \"}\", found \"END\""},
+    {"A ::= SEQUENCE {\n a NULL\n b NULL }",
+     "test.asn:5: error: expected \",\" or \"}\", found \"b\""},
+    {"A ::= CHOICE { a NULL OPTIONAL }",
+     "test.asn:3: error: an alternative of a CHOICE cannot be OPTIONAL"},
+    {"A ::= INTEGER (0..most)",
+     "test.asn:3: error: a reference to a value is not supported: write the number that \"most\""},
+    {"A ::= INTEGER (0..5, ..., 6..9)",
+     "test.asn:3: error: values behind the extension marker of a constraint are not supported"},
+    {"report ::= SEQUENCE { }",
+     "test.asn:3: error: expected a type name, which begins with a capital, or \"END\", found "
+     "\"report\""},
+    {"A ::= IA5String (FROM (\xE2\x80\x9C"
+     "0\xE2\x80\x9D))",
+     "test.asn:3: error: unexpected octet 0xe2, which is not ASCII; expected an ASN.1 name"},
     {"A ::= SEQUENCE { a NULL, a NULL }", "test.asn:3: error: a is defined twice"},
     {"A ::= NULL\nA ::= NULL", "test.asn:4: error: A is defined twice"},
     {"a INTEGER ::= 3", "test.asn:3: error: the value assignment of \"a\" is not supported"},
@@ -138,10 +152,18 @@ TEST(Imports, MustExistAndNotGoInCircles) {
     const std::string head = "DEFINITIONS AUTOMATIC TAGS ::=\nBEGIN IMPORTS ";
     EXPECT_EQ(errorOf("M " + head + "T FROM N; END"),
               "test.asn:2: error: module N is not among the files given");
-    EXPECT_EQ(errorOf("M " + head +
-                      "T FROM N;\nA ::= T END N DEFINITIONS AUTOMATIC TAGS ::= BEGIN "
-                      "U ::= BOOLEAN END"),
+    EXPECT_EQ(errorOf("M " + head + "T FROM N { 1 2 }; END"),
+              "test.asn:2: error: a module's object identifier is not supported");
+    EXPECT_EQ(errorOf("M " + head + "T FROM N\nA ::= T END"),
+              "test.asn:3: error: expected \",\" or \"FROM\" in the IMPORTS, which end with \";\", "
+              "found \"::=\"");
+    const std::string other = " END N DEFINITIONS AUTOMATIC TAGS ::= BEGIN U ::= BOOLEAN END";
+    EXPECT_EQ(errorOf("M " + head + "T FROM N;" + other),
               "test.asn:2: error: module N does not define T");
+    for (const char* twice : {"U FROM N U FROM N;", "U FROM N;\nU ::= NULL"}) {
+        EXPECT_EQ(errorOf("M " + head + twice + other),
+                  "test.asn:2: error: U is imported here and imported or defined elsewhere");
+    }
     EXPECT_EQ(errorOf("M " + head + "T FROM N;\nA ::= T END\nN " + head + "A FROM M; T ::= A END"),
               "test.asn:5: error: module M imports from itself in a circle");
 }
