@@ -1,5 +1,6 @@
 #include "asn1gen/codec_limits.h"
 
+#include <bit>
 #include <limits>
 
 #include "asn1gen/emitter.h"
@@ -45,7 +46,14 @@ bool codesCharacter(const Type& type, char character) {
     return octet < holeBegin || octet >= holeEnd;
 }
 
+// The runtime gives the index of a character one bit more than X.691 when the characters are a
+// power of two. Where both sums round up to the same one, nobody sees it.
 void checkAlphabet(const Type& type) {
+    const size_t characters = type.alphabet->size();
+    if (characters <= 16 && std::has_single_bit(characters) && characters != 8) {
+        fail(type, "permits " + std::to_string(characters) +
+                       " characters, which the runtime does not code as X.691 does");
+    }
     for (const char character : *type.alphabet) {
         if (!codesCharacter(type, character)) {
             fail(type, "permits " + quote({character}) + ", which the runtime's " +

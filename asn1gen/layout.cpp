@@ -99,7 +99,7 @@ public:
         case Kind::Integer:
             return ofInteger(definition);
         case Kind::Enumerated:
-            return (definition.extensible ? 1 : 0) + wholeNumberBits(*definition.values);
+            return ofEnumerated(definition);
         case Kind::OctetString:
             return stringBits(definition, 8);
         case Kind::BitString:
@@ -117,6 +117,12 @@ public:
     }
 
 private:
+    static int64_t ofEnumerated(const Type& type) {
+        constexpr int64_t addition = 7; // a small number
+        const int64_t item = wholeNumberBits(*type.values);
+        return type.extensible ? 1 + std::min(item, addition) : item;
+    }
+
     static int64_t ofInteger(const Type& type) {
         if (!type.values) {
             return 8;

@@ -74,12 +74,6 @@ void skipInteger(SkipCode& code, const Type& type) {
     }
 }
 
-bool isKnownMultiplier(const Type& type) {
-    static const std::vector<std::string> names = {"IA5String", "NumericString", "PrintableString",
-                                                   "VisibleString"};
-    return std::find(names.begin(), names.end(), type.stringName) != names.end();
-}
-
 // Bits of an item: in the aligned variant a power of two.
 int64_t itemBits(const Type& type) {
     constexpr int64_t bmpBits = 16;
@@ -200,8 +194,7 @@ std::string SizedItems::unit() const {
 }
 
 std::optional<SizedItems> sizedItems(const Type& type) {
-    if (!type.size || type.size->upper > greatestBoundedLength ||
-        (type.kind == Kind::CharacterString && !isKnownMultiplier(type))) {
+    if (!type.size || type.size->upper > greatestBoundedLength) {
         return std::nullopt;
     }
     constexpr int64_t shortString = 16;

@@ -141,11 +141,13 @@ void describeSimple(const TypeSyntax& syntax, Type& type) {
     if (type.values && type.values->lower == Range::least) {
         type.values.reset(); // coded as without bounds (X.691 12.2.4)
     }
-    type.size = syntax.constraints.size;
-    if (syntax.constraints.alphabet) {
-        type.alphabet = effectiveAlphabet(syntax);
-    }
     type.stringName = syntax.name;
+    if (syntax.name != "GeneralString") { // whose constraints PER does not see (X.691 10.3.11)
+        type.size = syntax.constraints.size;
+        if (syntax.constraints.alphabet) {
+            type.alphabet = effectiveAlphabet(syntax);
+        }
+    }
     if (type.kind == Kind::Enumerated) {
         enumerate(type, syntax);
     }

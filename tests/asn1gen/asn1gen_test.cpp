@@ -115,6 +115,8 @@ constexpr Refusal refusals[] = {
     {"report ::= SEQUENCE { }",
      "test.asn:3: error: expected a type name, which begins with a capital, or \"END\", found "
      "\"report\""},
+    {"A ::= IA5String (FROM (\"0123\"))",
+     "test.asn:3: error: XA permits 4 characters, which the runtime does not code as X.691 does"},
     {"A ::= IA5String (FROM (\xE2\x80\x9C"
      "0\xE2\x80\x9D))",
      "test.asn:3: error: unexpected octet 0xe2, which is not ASCII; expected an ASN.1 name"},
@@ -210,6 +212,13 @@ TEST(Layout, LeastBitsOfATypeAreALowerBound) {
                                          "}"));
     // Marker 1, presence 1, b 3, c 1 + 16, e 2 + 0, f 1 + 2.
     EXPECT_EQ(minimalBits(*model.modules.back()->types.back()), 27);
+    // An addition takes 1 + 7 where an item of the root takes 1 + 8.
+    std::string items;
+    for (int i = 0; i < 150; ++i) {
+        items += "i" + std::to_string(i) + ", ";
+    }
+    const Model many = modelOf(moduleOf("A ::= ENUMERATED { " + items + "... }"));
+    EXPECT_EQ(minimalBits(*many.modules.back()->types.back()), 8);
 }
 
 TEST(MemoryBound, IsSetByTheRecordThatTakesTheFewestBits) {

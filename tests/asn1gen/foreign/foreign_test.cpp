@@ -115,6 +115,7 @@ TEST(ForeignModule, CodesAsAnIndependentEncoderDoes) {
         {"ForeignCode", "14142030", with(asn1PE_ForeignCode, "A\\B\"C")},
         {"ForeignDigits", "480123456789", with(asn1PE_ForeignDigits, "0123456789")},
         {"ForeignName", "067820287929", with(asn1PE_ForeignName, "x (y)")},
+        {"ForeignLabel", "026162", with(asn1PE_ForeignLabel, "ab")},
         {"ForeignReading", "30ffffffff00b0",
          with<const ForeignReading*>(asn1PE_ForeignReading, &small)},
         {"ForeignReading", "e0012fd150c0c3c7cbcfd3d7dbdfe00b800140030041620500020064c8",
