@@ -83,17 +83,10 @@ private:
                 type.bounded && !outside ? offsetText(type.lower, number) : signedText(number);
             return;
         }
-        if (type.lower < 0) {
-            int32_t number = 0;
-            reading.check(pd_ConsInteger(reading.ctx, &number, static_cast<int32_t>(type.lower),
-                                         static_cast<int32_t>(type.upper)));
-            node.value = std::to_string(number);
-            return;
-        }
-        uint32_t number = 0;
-        reading.check(pd_ConsUnsigned(reading.ctx, &number, static_cast<uint32_t>(type.lower),
-                                      static_cast<uint32_t>(type.upper)));
-        node.value = std::to_string(number);
+        uint32_t above = 0;
+        reading.check(pd_ConsUnsigned(reading.ctx, &above, 0,
+                                      static_cast<uint32_t>(type.upper - type.lower)));
+        node.value = std::to_string(type.lower + above);
     }
 
     void enumerated(const MessageType& type, Node& node) {
@@ -143,6 +136,13 @@ private:
         }
         SizeConstraint range{};
         reading.addSize(type, range);
+        if (pd_totalLength(reading.ctx, 8) == 0) {
+            // The runtime aligns before no characters too, which X.691 does not, and for which the
+            // octets may have no room.
+            uint32_t none = 0;
+            reading.check(pd_Length(reading.ctx, &none));
+            return;
+        }
         if (type.kind == TypeKind::BmpString) {
             BMPStringValue characters{};
             reading.check(pd_BMPString(reading.ctx, &characters, nullptr));

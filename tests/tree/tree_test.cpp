@@ -216,6 +216,19 @@ private:
     size_t cursor = 0;
 };
 
+// A text without characters takes its length alone, also where nothing follows and between octets.
+TEST(Values, OfTextsMayBeEmpty) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"H225Content", "0800"}, {"H245DialingInformation", "2000010000200004"}};
+    for (const auto& [type, hex] : cases) {
+        const std::vector<uint8_t> octets = cli::fromHex(hex);
+        const DecodedMessage message = decode(type, octets);
+        EXPECT_EQ(message.status, PER_OK) << message.failedPath;
+        EXPECT_EQ(message.octetsRead, octets.size());
+        EXPECT_EQ(message.oddities, 0U) << tree::treeText(message.root);
+    }
+}
+
 TEST(Values, AreThoseThatTheEncoderWasGiven) {
     for (const cli::VectorLine& line : readVectors("values.txt")) {
         // The one type that today's versions code in another way.
