@@ -33,7 +33,7 @@ struct Arguments {
 
 std::string readFile(const std::string& name) {
     std::ifstream file(name, std::ios::binary);
-    if (!file) {
+    if (!file || std::filesystem::is_directory(name)) {
         throw std::runtime_error(name + ": error: cannot be read");
     }
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};

@@ -131,6 +131,10 @@ private:
         while (at("(")) {
             constraint(*result);
         }
+        if (at("SIZE") || at("FROM")) {
+            throw SourceError(peek().position, peek().text + " stands between parentheses: (" +
+                                                   peek().text + " (...))");
+        }
         return result;
     }
 
@@ -209,7 +213,7 @@ private:
         }
         result.kind = SyntaxKind::List;
         result.setOf = word == "SET";
-        if (at("(")) {
+        if (at("(") && peek(1).kind == TokenKind::UpperWord) {
             constraint(result);
         } else if (at("SIZE")) {
             result.constraints.size = size();
@@ -369,6 +373,10 @@ private:
             failExpected("a string of the permitted characters");
         }
         const std::string characters = take().text;
+        if (at("..")) {
+            throw SourceError(peek().position,
+                              "a range of characters is not supported: list all of them");
+        }
         expect(")");
         return characters;
     }

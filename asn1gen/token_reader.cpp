@@ -39,9 +39,14 @@ constexpr std::string_view unknownNotation[] = {
     "ENCODED",
 };
 
-bool isUnknown(const std::string& word) {
-    return std::find(std::begin(unknownNotation), std::end(unknownNotation), word) !=
-           std::end(unknownNotation);
+// Words that begin with a capital and name neither a type nor a module (X.680 11.27).
+constexpr std::string_view keywords[] = {
+    "ABSENT", "AUTOMATIC", "BEGIN",    "BY",      "DEFINITIONS", "END",  "EXPORTS",
+    "FALSE",  "FROM",      "IMPLICIT", "IMPORTS", "EXPLICIT",    "MAX",  "MIN",
+    "OF",     "OPTIONAL",  "PRESENT",  "SIZE",    "TAGS",        "TRUE", "WITH"};
+
+template <size_t N> bool isOneOf(const std::string_view (&words)[N], const std::string& word) {
+    return std::find(std::begin(words), std::end(words), word) != std::end(words);
 }
 
 } // namespace
@@ -71,7 +76,8 @@ bool TokenReader::accept(std::string_view text) {
 }
 
 bool TokenReader::atKnownWord(TokenKind kind) const {
-    return peek().kind == kind && !isUnknown(peek().text);
+    return peek().kind == kind && !isOneOf(unknownNotation, peek().text) &&
+           !isOneOf(keywords, peek().text);
 }
 
 void TokenReader::expect(std::string_view text) {
@@ -89,7 +95,7 @@ std::string TokenReader::expectWord(TokenKind kind, const std::string& what) {
 
 void TokenReader::failExpected(const std::string& expected) const {
     const Token& token = peek();
-    if (token.kind == TokenKind::UpperWord && isUnknown(token.text)) {
+    if (token.kind == TokenKind::UpperWord && isOneOf(unknownNotation, token.text)) {
         throw SourceError(token.position, token.text + " is not supported");
     }
     throw SourceError(token.position, "expected " + expected + ", found " + describe(token));

@@ -22,7 +22,8 @@ public:
     bool at(std::string_view text) const;
     bool accept(std::string_view text);
 
-    /// Whether the next token is a word of this kind that is no notation unknown to the generator.
+    /// Whether the next token is a word of this kind that is neither a keyword without meaning of
+    /// its own nor notation unknown to the generator.
     bool atKnownWord(TokenKind kind) const;
 
     /// Throw SourceError, which names unknown notation as such, when something else is next.
