@@ -3,16 +3,17 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime development)
+set(library libh323nat${PROJECT_VERSION_MAJOR})
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "H.323 address translation for NAT gateways (module)
- A module that a program doing IPv4 NAT loads to translate the addresses in
- H.323 signalling: H.225.0 call signalling, fast start, H.245 and RAS.")
+A module that a program doing IPv4 NAT loads to translate the addresses in
+H.323 signalling: H.225.0 call signalling, fast start, H.245 and RAS.")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "H.323 address translation for NAT gateways (development)
- The header and the CMake package that programs are built with that load the
- module libh323nat0.")
+The header and the CMake package that programs are built with that load the
+module ${library}.")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "H.323 address translation for NAT gateways (tools)
- The command-line tool h323nat, which decodes messages, replays captures
- through the module libh323nat0, and runs the gateway that carries the calls
- of private hosts through a Linux router.")
+The command-line tool h323nat, which decodes messages, replays captures
+through the module ${library}, and runs the gateway that carries the calls
+of private hosts through a Linux router.")
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
@@ -22,15 +23,15 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
 
 set(control "${PROJECT_SOURCE_DIR}/packaging/debian")
-set(same "libh323nat0 (= ${PROJECT_VERSION})")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libh323nat0)
+set(same "${library} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${library})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${control}/triggers")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libh323nat-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${same}")
-set(documented libh323nat0:runtime libh323nat-dev:development)
+set(documented ${library}:runtime libh323nat-dev:development)
 if(H323NAT_TOOLS)
   list(APPEND CPACK_COMPONENTS_ALL tools)
   list(APPEND documented h323nat:tools)
@@ -46,6 +47,9 @@ endif()
 # What every package has to say of itself.
 find_program(H323NAT_GZIP gzip REQUIRED)
 set(changelog "${PROJECT_BINARY_DIR}/changelog")
+set(ENV{SOURCE_DATE_EPOCH} ${epoch}) # the time that string() tells
+string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+unset(ENV{SOURCE_DATE_EPOCH})
 configure_file("${control}/changelog" "${changelog}" @ONLY)
 execute_process(COMMAND "${H323NAT_GZIP}" --best --no-name --keep --force "${changelog}"
   COMMAND_ERROR_IS_FATAL ANY)
@@ -53,7 +57,7 @@ foreach(package IN LISTS documented)
   string(REPLACE ":" ";" package "${package}")
   list(GET package 0 name)
   list(GET package 1 component)
-  install(FILES "${changelog}.gz" "${control}/copyright"
+  install(FILES "${changelog}.gz" "${control}/copyright" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${name}" COMPONENT "${component}")
 endforeach()
 

@@ -12,7 +12,6 @@ set(CPACK_PACKAGE_VENDOR "h323nat maintainers")
 set(CPACK_PACKAGE_CONTACT "h323nat maintainers <maintainers@h323nat.invalid>")
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_STRIP_FILES ON)
-include("${kind}")
 
 # Files in a package bear the time of the commit, and so does the archive around them: the same commit
 # gives the same octets whenever it is packed.
@@ -25,4 +24,5 @@ if(GIT_FOUND)
 endif()
 set(CPACK_PROJECT_CONFIG_FILE "${PROJECT_BINARY_DIR}/package-time.cmake")
 file(WRITE "${CPACK_PROJECT_CONFIG_FILE}" "set(ENV{SOURCE_DATE_EPOCH} ${epoch})\n")
+include("${kind}")
 include(CPack)

@@ -39,7 +39,7 @@
  * WHAT MAY CHANGE
  *
  *   A host works with every module whose binary interface has the number that it was built for,
- *   the last of libh323nat.so.0: names, arguments, numbers and layouts stay. Added may be
+ *   the first of the version: names, arguments, numbers and layouts stay. Added may be
  *   functions, members at the end of the records that an observer is shown, and numbers and bits in
  *   them, which a host passes over when it does not know them.
  *

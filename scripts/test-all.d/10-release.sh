@@ -5,7 +5,7 @@ cd "$(dirname "$0")/../.."
 
 cmake --preset release --log-level=WARNING
 cmake --build --preset release -j "$(nproc)"
-scripts/hardening.sh build/release/bin/h323nat build/release/lib/libh323nat.so.0
+scripts/hardening.sh build/release/bin/h323nat build/release/lib/libh323nat.so
 ctest --preset release -j "$(nproc)" --progress
 rm -rf build/release/packages
 (cd build/release && cpack >/dev/null)

@@ -8,12 +8,12 @@
 set -eu
 
 folder=$(realpath "$1")
-sample=$(realpath "$(dirname "$0")/../../samples/minimal_host")
+sample=usr/share/doc/libh323nat-dev/examples/minimal_host
 work="${3-}"
 
 # What a user finds below $1: the module, what host programs are built with, the tool.
 check_content() {
-    for file in lib/libh323nat.so.0 lib/libh323nat.so include/h323nat/h323nat.h include/h323nat/host/h323nat.h \
+    for file in lib/libh323nat.so include/h323nat/h323nat.h include/h323nat/host/h323nat.h \
         lib/cmake/h323nat/h323nat-config.cmake lib/cmake/h323nat/h323nat-config-version.cmake \
         bin/h323nat share/bash-completion/completions/h323nat share/doc/h323nat/security.md; do
         [ -e "$1/usr/$file" ] || { echo "the packages have no /usr/$file" >&2; exit 1; }
@@ -22,7 +22,7 @@ check_content() {
 
 # Runs $1, a command prefix, to build the sample against the package below $2, and to run it.
 build_host() {
-    $1 cmake -S "$sample" -B "$work/build" -Dh323nat_DIR="$2/usr/lib/cmake/h323nat" >/dev/null
+    $1 cmake -S "$2/$sample" -B "$work/build" -Dh323nat_DIR="$2/usr/lib/cmake/h323nat" >/dev/null
     $1 cmake --build "$work/build" >/dev/null
     $1 "$work/build/minimal_host"
     $1 rm -r "$work/build"
@@ -52,7 +52,8 @@ install_and_remove() {
     $inside h323nat --version >/dev/null
     $inside h323nat gateway --config /etc/h323nat.conf --inside a --outside b --check >/dev/null
     ! command -v systemctl >/dev/null || $inside systemctl --quiet enable h323nat-gateway
-    $inside dpkg --purge h323nat libh323nat-dev libh323nat0
+    # shellcheck disable=SC2046 # a list of words
+    $inside dpkg --purge $(for file in "$folder"/*.deb; do dpkg-deb --field "$file" Package; done)
 
     # Nothing stays but the package manager's own records.
     left=$(cd "$work/changes" && find . ! -type d |

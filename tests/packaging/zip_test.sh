@@ -22,10 +22,9 @@ case "$zip" in
     ;;
 esac
 scripts/wine.sh "$root/bin/h323nat.exe" --version >/dev/null
-cmake -S samples/minimal_host -B "$work/build" -G Ninja -Dh323nat_DIR="$root/lib/cmake/h323nat" \
+cmake -S "$root/samples/minimal_host" -B "$work/build" -G Ninja -Dh323nat_DIR="$root/lib/cmake/h323nat" \
     --toolchain "$PWD/cmake/toolchains/$preset.cmake" >/dev/null
 cmake --build "$work/build" >/dev/null
-cp "$root/bin/h323nat.dll" "$work/build"
 scripts/wine.sh "$work/build/minimal_host.exe" >/dev/null
 scripts/wine.sh "$work/build/loading_host.exe" "$root/bin/h323nat.dll" >/dev/null
 echo "$zip: complete, and serves a host program"
