@@ -6,8 +6,6 @@
 namespace gateway {
 namespace {
 
-constexpr size_t tpktHeader = 4;
-constexpr uint8_t tpktVersion = 3;
 constexpr size_t longestJoint = 65000; // octets of payload in one packet, headers left room for
 
 int32_t distance(uint32_t from, uint32_t to) {
@@ -33,7 +31,17 @@ bool covers(const std::vector<HeldSegment>& held, uint32_t first, uint32_t end) 
     return distance(end, first) >= 0;
 }
 
+size_t tpktLength(std::span<const uint8_t> header) {
+    return static_cast<size_t>(header[2]) << 8 | header[3];
+}
+
 } // namespace
+
+bool mayBeTpkt(std::span<const uint8_t> octets) {
+    constexpr uint8_t version = 3;
+    return (octets.empty() || octets[0] == version) && (octets.size() < 2 || octets[1] == 0) &&
+           (octets.size() < tpktHeader || tpktLength(octets) > tpktHeader);
+}
 
 // Cuts further octets, which begin at sequence number `position`, into messages.
 SegmentHold::Cut SegmentHold::cut(Framing& framing, uint32_t position,
@@ -56,9 +64,7 @@ SegmentHold::Cut SegmentHold::cut(Framing& framing, uint32_t position,
         const size_t taken = std::min(tpktHeader - begun, octets.size());
         std::copy_n(octets.begin(), taken, framing.header + begun);
         const size_t known = begun + taken;
-        const size_t length = static_cast<size_t>(framing.header[2]) << 8 | framing.header[3];
-        if (framing.header[0] != tpktVersion || (known > 1 && framing.header[1] != 0) ||
-            (known == tpktHeader && length <= tpktHeader)) {
+        if (!mayBeTpkt(std::span(framing.header).first(known))) {
             return Cut::Broken;
         }
         framing.headerOctets = known;
@@ -66,8 +72,8 @@ SegmentHold::Cut SegmentHold::cut(Framing& framing, uint32_t position,
             return Cut::HeaderOnly;
         }
         framing.headerOctets = 0;
-        framing.messageEnd =
-            position - static_cast<uint32_t>(begun) + static_cast<uint32_t>(length);
+        framing.messageEnd = position - static_cast<uint32_t>(begun) +
+                             static_cast<uint32_t>(tpktLength(framing.header));
         if (taken == octets.size()) {
             return Cut::HeaderOnly;
         }

@@ -13,6 +13,12 @@
 
 namespace gateway {
 
+constexpr size_t tpktHeader = 4; // octets
+
+// Whether octets begin as a TPKT packet with content does (RFC 1006), as far as there are any:
+// version 3, reserved 0, length.
+bool mayBeTpkt(std::span<const uint8_t> octets);
+
 // Milliseconds of the traffic's own clock.
 using Milliseconds = int64_t;
 

@@ -20,6 +20,8 @@ public:
     // The record of a flow by its inside view; null when all are in use.
     HostMappingRecord* obtain(const FlowId& insideView, LiveSeconds now);
 
+    [[nodiscard]] bool has(const FlowId& insideView) const { return byFlow_.contains(insideView); }
+
     // Ends the records of flows for which `isOpen` is false and which nobody asked about lately.
     void sweep(const std::function<bool(const FlowId&)>& isOpen, LiveSeconds now);
 

@@ -2,25 +2,38 @@
 
 namespace gateway {
 
-KnownConnection* KnownConnections::find(const FlowId& insideView) {
+KnownConnections::Ages& KnownConnections::agesOf(const KnownConnection& connection) {
+    return connection.acquaintance == Acquaintance::Answered ||
+                   connection.acquaintance == Acquaintance::Begun
+               ? unspoken_
+               : spoken_;
+}
+
+const KnownConnection* KnownConnections::find(const FlowId& insideView) {
     const auto found = entries_.find(insideView);
     if (found == entries_.end()) {
         return nullptr;
     }
-    ages_.splice(ages_.end(), ages_, found->second.age);
+    Ages& ages = agesOf(found->second.connection);
+    ages.splice(ages.end(), ages, found->second.age);
     return &found->second.connection;
 }
 
 void KnownConnections::set(const FlowId& insideView, const KnownConnection& connection) {
-    if (KnownConnection* const known = find(insideView)) {
-        *known = connection;
-        return;
+    forget(insideView);
+    Ages& ages = agesOf(connection);
+    if (ages.size() >= capacity) {
+        forget(FlowId(ages.front()));
     }
-    if (entries_.size() >= capacity) {
-        entries_.erase(ages_.front());
-        ages_.pop_front();
+    entries_.emplace(insideView, Entry{connection, ages.insert(ages.end(), insideView)});
+}
+
+void KnownConnections::forget(const FlowId& insideView) {
+    const auto found = entries_.find(insideView);
+    if (found != entries_.end()) {
+        agesOf(found->second.connection).erase(found->second.age);
+        entries_.erase(found);
     }
-    entries_.emplace(insideView, Entry{connection, ages_.insert(ages_.end(), insideView)});
 }
 
 } // namespace gateway

@@ -2,6 +2,7 @@
 
 #include "gateway/endpoint.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <unordered_map>
@@ -11,6 +12,7 @@ namespace gateway {
 // How far the module knows a TCP connection of a private host.
 enum class Acquaintance : uint8_t {
     Answered,   // a private host has accepted it, nothing was said yet: the module was not told
+    Begun,      // the module saw a private host begin it, nothing was said yet
     Introduced, // the module saw its beginning
     Unknown,    // first seen in its middle
 };
@@ -28,23 +30,30 @@ struct KnownConnection {
 
 // The connections that were seen lately, by their inside view; those longest unseen are forgotten.
 // Anybody may open connections to a private host that accepts calls, so one that has not spoken
-// costs no more than a line here.
+// costs no more than a line here, and pushes out no other than such a one.
 class KnownConnections {
 public:
-    static constexpr size_t capacity = 16384;
+    static constexpr size_t capacity = 16384; // of those that have spoken, and of the others
 
     // The connection, which counts as seen now; null when it is not known.
-    KnownConnection* find(const FlowId& insideView);
+    const KnownConnection* find(const FlowId& insideView);
 
     void set(const FlowId& insideView, const KnownConnection& connection);
 
 private:
+    using Ages = std::list<FlowId>; // longest unseen first
+
     struct Entry {
         KnownConnection connection;
-        std::list<FlowId>::iterator age;
+        Ages::iterator age;
     };
+
+    Ages& agesOf(const KnownConnection& connection);
+    void forget(const FlowId& insideView);
+
     std::unordered_map<FlowId, Entry, FlowIdHash> entries_;
-    std::list<FlowId> ages_; // longest unseen first
+    Ages spoken_;
+    Ages unspoken_;
 };
 
 } // namespace gateway

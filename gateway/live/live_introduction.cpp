@@ -50,7 +50,7 @@ bool LiveGateway::introduce(const Parcel& parcel) {
                            ? KnownConnection{Acquaintance::Answered,
                                              {sequenceNumber(parcel.packet, parcel.layout) + 1,
                                               acknowledgementNumber(parcel.packet, parcel.layout)}}
-                           : KnownConnection{Acquaintance::Introduced, {}});
+                           : KnownConnection{Acquaintance::Begun, {}});
         }
         return (parcel.side == Side::Inside) != answer;
     }
@@ -64,8 +64,14 @@ bool LiveGateway::introduce(const Parcel& parcel) {
         }
         insideView = {Protocol::Tcp, *listener, source};
     }
-    KnownConnection* const known = known_.find(insideView);
-    if (known != nullptr && known->acquaintance == Acquaintance::Introduced) {
+    const KnownConnection* const known = known_.find(insideView);
+    // What is forgotten here has a record as long as it is open: it was told of, and is not anew.
+    if (known == nullptr ? records_.has(insideView)
+                         : known->acquaintance == Acquaintance::Introduced) {
+        return true;
+    }
+    if (known != nullptr && known->acquaintance == Acquaintance::Begun) {
+        known_.set(insideView, {Acquaintance::Introduced, {}});
         return true;
     }
     if (known == nullptr && parcel.side == Side::Outside) {
@@ -87,7 +93,7 @@ bool LiveGateway::introduce(const Parcel& parcel) {
         return adopt(parcel, insideView, *publicEndpoint, accepted);
     }
     const FirstSequences first = known->first;
-    known->acquaintance = Acquaintance::Introduced;
+    known_.set(insideView, {Acquaintance::Introduced, {}});
     showBeginning(insideView, first, *publicEndpoint, true);
     return true;
 }
@@ -118,7 +124,8 @@ void LiveGateway::showBeginning(const FlowId& insideView, const FirstSequences& 
 bool LiveGateway::adopt(const Parcel& parcel, const FlowId& insideView,
                         const Endpoint& publicEndpoint, bool accepted) {
     const bool sent = parcel.side == Side::Inside;
-    if (!beginsTpkt(payloadOf(parcel.packet, parcel.layout))) {
+    const auto payload = payloadOf(parcel.packet, parcel.layout);
+    if (payload.size() < tpktHeader || !mayBeTpkt(payload)) {
         if (known_.find(insideView) == nullptr) {
             known_.set(insideView, {});
             counters_.add(Cause::connectionsUnknown);

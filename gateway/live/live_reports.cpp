@@ -217,7 +217,7 @@ void LiveGateway::noteSetup(const Parcel& parcel) {
     constexpr uint8_t setup = 5;
     const auto payload = payloadOf(parcel.packet, parcel.layout);
     if (told_ || parcel.layout.protocol != Protocol::Tcp || payload.size() <= typeAt ||
-        !beginsTpkt(payload) || payload[4] != 8 || payload[5] != 2 || payload[typeAt] != setup) {
+        !mayBeTpkt(payload) || payload[4] != 8 || payload[5] != 2 || payload[typeAt] != setup) {
         return;
     }
     const bool received = parcel.side == Side::Outside;

@@ -140,6 +140,11 @@ class GatewayTest(unittest.TestCase):
         self.addCleanup(played.close)
         return played
 
+    def shown(self):
+        """Packets that the rules wanted shown to the gateway."""
+        counter = self.network.on_router("nft", "list", "counter", "ip", "h323nat", "shown")
+        return int(counter.split("packets ")[1].split()[0])
+
     def ruleset(self):
         return self.network.on_router("nft", "list", "ruleset")
 

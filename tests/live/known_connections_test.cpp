@@ -19,15 +19,24 @@ FlowId flowOf(uint32_t number) {
 // Anybody can knock at a private host that accepts calls: what is remembered of it has a bound.
 TEST(KnownConnections, ForgetsTheOnesLongestUnseen) {
     KnownConnections known;
+    const FlowId running = flowOf(2 * KnownConnections::capacity);
+    known.set(running, {Acquaintance::Answered, {}});
+    known.set(running, {Acquaintance::Introduced, {}});
     for (uint32_t number = 0; number < KnownConnections::capacity; ++number) {
         known.set(flowOf(number), {Acquaintance::Answered, {number, 1}});
     }
     ASSERT_NE(known.find(flowOf(0)), nullptr); // seen again
-    known.set(flowOf(KnownConnections::capacity), {Acquaintance::Introduced, {}});
+    known.set(flowOf(KnownConnections::capacity), {Acquaintance::Begun, {}});
     ASSERT_NE(known.find(flowOf(0)), nullptr);
     EXPECT_EQ(known.find(flowOf(0))->first.sent, 0U);
     EXPECT_EQ(known.find(flowOf(1)), nullptr);
     EXPECT_EQ(known.find(flowOf(2))->first.sent, 2U);
+    ASSERT_NE(known.find(running), nullptr); // it has spoken
+    for (uint32_t number = 1; number <= KnownConnections::capacity; ++number) {
+        known.set(flowOf(number), {Acquaintance::Unknown, {}});
+    }
+    EXPECT_EQ(known.find(running), nullptr);
+    EXPECT_NE(known.find(flowOf(0)), nullptr);
 }
 
 TEST(SavedState, ComesBackOrIsRefused) {

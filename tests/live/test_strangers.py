@@ -11,6 +11,8 @@ from network import GATEKEEPER, OUTSIDE, PRIVATE, PUBLIC, SECOND_PRIVATE
 from recorded_call import endpoint_bytes, patched
 
 SYN, ACK, RST = 0x02, 0x10, 0x04
+NOBODY = "203.0.113.250"
+MOST_KNOWN = 16500  # connections, and some more than the gateway remembers
 
 
 def checksum(octets):
@@ -20,14 +22,19 @@ def checksum(octets):
     return ~(total + (total >> 16)) & 0xFFFF
 
 
-def segment(source, destination, flags, sequence=1, acknowledged=0):
+def packet(source, destination, protocol, content):
+    return (struct.pack("!BBHHHBBH", 0x45, 0, 20 + len(content), 1, 0, 64, protocol, 0)
+            + socket.inet_aton(source[0]) + socket.inet_aton(destination[0]) + content)
+
+
+def segment(source, destination, flags, sequence=1, acknowledged=0, data=b""):
     """An IPv4 packet with a TCP segment; any source."""
     ends = socket.inet_aton(source[0]) + socket.inet_aton(destination[0])
-    header = struct.pack("!HHIIBBHHH", source[1], destination[1], sequence, acknowledged, 5 << 4,
-                         flags, 8192, 0, 0)
-    total = checksum(ends + struct.pack("!BBH", 0, 6, len(header)) + header)
-    header = header[:16] + struct.pack("!H", total) + header[18:]
-    return struct.pack("!BBHHHBBH", 0x45, 0, 20 + len(header), 1, 0, 64, 6, 0) + ends + header
+    content = struct.pack("!HHIIBBHHH", source[1], destination[1], sequence, acknowledged, 5 << 4,
+                          flags, 8192, 0, 0) + data
+    total = checksum(ends + struct.pack("!BBH", 0, 6, len(content)) + content)
+    content = content[:16] + struct.pack("!H", total) + content[18:]
+    return packet(source, destination, socket.IPPROTO_TCP, content)
 
 
 class StrangersTest(GatewayTest):
@@ -37,11 +44,15 @@ class StrangersTest(GatewayTest):
         for packet in packets:
             made.sendto(packet, (socket.inet_ntoa(packet[16:20]), 0))
 
-    def calls_still_work(self, gateway):
-        call = self.call(sample("fast-tun")).play(ends_call)
-        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
-        self.assertEqual(gateway.status()["calls"][0]["verdict"], "translated")
-        call.play().close()
+    def flood(self, gateway, side, packets):
+        """As fast as the gateway looks at them: its queue passes by what is too much."""
+        self.network.on_router("ip", "neigh", "replace", NOBODY, "lladdr", "02:00:00:00:00:01", "dev",
+                               "out0", "nud", "permanent")
+        before = gateway.counter("packets_sent")
+        for at in range(0, len(packets), 2000):
+            self.send_raw(side, packets[at : at + 2000])
+            sent = before + min(at + 2000, len(packets))
+            gateway.wait_for(lambda now: now["counters"]["packets_sent"] >= sent)
 
     def test_answers_to_nothing_and_half_open_connections(self):
         for scope in ("full", "listed"):
@@ -56,8 +67,7 @@ class StrangersTest(GatewayTest):
                                           for source in sources])
                 status = gateway.status()
                 self.assertEqual(status["counters"]["packets_received"], 0)
-                shown = self.network.on_router("nft", "list", "counter", "ip", "h323nat", "shown")
-                self.assertLess(int(shown.split("packets ")[1].split()[0]), 1200)
+                self.assertLess(self.shown(), 1200)
                 self.assertEqual((status["call_total"], status["mapping_total"]), (0, 0))
                 self.assertLess(gateway.log_text().count("event="), 10)
                 call = self.call(sample("in-h245")).play(ends_call)
@@ -90,7 +100,24 @@ class StrangersTest(GatewayTest):
         for part in (post, setup, setup):
             client.sendall(part)
             self.assertEqual(server.recv(4096), part)
+        # However many others the page opens meanwhile.
+        self.flood(gateway, "inside", [
+            segment((PRIVATE, 20000 + number), (NOBODY, 1720), flags, sequence, data=data)
+            for number in range(MOST_KNOWN)
+            for flags, sequence, data in ((SYN, 0, b""), (ACK, 1, post[:1]))])
+        client.sendall(setup)
+        self.assertEqual(server.recv(4096), setup)
         self.assertEqual(gateway.status()["mapping_total"], 0)
+
+    def test_a_call_that_was_silent_while_many_knocked(self):
+        gateway = self.start("--publish", PRIVATE)
+        call = self.call(sample("in-fast-tun")).play(ends_call)
+        self.flood(gateway, "inside", [segment((SECOND_PRIVATE, 20000 + number), (NOBODY, 1720), SYN)
+                                       for number in range(MOST_KNOWN)])
+        call.play()
+        gateway.wait_for(lambda now: now["ended_calls"])
+        self.assertEqual(gateway.status()["ended_calls"][0]["end"], "released")
+        self.assertEqual(gateway.counter("connections_adopted"), 0)
 
     def test_ports_that_no_message_may_open(self):
         low = (22, 53, 69, 111, 137, 161, 445, 500, 1900)
