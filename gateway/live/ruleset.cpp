@@ -153,6 +153,20 @@ std::string definitions() {
            "  counter shown { }\n";
 }
 
+// Anybody can write the peer's address into a datagram: it must come by the interface that leads to
+// the peer.
+std::string feedRule(const LiveConfig& config) {
+    return config.feedFrom.port == 0
+               ? ""
+               : "    ip saddr " + toText(config.feedTo.address) + " udp dport " +
+                     std::to_string(config.feedFrom.port) + " fib saddr . iif oif missing drop\n";
+}
+
+// No packet ever comes here: a rule that asks for counts makes the kernel count.
+std::string countingRule(const LiveConfig& config) {
+    return config.countPackets ? "    ct original packets 0 return\n" : "";
+}
+
 struct Chain {
     const char* name;
     const char* hook;
@@ -173,12 +187,10 @@ std::vector<Chain> chainsOf(const LiveConfig& config, uint32_t publicAddress) {
         {"classify", "type filter hook prerouting priority dstnat - 10; policy accept;",
          streamRule(config) + forEachInside(config, "iifname", "goto sent") + "    iifname \"" +
              config.outside + "\" goto received\n"}};
-    // No packet ever comes here: a rule that asks for counts makes the kernel count.
-    if (config.countPackets && !config.dryRun) {
-        chains.push_back({"counting", "", "    ct original packets 0 return\n"});
-    }
     if (!config.dryRun) {
         const std::vector<Chain> translating = {
+            {"counting", "", countingRule(config)},
+            {"feeding", "type filter hook input priority filter; policy accept;", feedRule(config)},
             {"hairpin_arriving", "", hairpinRules()},
             {"arriving", "type nat hook prerouting priority dstnat - 5; policy accept;",
              forwardRules(config, publicAddress)},

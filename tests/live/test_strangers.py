@@ -37,6 +37,11 @@ def segment(source, destination, flags, sequence=1, acknowledged=0, data=b""):
     return packet(source, destination, socket.IPPROTO_TCP, content)
 
 
+def datagram(source, destination, data):
+    return packet(source, destination, socket.IPPROTO_UDP,
+                  struct.pack("!HHHH", source[1], destination[1], 8 + len(data), 0) + data)
+
+
 class StrangersTest(GatewayTest):
     def send_raw(self, side, packets):
         made = self.network.raw(side)
@@ -118,6 +123,23 @@ class StrangersTest(GatewayTest):
         gateway.wait_for(lambda now: now["ended_calls"])
         self.assertEqual(gateway.status()["ended_calls"][0]["end"], "released")
         self.assertEqual(gateway.counter("connections_adopted"), 0)
+
+    def test_the_address_of_the_second_router(self):
+        """Mappings are heard from the network that leads to it alone."""
+        own, peer = "192.0.2.1", "192.0.2.2"
+        self.network.on_router("ip", "addr", "add", own + "/24", "dev", "in1")
+        self.network.on_router("sysctl", "-qw", "net.ipv4.conf.all.rp_filter=0")
+        gateway = self.start("--feed", f"{own}:1721, {peer}:1721")
+        told = (b"H3N\2" + struct.pack("!BBH", 2, 0, 20000) + endpoint_bytes((PRIVATE, 8080))
+                + bytes(4))
+        for side, router in (("inside", "10.0.0.1"), ("outside", PUBLIC)):
+            self.network.run_in(side, "ip", "route", "replace", own, "via", router)
+            self.send_raw(side, [datagram((peer, 1721), (own, 1721), told)])
+        time.sleep(0.3)
+        self.assertEqual(gateway.status()["mapping_total"], 0)
+        self.network.on_router("ip", "route", "replace", peer, "via", OUTSIDE)
+        self.send_raw("outside", [datagram((peer, 1721), (own, 1721), told)])
+        gateway.wait_for(lambda now: now["mapping_total"] == 1)
 
     def test_ports_that_no_message_may_open(self):
         low = (22, 53, 69, 111, 137, 161, 445, 500, 1900)
