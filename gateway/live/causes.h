@@ -35,7 +35,8 @@
     X(helperSeen, "helper_seen", "calls that the kernel's own H.323 helper works on as well")      \
     X(mappingsOpened, "mappings_opened", "mappings opened for media, RAS and H.245")               \
     X(mappingsReused, "mappings_reused", "requests answered with a mapping that was open already") \
-    X(mappingsAdopted, "mappings_adopted", "mappings taken over from a run that did not end well") \
+    X(mappingsAdopted, "mappings_adopted",                                                         \
+      "mappings taken over from an earlier run, or heard from the second router")                  \
     X(mappingsEnded, "mappings_ended", "mappings closed after their call or for silence")          \
     X(refusedPorts, "refused_ports", "mappings refused: no free port in the range")                \
     X(refusedHostLimit, "refused_host_limit", "mappings refused: the private host has too many")   \

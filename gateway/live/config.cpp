@@ -354,16 +354,25 @@ std::string checkConfig(const LiveConfig& config) {
     if (isInsideName(config, config.outside)) {
         return "'" + config.outside + "' is set as inside and as outside";
     }
-    const uint32_t own = config.publicAddress;
+    const auto isMapped = [&](uint16_t port) {
+        return port >= config.firstPort && port <= config.lastPort;
+    };
+    if (config.publishT120 && isMapped(dataPort)) {
+        return "publish-t120: port 1503 lies within 'ports'; choose a range without it";
+    }
     for (const PublishedHost& host : config.published) {
-        if (host.address == own || host.address == config.advertisedAddress) {
+        if (host.address == config.publicAddress || host.address == config.advertisedAddress) {
             return "publish: " + toText(host.address) +
                    " is the public address, not a private "
                    "host's";
         }
-        if (host.publicPort >= config.firstPort && host.publicPort <= config.lastPort) {
+        if (isMapped(host.publicPort)) {
             return "publish: port " + std::to_string(host.publicPort) + " of " +
                    toText(host.address) + " lies within 'ports'; choose one outside of them";
+        }
+        if (config.publishT120 && host.publicPort == dataPort) {
+            return "publish: port 1503 of " + toText(host.address) +
+                   " is that of publish-t120; choose another";
         }
     }
     if (config.publishT120 && config.firstPublished() == 0) {

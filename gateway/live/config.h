@@ -13,6 +13,8 @@
 
 namespace gateway {
 
+constexpr uint16_t dataPort = 1503; // T.120
+
 enum class LogFormat : uint8_t { Logfmt, Json };
 enum class QueueScope : uint8_t { H323, All };
 enum class TranslationScope : uint8_t { Full, Listed };

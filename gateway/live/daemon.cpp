@@ -134,7 +134,7 @@ private:
     void beginSweep(Clock::time_point now);
     void endSweep();
     void restoreTable();
-    void noteSaved(const std::string& failure);
+    void note(const SurveyThread::NotSaved& notSaved);
     [[nodiscard]] SurveyThread::Save saving() const;
     void tellWatchdog(Clock::time_point now);
     [[nodiscard]] std::chrono::milliseconds mayWait() const;
@@ -186,7 +186,7 @@ std::string Daemon::start(const SavedState& before) {
     step([&] { return links_.open(); });
     step([&] { return tableEvents_.open(config.table); });
     step([&] { return gateway_.start(before, started_); });
-    if (config.feedFrom.port != 0) {
+    if (config.feedFrom.port != 0 && !config.dryRun) {
         step([&] { return feed_.open(config.feedFrom, config.feedTo); });
     }
     if (failure.empty()) {
@@ -259,7 +259,7 @@ std::string Daemon::run() {
         if (waiting[Stop].revents != 0 && !handleSignals()) {
             notifyServiceManager("STOPPING=1");
             surveys_.finish();
-            noteSaved(saving()());
+            note(saving()());
             log_.info("stop", {});
             return {};
         }
@@ -351,18 +351,30 @@ void Daemon::restoreTable() {
                                   {"failure", failure.empty() ? "none" : failure}});
 }
 
-// Of the state as it is now.
+// Of the state and the counters as they are now.
 SurveyThread::Save Daemon::saving() const {
-    const std::string& path = gateway_.config().stateFile;
-    if (path.empty() || gateway_.config().dryRun) {
-        return [] { return std::string(); };
-    }
-    return [path, state = gateway_.state()] { return writeState(path, state); };
+    const LiveConfig& config = gateway_.config();
+    const bool keeps = !config.stateFile.empty() && !config.dryRun;
+    return [stateFile = keeps ? config.stateFile : "", metricsFile = config.metricsFile,
+            state = keeps ? gateway_.state() : SavedState(),
+            metrics = config.metricsFile.empty() ? "" : metricsText(status())] {
+        SurveyThread::NotSaved notSaved;
+        if (!stateFile.empty()) {
+            notSaved.state = writeState(stateFile, state);
+        }
+        if (!metricsFile.empty()) {
+            notSaved.metrics = replaceFile(metricsFile, metrics, FileUse::Metrics);
+        }
+        return notSaved;
+    };
 }
 
-void Daemon::noteSaved(const std::string& failure) {
-    if (!failure.empty()) {
-        log_.warning("state-not-saved", {{"failure", failure}});
+void Daemon::note(const SurveyThread::NotSaved& notSaved) {
+    if (!notSaved.state.empty()) {
+        log_.warning("state-not-saved", {{"failure", notSaved.state}});
+    }
+    if (!notSaved.metrics.empty()) {
+        log_.info("metrics", {{"failure", notSaved.metrics}});
     }
 }
 
@@ -396,14 +408,7 @@ void Daemon::endSweep() {
     drainQueue();
     const uint64_t passedBy = queue_.notDelivered(wanted, gateway_.heldPackets());
     counters_.set(Cause::queuePassedBy, std::max(passedBy, counters_.of(Cause::queuePassedBy)));
-    const std::string& path = gateway_.config().metricsFile;
-    if (!path.empty()) {
-        const std::string failure = replaceFile(path, metricsText(status()), FileUse::Metrics);
-        if (!failure.empty()) {
-            log_.info("metrics", {{"failure", failure}});
-        }
-    }
-    noteSaved(surveys_.failure());
+    note(surveys_.notSaved());
     lastFed_ = 0; // all are told again
 }
 

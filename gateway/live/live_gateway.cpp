@@ -6,8 +6,6 @@
 namespace gateway {
 namespace {
 
-constexpr uint16_t dataPort = 1503; // T.120
-
 ModuleSettings moduleSettings(const LiveConfig& config, uint32_t publicAddress) {
     ModuleSettings settings;
     settings.publicAddress =
@@ -131,11 +129,11 @@ std::string LiveGateway::setSides(const RouterSides& sides) {
 
 void LiveGateway::hear(std::span<const PortForward> forwards, LiveSeconds now) {
     now_ = now;
-    const auto added = mappings_.hear(forwards, sides_.publicAddress, now);
-    for (const PortForward& forward : added) {
+    const size_t before = mappings_.all().size();
+    for (const PortForward& forward : mappings_.hear(forwards, sides_.publicAddress, now)) {
         table_.add(forward);
     }
-    counters_.add(Cause::mappingsAdopted, added.size());
+    counters_.add(Cause::mappingsAdopted, mappings_.all().size() - before);
     commit();
 }
 

@@ -179,11 +179,15 @@ LiveMappings::Opened LiveMappings::open(const Request& request, LiveSeconds now)
 
 size_t LiveMappings::adopt(std::span<const PortForward> forwards, uint32_t publicAddress,
                            LiveSeconds now) {
+    std::unordered_map<uint16_t, Endpoint> upper; // of pairs, by their public ports
+    for (const PortForward& forward : forwards) {
+        if (forward.kind == MappingKind::Media && forward.publicPort % 2 != 0) {
+            upper.emplace(forward.publicPort, forward.inside);
+        }
+    }
     const auto hasNeighbour = [&](const PortForward& forward) {
-        return std::any_of(forwards.begin(), forwards.end(), [&](const PortForward& other) {
-            return other.publicPort == forward.publicPort + 1 &&
-                   other.inside == neighbour(forward.inside, 1);
-        });
+        const auto found = upper.find(static_cast<uint16_t>(forward.publicPort + 1));
+        return found != upper.end() && found->second == neighbour(forward.inside, 1);
     };
     size_t adopted = 0;
     for (const PortForward& forward : forwards) {

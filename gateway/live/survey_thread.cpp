@@ -50,9 +50,9 @@ void SurveyThread::start(FlowSurvey survey, Save save) {
     wanted_.notify_one();
 }
 
-std::string SurveyThread::failure() {
+SurveyThread::NotSaved SurveyThread::notSaved() {
     const std::lock_guard lock(mutex_);
-    return failure_;
+    return notSaved_;
 }
 
 std::optional<FlowSurvey> SurveyThread::take() {
@@ -90,9 +90,9 @@ void SurveyThread::run() {
         working_ = false;
         (void)eventfd_write(done_, 1);
         lock.unlock();
-        std::string failure = save();
+        NotSaved notSaved = save();
         lock.lock();
-        failure_ = std::move(failure);
+        notSaved_ = std::move(notSaved);
     }
 }
 

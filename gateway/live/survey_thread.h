@@ -21,8 +21,12 @@ public:
     SurveyThread(const SurveyThread&) = delete;
     SurveyThread& operator=(const SurveyThread&) = delete;
 
-    // Gives an empty text, or what went wrong.
-    using Save = std::function<std::string()>;
+    // Why a file was not written; empty texts: all were.
+    struct NotSaved {
+        std::string state;
+        std::string metrics;
+    };
+    using Save = std::function<NotSaved()>;
 
     // Fills `survey`, then calls `save`, which the next survey waits for. Not while `isBusy`.
     void start(FlowSurvey survey, Save save);
@@ -35,7 +39,7 @@ public:
     std::optional<FlowSurvey> take();
 
     // What went wrong in the last `save` that has ended.
-    [[nodiscard]] std::string failure();
+    [[nodiscard]] NotSaved notSaved();
 
     // Ends the thread; what it has begun it brings to an end.
     void finish();
@@ -50,7 +54,7 @@ private:
     std::condition_variable wanted_;
     std::optional<FlowSurvey> survey_;
     Save save_;
-    std::string failure_;
+    NotSaved notSaved_;
     bool working_ = false;
     bool answered_ = false;
     bool ends_ = false;

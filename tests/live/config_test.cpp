@@ -111,6 +111,10 @@ TEST(LiveConfig, RefusesWhatContradictsItself) {
         {"inside = a\noutside = b\nstrict = yes\nscope = full",
          "strict = yes means scope = listed"},
         {"inside = a\noutside = b\nstrict = yes", nullptr},
+        {"inside = a\noutside = b\npublish-t120 = yes\npublish = 10.0.0.5\nports = 1400-1600",
+         "port 1503 lies within 'ports'"},
+        {"inside = a\noutside = b\npublish-t120 = yes\npublish = 10.0.0.5, 10.0.0.6:1503",
+         "is that of publish-t120"},
         {"inside = a\noutside = b\nscope = listed\npublish = 10.0.0.5, 10.0.0.6:1721",
          "knows one published host"},
         {"inside = a\noutside = b\npublish = 10.0.0.5, 10.0.0.6:1721", nullptr}};

@@ -112,7 +112,7 @@ class CallsTest(GatewayTest):
             self.heard(call, (host, 5000), (OUTSIDE, 5000 + 2 * number))
 
     def test_several_published_hosts(self):
-        gateway = self.start("--publish", f"{PRIVATE}, {SECOND_PRIVATE}:1721")
+        gateway = self.start("--publish", f"{PRIVATE}, {SECOND_PRIVATE}:1721", "--publish-t120", "yes")
         first = self.call(sample("in-fast-tun")).play(ends_call)
         second = self.call(moved(sample("in-fast-tun"), SECOND_PRIVATE))
         second.announced[SECOND_PRIVATE, 1720] = (PUBLIC, 1721)
@@ -123,6 +123,11 @@ class CallsTest(GatewayTest):
         first.close()
         self.heard(second, (SECOND_PRIVATE, 5000))
         self.assertEqual(self.verdicts(gateway), ["translated", "translated"])
+        data = self.network.listen("inside", PRIVATE, 1503)
+        client = self.network.tcp("outside", OUTSIDE)
+        for made in (data, client):
+            self.addCleanup(made.close)
+        client.connect((PUBLIC, 1503))
 
     def test_two_private_hosts_through_a_gatekeeper_outside(self):
         """What the gatekeeper passes on carries our own public endpoints: the called host reads the

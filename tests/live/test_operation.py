@@ -3,6 +3,7 @@ DIRECTORY [unittest arguments]"""
 
 import os
 import signal
+import socket
 import subprocess
 import time
 
@@ -21,9 +22,15 @@ def other_call(port_offset=100, client_port=45000):
 class OperationTest(GatewayTest):
     def test_dry_run_changes_nothing(self):
         before = self.ruleset()
-        gateway = self.start("--dry-run")
+        with self.network.inside_of("router"):
+            peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.addCleanup(peer.close)
+        peer.bind(("127.0.0.1", 1722))
+        gateway = self.start("--dry-run", "--feed", "127.0.0.1:1721, 127.0.0.1:1722")
         call = self.call(sample("fast-tun")).play(ends_call)
         self.assertEqual(call.changed, 0)
+        time.sleep(1.2)
+        self.assertRaises(BlockingIOError, peer.recv, 99, socket.MSG_DONTWAIT)
         self.assertEqual(gateway.counter("packets_rewritten"), 1)
         gateway.stop()
         self.assertEqual(self.ruleset(), before)
@@ -112,7 +119,7 @@ class OperationTest(GatewayTest):
     def test_reload_keeps_calls(self):
         path = os.path.join(self.folder, "h323nat.conf")
         with open(path, "w", encoding="utf-8") as file:
-            file.write("ports = 20000-20999\n")
+            file.write("ports = 20000-20999\ncount-packets = no\n")
         gateway = self.start("--config", path)
         call = self.call(sample("fast-tun")).play(ends_call)
         self.assertIn(call.announced[PRIVATE, 5000][1], range(20000, 21000))
@@ -188,31 +195,53 @@ class OperationTest(GatewayTest):
                          ("released", "alice", 32))
 
     def test_only_calls_are_shown_to_the_gateway(self):
-        """A web connection of a host that is in a call never comes to the queue."""
-        gateway = self.start()
+        """A web connection of a host that is in a call never comes to the queue, nor one to a host that
+        the operator forwards, from whatever port; a knock at a host that accepts calls neither."""
+        self.network.on_router(
+            "nft", "table ip operator { chain in { type nat hook prerouting priority dstnat;"
+            f' iifname "out0" meta l4proto {{ tcp, udp }} th dport 8080 dnat to {PRIVATE}; }}; }}')
+        self.start("--publish", "10.0.0.99")  # nobody answers there
         self.call(sample("h245")).play(ends_call)
-        listener = self.network.listen("outside", OUTSIDE, 8080)
-        client = self.network.tcp("inside", PRIVATE)
-        client.connect((OUTSIDE, 8080))
-        server = listener.accept()[0]
-        for made in (listener, client, server):
-            self.addCleanup(made.close)
-        before = gateway.counter("packets_sent"), gateway.counter("packets_received")
+        connections = []
+        for client, server, target in (
+                (("inside", PRIVATE, 0), ("outside", OUTSIDE, 8080), OUTSIDE),
+                (("outside", OUTSIDE, 1720), ("inside", PRIVATE, 8080), PUBLIC)):
+            listener, opening = self.network.listen(*server), self.network.tcp(*client)
+            opening.connect((target, 8080))
+            connections.append((opening, listener.accept()[0]))
+            for made in (listener, *connections[-1]):
+                self.addCleanup(made.close)
+        before = self.shown()
         for _ in range(20):
-            client.sendall(b"GET / HTTP/1.1\r\n\r\n")
-            server.sendall(server.recv(100))
-            client.recv(100)
-        after = gateway.counter("packets_sent"), gateway.counter("packets_received")
-        self.assertEqual(before, after)
+            for opening, accepted in connections:
+                opening.sendall(b"GET / HTTP/1.1\r\n\r\n")
+                accepted.recv(100)
+            connections[0][1].sendall(b"HTTP/1.1 200 OK\r\n\r\n")
+            connections[0][0].recv(100)
+        gatekeeper = self.network.udp("outside", OUTSIDE, 1719)
+        host = self.network.udp("inside", PRIVATE, 8080)
+        knocking = self.network.tcp("outside", OUTSIDE)
+        for made in (gatekeeper, host, knocking):
+            self.addCleanup(made.close)
+        gatekeeper.sendto(b"request", (PUBLIC, 8080))
+        host.recv(99)
+        knocking.settimeout(0.1)
+        self.assertRaises(TimeoutError, knocking.connect, (PUBLIC, 1720))
+        self.assertEqual(self.shown(), before)
 
     def test_a_call_that_runs_when_the_gateway_starts_is_followed(self):
-        call = self.call(sample("tun"))
-        call.play(lambda message: b"\x10\x13" in message.data or len(call.connections) == 1
-                  and call.position == 6)
-        gateway = self.start()
-        call.play(ends_call)
-        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
-        self.assertEqual(gateway.counter("connections_adopted"), 1)
+        for piece in (None, 4):  # octets of a segment: TPKT's header may come alone
+            with self.subTest(piece=piece):
+                self.new_network()
+                call = self.call(sample("tun"), piece=piece)
+                call.play(lambda message: b"\x10\x13" in message.data or len(call.connections) == 1
+                          and call.position == 6)
+                gateway = self.start()
+                call.play(ends_call)
+                self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+                self.assertEqual(gateway.counter("connections_adopted"), 1)
+                gateway.stop()
+                call.close()
 
     def test_a_registration_older_than_the_gateway_is_confirmed_again(self):
         """Its flow left from another port before there was a mapping."""
@@ -340,12 +369,16 @@ class OperationTest(GatewayTest):
         self.assertGreater(gateway.counter("log_suppressed"), 0)
 
     def test_a_disk_that_hangs_stops_nothing(self):
-        state = os.path.join(self.folder, "state")
-        os.mkfifo(state + ".new")  # nobody reads: whoever writes waits for ever
-        self.start("--state-file", state)
-        time.sleep(1.5)
-        call = self.call(sample("fast-tun")).play(ends_call)
-        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        for number, setting in enumerate(("--state-file", "--metrics-file")):
+            path = os.path.join(self.folder, setting)
+            os.mkfifo(path + ".new")  # nobody reads: whoever writes waits for ever
+            gateway = self.start(setting, path)
+            time.sleep(1.5)
+            call = self.call(other_call(200 * number, 45000 + number)).play(ends_call)
+            self.assertEqual(call.media_arrives((PRIVATE, 5000 + 200 * number),
+                                                (OUTSIDE, 5000)), BOTH_WAYS, setting)
+            call.close()
+            gateway.stop(signal.SIGKILL)
 
     def test_a_large_foreign_ruleset_costs_nothing(self):
         """Processor time of the daemon, idle and in calls, beside 100,000 elements of another table."""
