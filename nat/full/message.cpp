@@ -27,32 +27,51 @@ bool isRelease(const MessageSource& source, const MessageFacts& facts) {
                   locatorAlternative::H225H323_UU_PDU_h323_message_body_releaseComplete);
 }
 
-// --- T.120 channels: the acknowledgement of a channel does not say again what it carries.
+// --- T.120 channels: the acknowledgement of a channel does not say again what it carries. Both
+// ends number the channels that they open, so those of the outside party alone are kept: a private
+// host acknowledges no others.
 
 struct Channel {
     Call* call; // null: none
+    bool received;
     uint16_t number;
     bool t120;
 };
 
-bool isDataChannel(const Channel& channel) {
-    return channel.call != nullptr && channel.number != 0 &&
-           std::find(channel.call->data, channel.call->data + dataChannels, channel.number) !=
-               channel.call->data + dataChannels;
+// Where the outside party's channel of this number is kept; null: it is none of T.120.
+uint16_t* findDataChannel(const Channel& channel) {
+    if (channel.call == nullptr || channel.number == 0) {
+        return nullptr;
+    }
+    uint16_t* const end = channel.call->data + dataChannels;
+    uint16_t* const found = std::find(channel.call->data, end, channel.number);
+    return found == end ? nullptr : found;
 }
 
-void noteChannel(const LocatedPlace& place, Channel& channel) {
-    if (place.kind == PlaceKind::channelNumber) {
-        channel.number = static_cast<uint16_t>(place.value);
-        channel.t120 = isDataChannel(channel);
-        return;
+void noteNumber(const LocatedPlace& place, Channel& channel) {
+    using namespace locatorField;
+    if (place.field ==
+        H245OpenLogicalChannelAck_reverseLogicalChannelParameters_reverseLogicalChannelNumber) {
+        return; // what is acknowledged stays the forward channel
     }
+    channel.number = static_cast<uint16_t>(place.value);
+    uint16_t* const kept = findDataChannel(channel);
+    channel.t120 = kept != nullptr && !channel.received;
+    if (kept != nullptr && channel.received &&
+        place.field == H245OpenLogicalChannel_forwardLogicalChannelNumber) {
+        *kept = 0; // opened anew, for whatever its data type says
+    }
+}
+
+void noteData(const LocatedPlace& place, Channel& channel) {
     channel.t120 =
         place.kind == PlaceKind::dataApplication &&
         place.alternative == locatorAlternative::H245DataApplicationCapability_application_t120;
-    if (channel.t120 && channel.call != nullptr && !isDataChannel(channel)) {
-        uint16_t* data = channel.call->data;
-        std::memmove(data + 1, data, (dataChannels - 1) * sizeof data[0]);
+    if (channel.t120 && channel.received && channel.call != nullptr &&
+        findDataChannel(channel) == nullptr) {
+        uint16_t* const data = channel.call->data;
+        uint16_t* const last = std::find(data, data + dataChannels - 1, uint16_t{0});
+        std::copy_backward(data, last, last + 1); // the oldest goes when all are in use
         data[0] = channel.number;
     }
 }
@@ -122,8 +141,10 @@ Index callOfMessage(const MessageSource& source, const MessageFacts& facts, bool
         isSetup(source, facts) && call != none && facts.callIdentifier != nullptr &&
         (!state.calls[call].identified ||
          std::memcmp(state.calls[call].identifier, facts.callIdentifier, identifierOctets) != 0);
-    const bool first = !state.connections[index].carriedCall;
-    if (other || (call == none && (first || isSetup(source, facts)))) {
+    const Connection& connection = state.connections[index];
+    const bool begins =
+        other || (call == none && (!connection.carriedCall || isSetup(source, facts)));
+    if (begins && !connection.over) { // nothing would end a call on a connection that is over
         call = beginCall(index, facts.callIdentifier);
         began = call != none;
     }
@@ -275,14 +296,15 @@ bool translateAddresses(const MessageSource& source, const MessageFacts& facts, 
         ++state.messagesSoFar,
         ras && (facts.alternative == locatorAlternative::H225RasMessage_gatekeeperRequest ||
                 facts.alternative == locatorAlternative::H225RasMessage_registrationRequest)};
-    Channel channel = {call == none ? nullptr : &state.calls[call], 0, false};
+    Channel channel = {call == none ? nullptr : &state.calls[call],
+                       source.direction == H323NAT_RECEIVED, 0, false};
     bool changed = false;
     LocatorWalk walk;
     LocatedPlace place;
     startLocating(walk, source.type, source.octets, source.count, kinds);
     while (nextPlace(walk, place)) {
         if (place.kind != PlaceKind::address) {
-            noteChannel(place, channel);
+            (place.kind == PlaceKind::channelNumber ? noteNumber : noteData)(place, channel);
             continue;
         }
         const FoundAddress found = {walk, place, roleOf(place, channel.t120)};

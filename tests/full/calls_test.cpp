@@ -203,6 +203,15 @@ TEST(Calls, NothingBeginsAfterARelease) {
     EXPECT_EQ(host.takeTold("began").size(), 1U);
 }
 
+TEST(Calls, NothingBeginsOnAConnectionThatIsOver) {
+    FullHost host;
+    TcpCall call(host, caller, called);
+    call.sentAt(0, {}, tcpRst);
+    call.received(plainSetup()); // it was under way
+    EXPECT_EQ(host.takeTold(), Lines{"message received setup"});
+    EXPECT_EQ(full_scope::state.calls.used, 0U);
+}
+
 TEST(Calls, TransferredByFacilityToAnotherPort) {
     FullHost host;
     TcpCall call(host, caller, called);

@@ -224,18 +224,66 @@ TEST(Rules, SignedMessageIsTranslatedAndTold) {
 }
 
 TEST(Rules, TheAcknowledgementOfAT120ChannelNamesATcpPort) {
-    for (const bool t120 : {false, true}) {
+    struct Opened {
+        uint16_t number;
+        bool t120;
+        bool byPrivate;
+    };
+    struct Case {
+        const char* what;
+        std::vector<Opened> opened;
+        AcknowledgementSpec acknowledged;
+        bool t120;
+    };
+    const TestAddress own = at({privateParty, 7000});
+    const AcknowledgementSpec plain = {true, own};
+    const AcknowledgementSpec bothWays = {true, own, {}, {}, 101, 7};
+    const Case cases[] = {
+        {"RTP", {{101, false, false}}, plain, false},
+        {"T.120", {{101, true, false}}, plain, true},
+        {"another channel", {{102, true, false}}, plain, false},
+        {"in both directions", {{101, true, false}}, bothWays, true},
+        {"RTP, the reverse number that of T.120",
+         {{101, false, false}, {7, true, false}},
+         bothWays,
+         false},
+        {"the private host's own of that number",
+         {{101, true, true}, {101, false, false}},
+         plain,
+         false},
+        {"and the other way round", {{101, false, true}, {101, true, false}}, plain, true},
+        {"the number is used again", {{101, true, false}, {101, false, false}}, plain, false},
+        {"and again", {{101, true, false}, {101, false, false}, {101, true, false}}, plain, true},
+        {"three others behind it",
+         {{101, true, false}, {1, true, false}, {2, true, false}, {3, true, false}},
+         plain,
+         true},
+        {"one of them twice",
+         {{101, true, false},
+          {1, true, false},
+          {2, true, false},
+          {2, true, false},
+          {3, true, false}},
+         plain,
+         true},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.what);
         FullHost host;
         TcpCall signalling(host, caller, called);
         signalling.sent(plainSetup());
         signalling.received(connectWith({outsideParty, 38333}));
         TcpCall control(host, {privateParty, 51000}, {outsideParty, 38333});
-        ChannelSpec channel = {true, at({outsideParty, 1503})};
-        channel.t120 = t120;
-        control.received(openLogicalChannel(channel));
-        control.sent(openLogicalChannelAck({true, at({privateParty, 7000})}));
-        EXPECT_EQ(host.takeAsked(), Lines{t120 ? "control 10.0.0.5:7000 > 1.1.1.1"
-                                               : "media 10.0.0.5:7000 > 1.1.1.1"});
+        for (const Opened& opened : each.opened) {
+            ChannelSpec channel = {true, at({outsideParty, 1503})};
+            channel.t120 = opened.t120;
+            channel.number = opened.number;
+            opened.byPrivate ? control.sent(openLogicalChannel(channel))
+                             : control.received(openLogicalChannel(channel));
+        }
+        control.sent(openLogicalChannelAck(each.acknowledged));
+        EXPECT_EQ(host.takeAsked(), Lines{each.t120 ? "control 10.0.0.5:7000 > 1.1.1.1"
+                                                    : "media 10.0.0.5:7000 > 1.1.1.1"});
     }
 }
 

@@ -116,7 +116,7 @@ void setSeparateStack(Arena& arena, const OptionalAddress& spec, Record& record,
 }
 
 void fill(Arena& arena, const ChannelSpec& spec, H245OpenLogicalChannel& channel) {
-    channel.forwardLogicalChannelNumber = 101;
+    channel.forwardLogicalChannelNumber = spec.number;
     auto& forward = channel.forwardLogicalChannelParameters;
     forward.dataType.alternative = H245DataType_nullDataChosen;
     if (spec.t120) {
@@ -190,7 +190,13 @@ Octets openLogicalChannel(const ChannelSpec& spec) {
 Octets openLogicalChannelAck(const AcknowledgementSpec& spec) {
     Arena arena;
     auto* acknowledgement = arena.make<H245OpenLogicalChannelAck>();
-    acknowledgement->forwardLogicalChannelNumber = 101;
+    acknowledgement->forwardLogicalChannelNumber = spec.number;
+    if (spec.reverseNumber != 0) {
+        acknowledgement->presence |=
+            H245OpenLogicalChannelAck_reverseLogicalChannelParametersPresent;
+        acknowledgement->reverseLogicalChannelParameters.reverseLogicalChannelNumber =
+            spec.reverseNumber;
+    }
     if (spec.overRtp) {
         acknowledgement->presence |= H245OpenLogicalChannelAck_forwardMultiplexAckParametersPresent;
         auto& parameters = acknowledgement->forwardMultiplexAckParameters;

@@ -31,6 +31,7 @@ struct ChannelSpec {
     OptionalAddress reverseControl = {};
     OptionalAddress separateStack = {};
     bool t120 = false; // the forward channel carries T.120
+    uint16_t number = 101;
 };
 
 struct AcknowledgementSpec {
@@ -38,6 +39,8 @@ struct AcknowledgementSpec {
     OptionalAddress media = {};
     OptionalAddress control = {};
     OptionalAddress separateStack = {};
+    uint16_t number = 101;
+    uint16_t reverseNumber = 0; // 0: the channel has no reverse direction
 };
 
 /// One element of a fastStart list.
