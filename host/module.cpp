@@ -15,6 +15,7 @@ static bool buildPools() {
 
 uint32_t H323InitializeDLL(const HostCallbackTable* table) {
     full_scope::leave();
+    full_scope::state.publishedAddress = 0;
     const bool built = buildPools();
     ResetInboundMapping();
     if (!built || table == nullptr) {

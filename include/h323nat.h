@@ -266,8 +266,8 @@ H323NAT_API uint32_t H323NAT_CALL H323IsGatewayDLL(void);
  * the table. The table may go away when the call returns.
  *
  * Result: 1 when the module is started. 0 when memory was short or table is null; the host may call
- * again. A call in the started state starts afresh and forgets all calls; the records of the start
- * before stay allocated, so start once.
+ * again. A call in the started state starts afresh and forgets all calls and who is published; the
+ * records of the start before stay allocated, so start once.
  */
 H323NAT_API uint32_t H323NAT_CALL H323InitializeDLL(const HostCallbackTable* table);
 
@@ -342,7 +342,7 @@ H323NAT_API uint32_t H323NAT_CALL H323SetRewriteMode(uint32_t mode);
  *   H323NAT_SCOPE_FULL     every address of a private host in H.225.0 call signalling, RAS and
  *                          H.245, in both directions, of any protocol version, for any number of
  *                          private hosts. Only octets of addresses and ports are written, whatever
- *                          H323SetRewriteMode says. `calls` calls can be followed at once; 0: 1,000
+ *                          H323SetRewriteMode says. Follows `calls` calls, to 1,048,576; 0: 1,000
  *
  * In the full scope the host is asked for mappings by the same functions. HostOpenControlMapping
  * also serves signalling endpoints and T.120, HostOpenMediaMapping also RAS endpoints, of which one
@@ -356,10 +356,10 @@ H323NAT_API uint32_t H323NAT_CALL H323SetRewriteMode(uint32_t mode);
  * HostFindInsideMapping is asked before media records are linked under those of an H.245
  * connection.
  *
- * All memory of the full scope is taken here, nothing later. A call forgets all calls that are
- * followed, also when the scope stays the same; the memory of an earlier call is given back.
+ * All memory of the full scope is taken here, nothing later; that of an earlier call is given back,
+ * and all calls that are followed are forgotten, also when the scope stays the same.
  *
- * Result: 1, or 0, and nothing changed: memory does not suffice, or the scope is none of these.
+ * Result: 1, or 0, and nothing changed: memory does not suffice, or an argument is none of these.
  */
 H323NAT_API uint32_t H323NAT_CALL H323SetTranslationScope(uint32_t scope, uint32_t calls);
 
@@ -469,12 +469,12 @@ typedef struct H323ObservedConnection {
 
 /*
  * Functions of the host that are told what happens, in both scopes. Each may be null. They are
- * called from inside the hooks and setters, on the calling thread. They must not call the module
- * and must not keep a pointer that they are given: records and octets may be looked at until the
- * function returns. Nothing that they do changes what the module does.
+ * called from inside the module's functions, on the calling thread. They must not call the module
+ * nor keep a pointer that they are given: records and octets may be looked at until they return.
  *
  * A connection is announced before the message that tells of it goes on: a host that picks the
- * packets for the module by a filter sets that filter up before it lets the packet pass.
+ * packets for the module by a filter sets that filter up before it lets the packet pass. One by a
+ * mapping is announced whenever the host was asked for the mapping, and is over once.
  */
 typedef struct H323Observer {
     uint32_t size; /* octets of this record as the host knows it: sizeof(H323Observer) */

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "include/h323nat.h"
+#include "nat/full/state.h"
 #include "nat/host_callbacks.h"
 #include "nat/listed/connection_pools.h"
 #include "nat/listed/inbound_state.h"
@@ -59,7 +60,14 @@ TEST(ModuleTest, StartsOnlyWithATableAndMemory) {
     EXPECT_EQ(hostCallbacks.HostFindInsideMapping, &findNothing);
     EXPECT_EQ(TarvexActivateInboundMapping(7), 0u);
     EXPECT_EQ(inboundMappingState.publishedAddress, 7u);
+    EXPECT_EQ(full_scope::state.publishedAddress, 7u);
     EXPECT_EQ(H323IsGatewayDLL(), 0x01020304u);
+    forgetStart();
+
+    // A start afresh publishes nobody, in either scope.
+    EXPECT_EQ(H323InitializeDLL(&table), 1u);
+    EXPECT_EQ(inboundMappingState.publishedAddress, 0u);
+    EXPECT_EQ(full_scope::state.publishedAddress, 0u);
     forgetStart();
 }
 
