@@ -85,10 +85,13 @@ void requireSoundState() {
     require(blocks == state.streams.blocks.used, "each block is some stream's");
     require(edits == state.streams.edits.used, "each edit is some stream's");
     uint32_t registrations = 0;
-    for (Index index = state.registrationAges.oldest; index != none;
-         index = state.registrations[index].newer) {
-        require(++registrations <= state.registrations.used, "each registration is in one list");
+    for (const full_scope::Ages* ages : {&state.registrationAges, &state.unconfirmedAges}) {
+        for (Index index = ages->oldest; index != none; index = state.registrations[index].newer) {
+            require(++registrations <= state.registrations.used,
+                    "each registration is in one list");
+        }
     }
+    require(registrations == state.registrations.used, "each registration is in one list");
     uint64_t filtered = 0;
     for (const uint16_t count : full_scope::quickLook.outside) {
         filtered += count;
@@ -128,8 +131,10 @@ public:
         while (state.overAges.oldest != none) {
             full_scope::forget(state.overAges.oldest, H323NAT_END_FORGOTTEN);
         }
-        while (state.registrationAges.oldest != none) {
-            full_scope::dropRegistration(state.registrationAges.oldest);
+        for (const full_scope::Ages* ages : {&state.registrationAges, &state.unconfirmedAges}) {
+            while (ages->oldest != none) {
+                full_scope::dropRegistration(ages->oldest);
+            }
         }
         full_scope::dropAnnounced();
         require(recordsInUse() == 0, "nothing stays when everything is over");

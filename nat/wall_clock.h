@@ -9,10 +9,14 @@ using WallClock = uint32_t (*)();
 extern WallClock wallClockSeconds;
 
 // Records are given up when they were idle for longer than this.
-inline constexpr int32_t idleSeconds = 60;
+inline constexpr uint32_t idleSeconds = 60;
 
-// True when more than idleSeconds passed between lastActivity and now. The difference is signed, so
-// a clock that was set back makes nothing idle.
+// Seconds from `past` to `now`. A clock that was set back makes nothing old: it gives 0 then.
+inline uint32_t secondsBetween(uint32_t past, uint32_t now) {
+    const auto passed = static_cast<int32_t>(now - past);
+    return passed > 0 ? static_cast<uint32_t>(passed) : 0;
+}
+
 inline bool isIdle(uint32_t now, uint32_t lastActivity) {
-    return static_cast<int32_t>(now - lastActivity) > idleSeconds;
+    return secondsBetween(lastActivity, now) > idleSeconds;
 }

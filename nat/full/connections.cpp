@@ -27,8 +27,7 @@ void unlinkPublic(Index index) {
 }
 
 uint32_t quietOf(const Connection& connection) {
-    const uint32_t now = wallClockSeconds(); // which may be put back
-    return now > connection.lastActivity ? now - connection.lastActivity : 0;
+    return secondsBetween(connection.lastActivity, wallClockSeconds());
 }
 
 // A host that shows only what it is told to watch does not show the end of an H.245 connection that

@@ -103,7 +103,7 @@ bool receiveDatagram(HostContext* hostContext, const UdpDatagram& datagram) {
     source.mayAnnounce = answered;
     if (answered && (body == locatorAlternative::H225RasMessage_gatekeeperConfirm ||
                      body == locatorAlternative::H225RasMessage_registrationConfirm)) {
-        state.registrations[registration].confirmed = true;
+        confirmRegistration(registration);
     }
     const bool changed = translateMessage(source).changed;
     if (answered && body == locatorAlternative::H225RasMessage_unregistrationConfirm) {

@@ -82,7 +82,7 @@ void endMapping(Index index, uint64_t call) {
 
 // A mapping of which the host said that it stands for `inside`. The host may have moved it.
 Index remember(uint8_t role, const EndpointKey& inside, const EndpointKey& publicEndpoint,
-               Index known) {
+               Index known, uint64_t call) {
     Index index = known;
     if (index == none) {
         index = take(state.mappings);
@@ -99,6 +99,7 @@ Index remember(uint8_t role, const EndpointKey& inside, const EndpointKey& publi
     } else if (state.mappings[index].publicEndpoint == publicEndpoint) {
         return index;
     } else {
+        tellConnection(observer.connectionOver, state.mappings[index], call);
         unlinkPublic(index);
     }
     state.mappings[index].publicEndpoint = publicEndpoint;
@@ -122,41 +123,53 @@ OwnerClaims claimsOf(const Owner& owner) {
     return {registration.firstClaim, registration.mappings, mappingsOfRegistration, 0};
 }
 
-bool isClaimed(const OwnerClaims& owner, Index mapping) {
-    for (Index index = owner.first; index != none; index = state.claims[index].next) {
-        if (state.claims[index].mapping == mapping) {
-            return true;
-        }
+// Where the owner's claim of a mapping hangs; null when it has none.
+Index* findClaim(const OwnerClaims& owner, Index mapping) {
+    Index* link = &owner.first;
+    while (*link != none && state.claims[*link].mapping != mapping) {
+        link = &state.claims[*link].next;
     }
-    return false;
+    return *link == none ? nullptr : link;
 }
 
-// False when no record is left for it.
+// Puts the claim before those that were made or renewed earlier. False when no record is left for
+// it.
 bool claim(OwnerClaims& owner, Index mapping, bool lasting) {
-    if (isClaimed(owner, mapping)) {
-        return true;
-    }
-    const Index index = take(state.claims);
+    Index* const known = findClaim(owner, mapping);
+    const Index index = known != nullptr ? *known : take(state.claims);
     if (index == none) {
         return false;
     }
-    state.claims[index].lasting = lasting;
-    state.claims[index].mapping = mapping;
-    state.claims[index].next = owner.first;
+    Claim& claim = state.claims[index];
+    if (known != nullptr) {
+        *known = claim.next;
+    } else {
+        claim.mapping = mapping;
+        ++owner.count;
+        ++state.mappings[mapping].claims;
+    }
+    claim.lasting |= lasting;
+    claim.next = owner.first;
     owner.first = index;
-    ++owner.count;
-    ++state.mappings[mapping].claims;
     return true;
 }
 
-// A registration names an endpoint for each of its calls: the oldest of these gives way.
-bool dropPassing(OwnerClaims& owner) {
-    Index* oldest = nullptr;
+// A registration names an endpoint for each of its calls, and other ports after each start of its
+// terminal. The one that was named longest ago gives way, those of calls first; never what the same
+// message names.
+bool dropOldest(OwnerClaims& owner, uint64_t message) {
+    if (owner.call != 0) {
+        return false;
+    }
+    Index* passing = nullptr;
+    Index* lasting = nullptr;
     for (Index* link = &owner.first; *link != none; link = &state.claims[*link].next) {
-        if (owner.call == 0 && !state.claims[*link].lasting) {
-            oldest = link;
+        const Claim& claim = state.claims[*link];
+        if (state.mappings[claim.mapping].askedFor != message) {
+            (claim.lasting ? lasting : passing) = link;
         }
     }
+    Index* const oldest = passing != nullptr ? passing : lasting;
     if (oldest == nullptr) {
         return false;
     }
@@ -221,8 +234,8 @@ Translation translateOut(uint8_t role, bool rtcp, const EndpointKey& inside, con
         return {above(state.mappings[known].publicEndpoint, rtcp), 0};
     }
     OwnerClaims owner = claimsOf(asking.owner);
-    const bool owned = known != none && isClaimed(owner, known);
-    if (!owned && owner.count >= owner.most && !dropPassing(owner)) {
+    const bool owned = known != none && findClaim(owner, known) != nullptr;
+    if (!owned && owner.count >= owner.most && !dropOldest(owner, asking.message)) {
         return {{}, H323NAT_LEFT_HOST_LIMIT};
     }
     if (known == none && countOfHost(inside) >= mappingsOfHost(state.mappings.capacity)) {
@@ -235,7 +248,7 @@ Translation translateOut(uint8_t role, bool rtcp, const EndpointKey& inside, con
     if (isPair(role) && publicEndpoint.port == UINT16_MAX) {
         return {{}, H323NAT_LEFT_NO_PORT};
     }
-    const Index index = remember(role, base, publicEndpoint, known);
+    const Index index = remember(role, base, publicEndpoint, known, owner.call);
     if (index == none) {
         return {{}, H323NAT_LEFT_NO_RECORD};
     }
@@ -248,9 +261,8 @@ Translation translateOut(uint8_t role, bool rtcp, const EndpointKey& inside, con
     Mapping& mapping = state.mappings[index];
     mapping.askedFor = asking.message;
     mapping.call = asking.owner.call;
-    if (!owned) {
-        tellConnection(observer.connectionAnnounced, mapping, owner.call);
-    }
+    // Also of a mapping that is known: the host may have closed it and opened it again.
+    tellConnection(observer.connectionAnnounced, mapping, owner.call);
     return {above(publicEndpoint, rtcp), 0};
 }
 
@@ -261,6 +273,16 @@ EndpointKey translateIn(uint8_t role, const EndpointKey& publicEndpoint, uint32_
     }
     const EndpointKey inside = insideOf(publicEndpoint, isUdp(role));
     return inside.address != 0 ? inside : insideOf(publicEndpoint, !isUdp(role));
+}
+
+void shareClaims(Index from, Index to) {
+    OwnerClaims owner = claimsOf({none, to});
+    for (Index index = state.registrations[from].firstClaim; index != none;
+         index = state.claims[index].next) {
+        if (owner.count < owner.most || dropOldest(owner, 0)) {
+            claim(owner, state.claims[index].mapping, state.claims[index].lasting);
+        }
+    }
 }
 
 Index findListening(const EndpointKey& inside) {

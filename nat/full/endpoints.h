@@ -56,6 +56,9 @@ Index findListening(const EndpointKey& inside);
 // Ends what an owner needs. Mappings that nobody else needs are over.
 void endClaims(Index& firstClaim, uint64_t call);
 
+// What one registration needs is needed by another one too.
+void shareClaims(Index from, Index to);
+
 // Notes that a private host will connect to an outside endpoint.
 void announce(uint8_t role, const EndpointKey& outside, uint32_t insideAddress, Index call);
 

@@ -1,5 +1,7 @@
 #include "nat/full/registrations.h"
 
+#include <algorithm>
+
 #include "nat/full/endpoints.h"
 #include "nat/wall_clock.h"
 
@@ -27,22 +29,52 @@ void unlinkEnds(Index index) {
         state.registrationsByEnds[hashOf(registration.inside, registration.gatekeeper)], index);
 }
 
+Ages& agesOf(Index index) {
+    return state.registrations[index].confirmed ? state.registrationAges : state.unconfirmedAges;
+}
+
+void setConfirmed(Index index, bool confirmed) {
+    leave(state.registrations, agesOf(index), index);
+    state.registrations[index].confirmed = confirmed;
+    join(state.registrations, agesOf(index), index);
+}
+
 // Those that were never answered go first, however young: whoever sends requests to nobody must not
 // take the records of hosts that are registered.
 Index spare() {
-    constexpr int looks = 16;
-    Index index = state.registrationAges.oldest;
-    for (int look = 0; look < looks && index != none; ++look) {
-        if (!state.registrations[index].confirmed) {
-            return index;
-        }
-        index = state.registrations[index].newer;
+    if (state.unconfirmedAges.oldest != none) {
+        return state.unconfirmedAges.oldest;
     }
-    index = state.registrationAges.oldest;
-    return index != none &&
-                   wallClockSeconds() - state.registrations[index].lastActivity > quietSeconds
-               ? index
-               : none;
+    const Index index = state.registrationAges.oldest;
+    const bool quiet =
+        secondsBetween(state.registrations[index].lastActivity, wallClockSeconds()) > quietSeconds;
+    return quiet ? index : none;
+}
+
+// The record of the answering gatekeeper; none when there is none, or a group seems to answer. What
+// the host has asked of a group is the gatekeeper's now.
+Index answeringFor(uint32_t inside, uint32_t gatekeeper) {
+    const Index known = findRegistration(inside, gatekeeper);
+    const Index group = findRegistration(inside, discoveryGroup);
+    if (group == none) {
+        return known;
+    }
+    if (known == group) {
+        return none;
+    }
+    if (known != none) {
+        const int open =
+            state.registrations[known].unanswered + state.registrations[group].unanswered;
+        state.registrations[known].unanswered =
+            static_cast<uint8_t>(std::min(open, int{UINT8_MAX}));
+        shareClaims(group, known);
+        dropRegistration(group);
+        return known;
+    }
+    unlinkEnds(group);
+    state.registrations[group].gatekeeper = gatekeeper;
+    link(group);
+    return group;
 }
 
 } // namespace
@@ -59,7 +91,7 @@ Index findRegistration(uint32_t inside, uint32_t gatekeeper) {
 Index registrationFor(uint32_t inside, uint32_t gatekeeper) {
     Index index = findRegistration(inside, gatekeeper);
     if (index != none) {
-        renew(state.registrations, state.registrationAges, index);
+        renew(state.registrations, agesOf(index), index);
     } else {
         index = take(state.registrations);
         if (index == none) {
@@ -73,7 +105,7 @@ Index registrationFor(uint32_t inside, uint32_t gatekeeper) {
         state.registrations[index].inside = inside;
         state.registrations[index].gatekeeper = gatekeeper;
         link(index);
-        join(state.registrations, state.registrationAges, index);
+        join(state.registrations, agesOf(index), index);
     }
     Registration& registration = state.registrations[index];
     registration.lastActivity = wallClockSeconds();
@@ -84,35 +116,29 @@ Index registrationFor(uint32_t inside, uint32_t gatekeeper) {
 }
 
 bool answerRequest(uint32_t inside, uint32_t gatekeeper, Index& index) {
-    index = findRegistration(inside, gatekeeper);
-    if (index == none) {
-        index = findRegistration(inside, discoveryGroup);
-        if (index == none) {
-            return false;
-        }
-        unlinkEnds(index);
-        state.registrations[index].gatekeeper = gatekeeper;
-        link(index);
-    }
-    Registration& registration = state.registrations[index];
-    if (registration.unanswered == 0) {
+    index = answeringFor(inside, gatekeeper);
+    if (index == none || state.registrations[index].unanswered == 0) {
         return false;
     }
-    --registration.unanswered;
+    --state.registrations[index].unanswered;
     return true;
+}
+
+void confirmRegistration(Index index) {
+    setConfirmed(index, true);
 }
 
 void endRegistration(Index index) {
     Registration& registration = state.registrations[index];
     endClaims(registration.firstClaim, 0);
     registration.mappings = 0;
-    registration.confirmed = false;
+    setConfirmed(index, false);
 }
 
 void dropRegistration(Index index) {
     endClaims(state.registrations[index].firstClaim, 0);
     unlinkEnds(index);
-    leave(state.registrations, state.registrationAges, index);
+    leave(state.registrations, agesOf(index), index);
     give(state.registrations, index);
 }
 

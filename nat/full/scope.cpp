@@ -18,6 +18,9 @@ void forgetAll() {
     while (state.registrationAges.oldest != none) {
         dropRegistration(state.registrationAges.oldest);
     }
+    while (state.unconfirmedAges.oldest != none) {
+        dropRegistration(state.unconfirmedAges.oldest);
+    }
     dropAnnounced();
 }
 

@@ -109,7 +109,7 @@ struct Registration {
     uint32_t mappings;
     uint32_t lastActivity; // of the private host
     uint8_t unanswered;    // requests, at most 255
-    bool confirmed;        // by GCF or RCF
+    bool confirmed;        // by GCF or RCF; see confirmRegistration
 };
 
 // Records in a list, longest unused first.
@@ -154,8 +154,9 @@ struct State {
     Buckets registrationsByEnds;
     Ages connectionAges; // of the open ones
     Ages overAges;
-    Ages announcedAges; // those that gatekeepers told
-    Ages registrationAges;
+    Ages announcedAges;                     // those that gatekeepers told
+    Ages registrationAges;                  // of those that a gatekeeper confirmed
+    Ages unconfirmedAges;                   // of the others
     uint32_t mappingsOfHosts[hostCounters]; // by a hash of the private address
     uint32_t unplaced;                      // connections, see there
     uint64_t messagesSoFar;

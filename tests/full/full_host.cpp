@@ -107,7 +107,7 @@ struct FullHostCallbacks {
             return false;
         }
         const EndpointKey given = FullHost::publicOf({privateAddress, privatePort});
-        *publicPort = 0xabcd0000U | given.port;
+        *publicPort = 0xabcd0000U | static_cast<uint16_t>(given.port + host->moved);
         *publicAddress = given.address;
         return true;
     }

@@ -68,6 +68,7 @@ public:
     FakeClock clock{1'000'000};
     HostContext context = {};
     std::set<uint16_t> refusedPorts; // inside
+    uint16_t moved = 0;              // added to the public ports that are answered
     std::vector<std::string> asked;
     ToldLines observer;
     std::vector<std::string>& told = observer.lines;

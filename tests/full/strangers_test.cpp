@@ -26,10 +26,10 @@ Octets everything() {
     const full_scope::State& state = full_scope::state;
     const auto* memory = static_cast<const uint8_t*>(state.memory);
     Octets octets(memory, memory + (state.streams.scratch - memory));
-    for (const uint32_t number :
-         {state.calls.used, state.connections.used, state.mappings.used, state.claims.used,
-          state.announced.used, state.registrations.used, state.connectionAges.oldest,
-          state.announcedAges.oldest, state.registrationAges.oldest}) {
+    for (const uint32_t number : {state.calls.used, state.connections.used, state.mappings.used,
+                                  state.claims.used, state.announced.used, state.registrations.used,
+                                  state.connectionAges.oldest, state.announcedAges.oldest,
+                                  state.registrationAges.oldest, state.unconfirmedAges.oldest}) {
         const Octets more = octetsOfAddress(number);
         octets.insert(octets.end(), more.begin(), more.end());
     }
