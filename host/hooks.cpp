@@ -79,7 +79,7 @@ RARE_PATH static uint32_t sendInFullScope(HostContext* hostContext, PacketDescri
     UdpDatagram datagram;
     if (ipProtocol(packet.ip) == protocolTcp) {
         mark(descriptor, readTcp(packet, segment) && full_scope::sendSegment(hostContext, segment));
-    } else {
+    } else if (ipProtocol(packet.ip) == protocolUdp) {
         mark(descriptor,
              readUdp(packet, datagram) && full_scope::sendDatagram(hostContext, datagram));
     }

@@ -188,4 +188,23 @@ TEST(Registrations, ObserverIsToldWheneverTheHostWasAskedAndWhenTheHostMovesAMap
     EXPECT_EQ(told(), (Lines{"over " + before, "announced " + after}));
 }
 
+// What stands where UDP has its ports can be anything.
+TEST(Registrations, OtherProtocolsAreNoRas) {
+    FullHost host;
+    const Octets request = gatekeeperRequest(at(ras));
+    const Octets confirm = messageWith("gatekeeperConfirm.rasAddress.ipAddress", keeper);
+    for (const uint8_t protocol : {uint8_t{1}, uint8_t{33}, uint8_t{132}, uint8_t{17}}) {
+        SCOPED_TRACE(int{protocol});
+        HostPacket sent = HostPacket::udp({privateParty, gatekeeper, 1719, 1719, 0, 0, request});
+        HostPacket received =
+            HostPacket::udp({gatekeeper, publicAddress, 1719, 11719, 0, 0, confirm});
+        for (HostPacket* packet : {&sent, &received}) {
+            packet->ip()[9] = protocol;
+        }
+        EXPECT_EQ(sent.send(&host.context), protocol == 17);
+        received.receive(&host.context);
+        EXPECT_EQ(host.takeTold("message").size(), protocol == 17 ? 2U : 0U);
+    }
+}
+
 } // namespace
