@@ -39,6 +39,11 @@ std::array<Endpoint, 3> endsOf(const H323ObservedConnection& connection) {
             endpointOf(connection.outside)};
 }
 
+// Such a connection is announced by every message that asks for the mapping, and over once.
+bool isMapped(const H323ObservedConnection& connection) {
+    return connection.publicEndpoint.port != 0;
+}
+
 // Strangers choose their aliases: nothing of them may steer a terminal or turn a line around.
 bool isShown(uint32_t character) {
     struct Range {
@@ -211,7 +216,8 @@ void MessageLog::onAnnounced(const H323ObservedConnection& connection) {
     if (connection.protocol == static_cast<uint32_t>(Protocol::Tcp)) {
         for (const Endpoint& end : endsOf(connection)) {
             if (end.port != 0) {
-                ++announced_[{Protocol::Tcp, end}];
+                uint32_t& times = announced_[{Protocol::Tcp, end}];
+                times = isMapped(connection) ? 1 : times + 1;
             }
         }
     }
@@ -223,7 +229,8 @@ void MessageLog::onOver(const H323ObservedConnection& connection) {
     }
     for (const Endpoint& end : endsOf(connection)) {
         const auto found = announced_.find({Protocol::Tcp, end});
-        if (end.port != 0 && found != announced_.end() && --found->second == 0) {
+        if (end.port != 0 && found != announced_.end() &&
+            (isMapped(connection) || --found->second == 0)) {
             announced_.erase(found);
         }
     }
