@@ -7,6 +7,7 @@ namespace gateway {
 namespace {
 
 constexpr size_t longestJoint = 65000; // octets of payload in one packet, headers left room for
+constexpr size_t mostSegments = 1024;  // of one direction: each further one is looked for in all
 
 int32_t distance(uint32_t from, uint32_t to) {
     return static_cast<int32_t>(to - from);
@@ -19,6 +20,15 @@ uint32_t endOf(const HeldSegment& segment) {
 std::span<const uint8_t> payloadOf(const HeldSegment& segment) {
     return std::span(segment.packet)
         .subspan(segment.layout.payloadOffset, segment.layout.payloadLength);
+}
+
+// Octets of payload in the packet that segments, in order, would make together.
+size_t jointOctets(const std::vector<HeldSegment>& segments) {
+    int32_t end = 0;
+    for (const HeldSegment& segment : segments) {
+        end = std::max(end, distance(segments.front().sequence, endOf(segment)));
+    }
+    return static_cast<size_t>(end);
 }
 
 // Whether held segments cover every octet from `first` to `end`.
@@ -150,7 +160,7 @@ void SegmentHold::keep(Stream& stream, const FlowId& flow, HeldSegment&& segment
 // come.
 void SegmentHold::release(Stream& stream, const Framing& framing, ReleasedSegments& released) {
     released.segments = std::move(stream.held);
-    released.joint = released.segments.size() > 1;
+    released.joint = released.segments.size() > 1 && jointOctets(released.segments) <= longestJoint;
     stream.held.clear();
     stream.framing = framing;
     for (const HeldSegment& segment : released.segments) {
@@ -251,12 +261,13 @@ SegmentHold::Decision SegmentHold::takeNew(Stream& stream, const FlowId& flow,
     }
     const bool holes = distance(reached, endOf(stream.held.back())) > 0;
     if (!holes && result != Cut::Partial) {
-        counts_.completed += stream.held.size();
+        const bool fits = jointOctets(stream.held) <= longestJoint;
+        (fits ? counts_.completed : counts_.crowded) += stream.held.size();
         release(stream, framing, released);
         return Decision::Release;
     }
     if (stream.octets > std::min(limits_.connectionOctets, longestJoint) ||
-        octets_ > limits_.allOctets) {
+        stream.held.size() > mostSegments || octets_ > limits_.allOctets) {
         counts_.crowded += stream.held.size();
         releaseAsItCame(flow, released);
         return Decision::Release;

@@ -114,6 +114,41 @@ TEST_F(SegmentHoldTest, BoundsLetItGoAsItCame) {
     EXPECT_EQ(hold.nextExpiry(), -1);
 }
 
+// A packet's length has 16 bits: what is longer together goes on one by one.
+TEST_F(SegmentHoldTest, NothingIsJoinedThatNoPacketHolds) {
+    hold.configure({});
+    const auto whole = message(65500, 7);
+    const std::span<const uint8_t> octets(whole);
+    begin();
+    EXPECT_EQ(take(0, octets.first(40000)), Decision::Held);
+    EXPECT_EQ(take(40000, octets.subspan(40000)), Decision::Release);
+    EXPECT_EQ(released.segments.size(), 2U);
+    EXPECT_FALSE(released.joint);
+    // Still more behind it, and not whole.
+    begin();
+    EXPECT_EQ(take(0, octets.first(50000)), Decision::Held);
+    auto rest = message(3000, 7);
+    rest.resize(1000);
+    rest.insert(rest.begin(), octets.begin() + 50000, octets.end());
+    EXPECT_EQ(take(50000, rest), Decision::Release);
+    EXPECT_FALSE(released.joint);
+    EXPECT_EQ(hold.counts().crowded, 4U);
+}
+
+// Each further segment is compared with all that wait.
+TEST_F(SegmentHoldTest, ManySmallSegmentsAreNotWaitedFor) {
+    hold.configure({});
+    const auto whole = message(60000, 7);
+    begin();
+    uint32_t at = 5;
+    EXPECT_EQ(take(0, std::span<const uint8_t>(whole).first(5)), Decision::Held);
+    while (take(at, std::span<const uint8_t>(whole).subspan(at, 1)) == Decision::Held) {
+        ++at;
+    }
+    EXPECT_LT(at, 2000U);
+    EXPECT_EQ(hold.heldOctets(), 0U);
+}
+
 TEST_F(SegmentHoldTest, WhatIsNoTpktIsNeverHeld) {
     const std::array<uint8_t, 20> http = {'P', 'O', 'S', 'T'};
     begin();
