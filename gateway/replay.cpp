@@ -1,5 +1,6 @@
 #include "gateway/replay.h"
 
+#include "gateway/capture_time.h"
 #include "gateway/link_layer.h"
 
 #include <algorithm>
@@ -8,8 +9,11 @@
 namespace gateway {
 namespace {
 
+// Of all frames that wait behind a held one. Reached where the capture's clock stands still.
+constexpr size_t mostWaitingOctets = size_t{64} << 20;
+
 Milliseconds millisecondsOf(const CaptureTime& time) {
-    return time.seconds * 1000 + time.nanoseconds / 1'000'000;
+    return nanosecondsOf(time) / 1'000'000;
 }
 
 } // namespace
@@ -22,7 +26,7 @@ Replay::Replay(const ReferenceHostSettings& settings, int linkType, ReplayListen
 void Replay::process(CapturedFrame& frame) {
     ++totals_.packets;
     now_ = std::max(now_, millisecondsOf(frame.time));
-    expire(frame.time, false);
+    expire(frame.time, waitingOctets_ > mostWaitingOctets);
     const NetworkLayer network = networkLayer(linkType_, frame.octets);
     if (network.protocol == NetworkProtocol::Ipv4) {
         processIpv4(frame, network.offset);
@@ -171,11 +175,13 @@ void Replay::pass(CapturedFrame& frame, size_t offset, bool held) {
         ++firstWaiting_;
         return;
     }
+    waitingOctets_ += sizeof(Waiting) + frame.octets.size();
     waiting_.push_back({std::move(frame), offset, held});
 }
 
 void Replay::writeReady() {
     while (!waiting_.empty() && !waiting_.front().held) {
+        waitingOctets_ -= sizeof(Waiting) + waiting_.front().frame.octets.size();
         sink_(waiting_.front().frame);
         waiting_.pop_front();
         ++firstWaiting_;

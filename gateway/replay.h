@@ -103,6 +103,7 @@ private:
     SegmentHold hold_;
     ReplayTotals totals_;
     std::deque<Waiting> waiting_;
+    size_t waitingOctets_ = 0;
     uint64_t firstWaiting_ = 0; // token of waiting_.front()
     Milliseconds now_ = 0;      // never steps back
 };
