@@ -1,7 +1,10 @@
 #include "report/findings.h"
 
+#include "report/flow_runs.h"
+
 #include <algorithm>
 #include <set>
+#include <utility>
 
 namespace report {
 namespace {
@@ -69,9 +72,8 @@ private:
         text += ". What is sent there does not arrive: " + toText(stream.inside.address) +
                 (stream.control ? " gets no RTCP." : " hears nothing.");
         if (stream.received.packets > 0) {
-            text += " The " + packets(stream.received.packets) +
-                    " received here are in the capture because it was made where no router "
-                    "stood between.";
+            text += " What was received here, " + packets(stream.received.packets) +
+                    ", is in the capture because it was made where no router stood between.";
         }
         add(Severity::Trouble, text, stream.teller);
     }
@@ -119,15 +121,18 @@ private:
     }
 
     // Places of media are told with their streams.
-    [[nodiscard]] bool isOfStream(size_t message, const Endpoint& address) const {
-        return std::any_of(record_.streams.begin(), record_.streams.end(),
-                           [&](const MediaStream& stream) {
-                               return stream.inside == address && stream.teller == message &&
-                                      stream.state == StreamState::Void;
-                           });
+    [[nodiscard]] std::set<std::pair<size_t, uint64_t>> placesOfStreams() const {
+        std::set<std::pair<size_t, uint64_t>> places;
+        for (const MediaStream& stream : record_.streams) {
+            if (stream.state == StreamState::Void) {
+                places.emplace(stream.teller, FlowRuns::key(stream.inside));
+            }
+        }
+        return places;
     }
 
     void addresses() {
+        const auto told = placesOfStreams();
         for (size_t i = 0; i < record_.messages.size(); ++i) {
             const LadderMessage& message = record_.messages[i];
             if ((message.content.flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) != 0) {
@@ -139,7 +144,7 @@ private:
             }
             std::set<std::string> texts;
             for (const gateway::ReportedAddress& address : message.remaining) {
-                if (!isOfStream(i, address.from)) {
+                if (!told.contains({i, FlowRuns::key(address.from)})) {
                     texts.insert(message.content.name + " told " + toText(address.from) + " in " +
                                  gateway::shortPath(address.path) + ": " +
                                  gateway::leftCauseText(address.cause) + '.');

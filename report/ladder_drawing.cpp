@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <string>
-#include <utility>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace report {
@@ -21,31 +22,38 @@ constexpr int lineHeight = 15;
 constexpr size_t mostLines = 3;
 constexpr size_t partLength = 100;
 
-struct Lines {
+struct Line {
     std::string text;
     const char* style;
+};
+
+// Addresses in the order of their lanes.
+class Lanes {
+public:
+    size_t of(uint32_t address) {
+        const auto [found, isNew] = lanes_.try_emplace(address, addresses.size());
+        if (isNew) {
+            addresses.push_back(address);
+        }
+        return found->second;
+    }
+
+    std::vector<uint32_t> addresses;
+
+private:
+    std::unordered_map<uint32_t, size_t> lanes_;
 };
 
 std::string number(int value) {
     return std::to_string(value);
 }
 
-size_t positionOf(std::vector<uint32_t>& list, uint32_t address) {
-    const auto found = std::find(list.begin(), list.end(), address);
-    if (found == list.end()) {
-        list.push_back(address);
-        return list.size() - 1;
-    }
-    return static_cast<size_t>(found - list.begin());
-}
-
 // One line for each address, however many places tell it.
-std::vector<Lines> linesOf(const LadderMessage& message) {
-    std::vector<Lines> lines;
-    const auto add = [&lines](const std::string& text, const char* style) {
-        const bool known = std::any_of(lines.begin(), lines.end(),
-                                       [&](const Lines& line) { return line.text == text; });
-        if (!known) {
+std::vector<Line> linesOf(const LadderMessage& message) {
+    std::vector<Line> lines;
+    std::unordered_set<std::string> known;
+    const auto add = [&](const std::string& text, const char* style) {
+        if (known.insert(text).second) {
             lines.push_back({text, style});
         }
     };
@@ -66,12 +74,7 @@ std::vector<Lines> linesOf(const LadderMessage& message) {
 class Ladder {
 public:
     Ladder(std::ostream& out, const CallRecord& record, int64_t zero, MessageData& data)
-        : out_(out), record_(record), zero_(zero), data_(data) {
-        for (const LadderMessage& message : record.messages) {
-            positionOf(hosts_, message.content.host.address);
-            positionOf(parties_, message.content.outside.address);
-        }
-    }
+        : out_(out), record_(record), zero_(zero), data_(data) {}
 
     void draw() {
         const size_t count = record_.messages.size();
@@ -92,11 +95,11 @@ public:
 
 private:
     [[nodiscard]] int xOf(size_t lane) const {
-        const auto last = static_cast<int>(hosts_.size() + parties_.size());
+        const auto last = static_cast<int>(hosts_.addresses.size() + parties_.addresses.size());
         return firstLane + (lastLane - firstLane) * static_cast<int>(lane) / last;
     }
 
-    [[nodiscard]] size_t routerLane() const { return hosts_.size(); }
+    [[nodiscard]] size_t routerLane() const { return hosts_.addresses.size(); }
 
     void drawLane(size_t lane, const std::string& label, int height) {
         const std::string x = number(xOf(lane));
@@ -104,27 +107,39 @@ private:
              << "</text><path class=\"life\" d=\"M" << x << " 24V" << height << "\"/>\n";
     }
 
+    // Has lanes for those who speak in it: in a record of thousands a few of many.
     void drawPart(size_t from, size_t to) {
+        hosts_ = {};
+        parties_ = {};
+        std::vector<std::vector<Line>> lines;
         int height = headHeight;
         for (size_t i = from; i < to; ++i) {
-            height +=
-                rowHeight + lineHeight * static_cast<int>(linesOf(record_.messages[i]).size());
+            const LadderMessage& message = record_.messages[i];
+            hosts_.of(message.content.host.address);
+            parties_.of(message.content.outside.address);
+            lines.push_back(linesOf(message));
+            height += heightOf(lines.back());
         }
         height += 8;
         out_ << "<svg class=\"ladder\" viewBox=\"0 0 " << width << ' ' << height
              << "\" role=\"group\" aria-label=\"Messages\">\n";
-        for (size_t lane = 0; lane < hosts_.size(); ++lane) {
-            drawLane(lane, toText(hosts_[lane]), height);
+        for (size_t lane = 0; lane < hosts_.addresses.size(); ++lane) {
+            drawLane(lane, toText(hosts_.addresses[lane]), height);
         }
         drawLane(routerLane(), "router", height);
-        for (size_t party = 0; party < parties_.size(); ++party) {
-            drawLane(routerLane() + 1 + party, toText(parties_[party]), height);
+        for (size_t party = 0; party < parties_.addresses.size(); ++party) {
+            drawLane(routerLane() + 1 + party, toText(parties_.addresses[party]), height);
         }
         int y = headHeight;
         for (size_t i = from; i < to; ++i) {
-            y += drawMessage(record_.messages[i], y);
+            drawMessage(record_.messages[i], lines[i - from], y);
+            y += heightOf(lines[i - from]);
         }
         out_ << "</svg>\n";
+    }
+
+    static int heightOf(const std::vector<Line>& lines) {
+        return rowHeight + lineHeight * static_cast<int>(lines.size());
     }
 
     void drawArrow(int from, int to, int y) {
@@ -133,13 +148,12 @@ private:
              << " -4l" << -head << " 4l" << head << " 4\"/>";
     }
 
-    int drawMessage(const LadderMessage& message, int y) {
+    void drawMessage(const LadderMessage& message, const std::vector<Line>& lines, int y) {
         const gateway::ReportedMessage& content = message.content;
         const bool sent = content.direction == H323NAT_SENT;
-        const int host = xOf(positionOf(hosts_, content.host.address));
-        const int party = xOf(routerLane() + 1 + positionOf(parties_, content.outside.address));
+        const int host = xOf(hosts_.of(content.host.address));
+        const int party = xOf(routerLane() + 1 + parties_.of(content.outside.address));
         const int router = xOf(routerLane());
-        const std::vector<Lines> lines = linesOf(message);
         const std::string name = content.name.empty() ? "unknown" : content.name;
         const std::string time = gateway::secondsText(message.time - zero_);
         const std::string ends = (sent ? toText(content.host) : toText(content.outside)) + " → " +
@@ -148,13 +162,12 @@ private:
             message.frame == 0 ? "" : "frame " + std::to_string(message.frame) + ", ";
         const size_t shown = data_.add(message, name + " — " + frame + time + " s, " + ends);
 
-        const int height = rowHeight + lineHeight * static_cast<int>(lines.size());
         const bool repeated = (content.flags & H323NAT_MESSAGE_REPEATED) != 0;
         out_ << "<g class=\"message" << (content.rewritten.empty() ? "" : " rewritten")
              << (message.remaining.empty() ? "" : " leaks") << "\" tabindex=\"0\" role=\"button\""
              << " data-message=\"" << shown << "\" data-frame=\"" << message.frame
              << "\" aria-label=\"" << escaped(name + ", " + frame + ends) << "\"><rect x=\"0\" y=\""
-             << y << "\" width=\"" << width << "\" height=\"" << height
+             << y << "\" width=\"" << width << "\" height=\"" << heightOf(lines)
              << "\"/><text class=\"time\" x=\"4\" y=\"" << y + 16 << "\">" << time << "</text>";
         if (message.frame != 0) {
             out_ << "<text class=\"frame\" x=\"4\" y=\"" << y + 30 << "\">frame " << message.frame
@@ -165,21 +178,20 @@ private:
         drawArrow(sent ? host : party, sent ? party : host, y + 24);
         out_ << "<circle cx=\"" << router << "\" cy=\"" << y + 24 << "\" r=\"4\"/>";
         int line = y + rowHeight + 4;
-        for (const Lines& text : lines) {
+        for (const Line& text : lines) {
             out_ << "<text class=\"" << text.style << "\" x=\"" << router << "\" y=\"" << line
                  << "\">" << escaped(text.text) << "</text>";
             line += lineHeight;
         }
         out_ << "</g>\n";
-        return height;
     }
 
     std::ostream& out_;
     const CallRecord& record_;
     int64_t zero_;
     MessageData& data_;
-    std::vector<uint32_t> hosts_;
-    std::vector<uint32_t> parties_;
+    Lanes hosts_; // of the part that is drawn
+    Lanes parties_;
 };
 
 } // namespace

@@ -5,8 +5,11 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
+#include <utility>
 
 namespace report {
 namespace {
@@ -24,16 +27,14 @@ struct Told {
     uint32_t cause = 0;
 };
 
+// Numbers by endpoint: whoever sends the messages decides how many endpoints there are.
+using Index = std::unordered_map<uint64_t, size_t>;
+
 struct AllTold {
-    std::vector<Told> own;     // what the outside was told of private endpoints
+    std::vector<Told> own; // what the outside was told of private endpoints
+    Index byBefore;
     std::set<uint64_t> theirs; // what private hosts were told
 };
-
-Told* find(std::vector<Told>& list, const Endpoint& before) {
-    const auto found = std::find_if(list.begin(), list.end(),
-                                    [&](const Told& told) { return told.before == before; });
-    return found == list.end() ? nullptr : &*found;
-}
 
 uint32_t causeAt(const LadderMessage& message, size_t offset) {
     for (const gateway::ReportedAddress& address : message.remaining) {
@@ -75,8 +76,9 @@ void gather(const LadderMessage& message, size_t number, const gateway::Network&
             // What was told last counts.
             const Told told{control, before, endpointAt(after, place.offset), number,
                             causeAt(message, place.offset)};
-            Told* const known = find(all.own, before);
-            (known == nullptr ? all.own.emplace_back() : *known) = told;
+            const auto [known, isNew] =
+                all.byBefore.try_emplace(FlowRuns::key(before), all.own.size());
+            (isNew ? all.own.emplace_back() : all.own[known->second]) = told;
         }
     }
 }
@@ -91,16 +93,6 @@ StreamState stateOf(const MediaStream& stream, const gateway::Network& inside) {
         return stream.received.packets > 0 ? StreamState::BothWays : StreamState::SentOnly;
     }
     return stream.received.packets > 0 ? StreamState::ReceivedOnly : StreamState::Silent;
-}
-
-// Unmapped packets belong to the endpoint whose told address they were sent to.
-const Told* tellerOf(const std::vector<Told>& own, const Endpoint& local) {
-    for (const Told& told : own) {
-        if (told.before == local || told.after == local) {
-            return &told;
-        }
-    }
-    return nullptr;
 }
 
 bool comesBefore(const MediaStream& a, const MediaStream& b) {
@@ -119,16 +111,26 @@ std::vector<MediaStream> mediaStreams(const CallRecord& record, const gateway::N
     for (size_t i = 0; i < record.messages.size(); ++i) {
         gather(record.messages[i], i, inside, all);
     }
-    std::vector<MediaStream> streams;
-    const auto streamOf = [&](const Told* told, const Endpoint& local,
-                              const Endpoint& remote) -> MediaStream& {
-        const Endpoint& own = told == nullptr ? local : told->before;
-        for (MediaStream& stream : streams) {
-            if (stream.inside == own && (stream.remote == remote || stream.remote.port == 0)) {
-                stream.remote = remote.port == 0 ? stream.remote : remote;
-                return stream;
-            }
+    // Unmapped packets belong to the endpoint whose told address they were sent to.
+    Index tellers;
+    std::set<uint64_t> local;
+    for (size_t i = 0; i < all.own.size(); ++i) {
+        for (const Endpoint& end : {all.own[i].before, all.own[i].after}) {
+            tellers.try_emplace(FlowRuns::key(end), i);
+            local.insert(FlowRuns::key(end));
         }
+    }
+    std::vector<MediaStream> streams;
+    std::map<std::pair<uint64_t, uint64_t>, size_t> numbers;
+    std::set<uint64_t> seen;
+    const auto streamOf = [&](const Told* told, const Endpoint& own,
+                              const Endpoint& remote) -> MediaStream& {
+        const auto [found, isNew] =
+            numbers.try_emplace({FlowRuns::key(own), FlowRuns::key(remote)}, streams.size());
+        if (!isNew) {
+            return streams[found->second];
+        }
+        seen.insert(FlowRuns::key(own));
         MediaStream& stream = streams.emplace_back();
         stream.inside = own;
         stream.remote = remote;
@@ -142,24 +144,19 @@ std::vector<MediaStream> mediaStreams(const CallRecord& record, const gateway::N
         }
         return stream;
     };
-    std::set<uint64_t> local;
-    for (const Told& told : all.own) {
-        local.insert({FlowRuns::key(told.before), FlowRuns::key(told.after)});
-    }
     const int64_t end = record.ended == never ? INT64_MAX : record.ended + hangover;
     for (const FlowRun* const run : flows.find(local, all.theirs, record.start, end)) {
         const gateway::FlowId& flow = run->flow;
-        const Told* const told = tellerOf(all.own, flow.local);
-        MediaStream& stream = streamOf(told, flow.local, flow.remote);
+        const auto teller = tellers.find(FlowRuns::key(flow.local));
+        const Told* const told = teller == tellers.end() ? nullptr : &all.own[teller->second];
+        MediaStream& stream =
+            streamOf(told, told == nullptr ? flow.local : told->before, flow.remote);
         stream.sent.add(run->sent);
         stream.received.add(run->received);
         stream.lost.add(run->lost);
     }
     for (const Told& told : all.own) {
-        const bool known =
-            std::any_of(streams.begin(), streams.end(),
-                        [&](const MediaStream& stream) { return stream.inside == told.before; });
-        if (!known) {
+        if (!seen.contains(FlowRuns::key(told.before))) {
             streamOf(&told, told.before, {});
         }
     }

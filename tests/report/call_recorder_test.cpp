@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -175,6 +176,24 @@ TEST(CallRecorder, MessagesAroundACallBelongToIt) {
     EXPECT_EQ(records[1].cause, 16U);
     EXPECT_EQ(records[1].ended, 6);
     EXPECT_EQ(records[1].outside, party);
+}
+
+// Whoever sends the messages decides how many endpoints they tell; nothing may be looked for in all
+// of them again and again. Processor time, since machines are busy.
+TEST(CallRecorder, ManyEndpointsTakeLittleTime) {
+    constexpr unsigned count = 20'000;
+    CallRecorder recorder({inside});
+    for (unsigned i = 0; i < count; ++i) {
+        gateway::ReportedMessage told = acknowledgement(1);
+        for (const uint32_t offset : {mediaOffset, controlOffset}) {
+            told.octets[offset + 4] = static_cast<uint8_t>((2 * i) >> 8);
+            told.octets[offset + 5] = static_cast<uint8_t>(2 * i + (offset == mediaOffset ? 0 : 1));
+        }
+        recorder.addMessage(i, i, told, {});
+    }
+    const std::clock_t begin = std::clock();
+    EXPECT_GT(recorder.finish().at(0).streams.size(), count);
+    EXPECT_LT(static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC, 8.0);
 }
 
 TEST(CallRecorder, KeepsNoMoreThanItIsToldTo) {
