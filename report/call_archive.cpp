@@ -34,12 +34,18 @@ std::string makeFolder(const std::string& folder) {
     return error ? "cannot make the folder '" + folder + "': " + error.message() : "";
 }
 
+// As this program names them; others in the folder are somebody's own.
+bool isNamedByUs(const fs::path& path, const char* ending) {
+    return path.extension() == ending &&
+           path.stem().string().find_first_not_of("0123456789TZ-") == std::string::npos;
+}
+
 // The oldest files of a kind make room, so that `most` are left with the next one.
 void makeRoom(const std::string& folder, const char* ending, size_t most) {
     std::vector<fs::directory_entry> files;
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
-        if (entry.path().extension() == ending && entry.is_regular_file(error)) {
+        if (isNamedByUs(entry.path(), ending) && entry.is_regular_file(error)) {
             files.push_back(entry);
         }
     }
@@ -131,7 +137,13 @@ CallArchive::Running* CallArchive::runningCall(uint64_t call, size_t octets) {
 void CallArchive::note(uint64_t call, const LadderMessage& message,
                        std::span<const uint8_t> packet) {
     constexpr size_t overhead = sizeof(LadderMessage) + sizeof(Packet);
-    const size_t octets = message.content.octets.size() + packet.size() + overhead;
+    size_t octets = message.content.octets.size() + packet.size() + overhead;
+    for (const auto* list :
+         {&message.content.rewritten, &message.content.left, &message.remaining}) {
+        for (const gateway::ReportedAddress& address : *list) {
+            octets += sizeof address + address.path.size();
+        }
+    }
     Running* const running = runningCall(call, octets);
     if (running == nullptr) {
         return;

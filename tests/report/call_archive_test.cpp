@@ -111,6 +111,20 @@ TEST_F(CallArchiveTest, OnlyTheLastCallsStay) {
     EXPECT_NO_THROW(archivedCall(settings.calls, 5));
 }
 
+// Somebody may keep captures of his own in the folder that he names.
+TEST_F(CallArchiveTest, FilesOfOthersMakeNoRoom) {
+    fs::create_directory(settings.troubled);
+    const std::string own = settings.troubled + "/evidence.pcapng";
+    std::ofstream(own) << "mine";
+    fs::last_write_time(own, fs::file_time_type::min());
+    for (uint64_t call = 1; call <= 5; ++call) {
+        archive.note(call, message(true), packet);
+        EXPECT_EQ(archive.end(call, known(), inside), "");
+    }
+    EXPECT_TRUE(fs::exists(own));
+    EXPECT_EQ(filesIn(settings.troubled), 4U);
+}
+
 TEST_F(CallArchiveTest, ACallInTroubleLeavesACaptureWithRemarks) {
     archive.note(1, message(false), packet);
     archive.note(2, message(true), packet);
@@ -152,6 +166,12 @@ TEST_F(CallArchiveTest, WhatIsTooMuchIsLeftOut) {
     }
     EXPECT_GT(kept, 10U);
     EXPECT_LT(kept, 100U) << "20 KB hold no more";
+    // Addresses count with their paths: a message tells thousands of them in few octets.
+    LadderMessage crowded = message(false);
+    crowded.content.left.assign(200, {std::string(100, 'p'), 1, host, party, 0});
+    archive.note(1001, crowded, packet);
+    EXPECT_EQ(archive.end(1001, known(), inside), "");
+    EXPECT_THROW(archivedCall(settings.calls, 1001), std::runtime_error);
     archive.note(1000, message(true), packet);
     EXPECT_EQ(archive.end(1000, known(), inside), "");
     EXPECT_NO_THROW(archivedCall(settings.calls, 1000)) << "ended calls have given their room back";
