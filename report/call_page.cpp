@@ -17,9 +17,10 @@ using gateway::toText;
 // More of them start folded.
 constexpr size_t mostOpenCalls = 5;
 
+// An alias that is written from right to left turns nothing around but itself.
 std::string named(const std::string& alias, const gateway::Endpoint& endpoint) {
     const std::string address = toText(endpoint.address);
-    return alias.empty() ? address : validText(alias) + " (" + address + ")";
+    return alias.empty() ? address : "\u2068" + validText(alias) + "\u2069 (" + address + ")";
 }
 
 std::string caller(const CallRecord& record) {

@@ -18,6 +18,13 @@
         return made;
     }
 
+    // What is not to be seen, or moves what is, as its number.
+    function plain(text) {
+        return text.replace(
+            /[\u0000-\u001f\u007f-\u009f\u00ad\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff0-\uffff]/g,
+            (character) => "\\u" + character.charCodeAt(0).toString(16).padStart(4, "0"));
+    }
+
     function octetsOf(hex) {
         return hex.match(/../g) || [];
     }
@@ -72,7 +79,7 @@
         line.append(element("span", "label", data.strings[node[0]]));
         const value = data.strings[node[1]];
         if (value !== "") {
-            line.append(" ", element("span", "value", value));
+            line.append(" ", element("span", "value", plain(value)));
         }
         if (range) {
             item.dataset.from = range[0];

@@ -55,8 +55,46 @@ def colours(png):
     return len(set(zlib.decompress(data)))
 
 
+def gatekeeper_request(identifier, data):
+    """A frame with a message of these strings: the gatekeeper's name, and data of no standard."""
+    name = identifier.encode("utf-16-be", "surrogatepass")
+    message = (bytes.fromhex("018012f3060008914a000700012a") + struct.pack(">H", 0x8000 | len(data))
+               + data + bytes.fromhex("000a00000506b700") + bytes([len(name) // 2 - 1]) + name)
+    udp = struct.pack(">HHHH", 1719, 1719, 8 + len(message), 0) + message
+    ip = struct.pack(">BBHHHBBH4s4s", 0x45, 0, 20 + len(udp), 0, 0, 64, 17, 0,
+                     bytes([10, 0, 0, 5]), bytes([203, 0, 113, 8]))
+    return bytes(12) + b"\x08\x00" + ip + udp
+
+
+def hostile_page(driver, work, page):
+    """Markup, control characters, marks that turn text around and 16,000 octets stay text."""
+    markup = "</script><!--<img src=x onerror=\"document.title='ran'\">"
+    whole = (pathlib.Path(SAMPLES) / "fast-tun.pcap").read_bytes()
+    whole = whole.replace("alice".encode("utf-16-be"), "<\u202e'\x07>".encode("utf-16-be"))
+    frame = gatekeeper_request((markup + "\u202e\u2066\x1b[31m\0\ud800\uffff").ljust(128, "\u200f"),
+                               (markup.encode() * 300)[:16000])
+    capture = work / "hostile.pcap"
+    capture.write_bytes(whole + whole[24:32] + struct.pack("<II", len(frame), len(frame)) + frame)
+    lines = replay(str(capture), page)
+    load(driver, page)
+    same_as_report(driver, "hostile capture", lines)
+    shown = driver.find_element(By.TAG_NAME, "body").text
+    for row in driver.find_elements(By.CSS_SELECTOR, ".message"):
+        driver.execute_script("arguments[0].dispatchEvent(new MouseEvent('click', {bubbles: true}))",
+                              row)
+        shown += driver.find_element(By.ID, "detail").text
+    check("onerror=" in shown, "hostile capture: its strings are not shown")
+    moving = sorted({hex(ord(c)) for c in shown if c not in "\n\u2068\u2069" and (
+        c < " " or "\x7f" <= c < "\xa0" or "\u200b" <= c <= "\u200f"
+        or "\u2028" <= c <= "\u202e" or "\u2060" <= c <= "\u206f")})
+    check(not moving, f"hostile capture: {moving} act on the page")
+    strange = driver.execute_script("""return document.title === "ran" ? ["a script ran"] :
+        [...document.querySelectorAll("img, body script ~ script ~ *")].map((node) => node.outerHTML)""")
+    check(not strange, f"hostile capture: {strange}")
+
+
 def long_capture(path, copies=2000):
-    """A call of five messages again and again, six seconds apart."""
+    """A call of five messages again and again, six seconds apart, each with another party."""
     whole = (pathlib.Path(SAMPLES) / "fast-tun.pcap").read_bytes()
     parts = [whole[:24]]
     for copy in range(copies):
@@ -64,7 +102,8 @@ def long_capture(path, copies=2000):
         while at < len(whole):
             seconds, rest, held, length = struct.unpack("<IIII", whole[at:at + 16])
             parts.append(struct.pack("<IIII", seconds + 6 * copy, rest, held, length))
-            parts.append(whole[at + 16:at + 16 + held])
+            parts.append(whole[at + 16:at + 16 + held].replace(
+                bytes([203, 0, 113, 9]), struct.pack(">I", 0xCB007109 + copy)))
             at += 16 + held
     path.write_bytes(b"".join(parts))
 
@@ -81,6 +120,7 @@ def long_page(driver, work, page):
     size = pathlib.Path(page).stat().st_size
     print(f"page_test: {lines[-1]['messages']} messages, {size >> 20} MB, {taken:.1f} s")
     check(taken < 20, f"long capture: {taken} s")
+    check(size < 40 << 20, f"long capture: {size} octets")
     folds = driver.find_elements(By.CSS_SELECTOR, "details:not([open]) > summary")
     check(len(folds) > 50, f"long capture: {len(folds)} folds")
     shown = driver.execute_script("""return [...document.querySelectorAll(".message")].filter(
@@ -168,6 +208,7 @@ def main():
         states = [row.get_attribute("data-state")
                   for row in driver.find_elements(By.CSS_SELECTOR, ".stream")]
         check(states == ["into the void"] * 2, f"listed scope: streams are {states}")
+        hostile_page(driver, pathlib.Path(work), page)
         long_page(driver, pathlib.Path(work), page)
     driver.quit()
     return 1 if faults else 0
