@@ -10,6 +10,7 @@
 #include "cli/commands.h"
 #include "cli/given_messages.h"
 #include "cli/status_text.h"
+#include "cli/terminal.h"
 #include "tree/message_tree.h"
 #include "tree/value_text.h"
 
@@ -40,12 +41,9 @@ Reading readAs(const std::string& type, std::span<const uint8_t> octets) {
 void printText(const Reading& reading) {
     const tree::DecodedMessage& message = reading.message;
     if (message.status != PER_OK) {
-        std::cerr << "h323nat: not a " << reading.type << ": status " << statusText(message.status)
-                  << " near octet " << message.failedAt;
-        if (!message.failedPath.empty()) {
-            std::cerr << ", in " << message.failedPath;
-        }
-        std::cerr << '\n';
+        complain("not a " + reading.type + ": status " + statusText(message.status) +
+                 " near octet " + std::to_string(message.failedAt) +
+                 (message.failedPath.empty() ? "" : ", in " + message.failedPath));
         return;
     }
     std::cout << tree::treeText(message.root);
@@ -54,7 +52,7 @@ void printText(const Reading& reading) {
         std::cout << "(" << rest.size() << " more octets: " << tree::hexText(rest) << ")\n";
     }
     for (const std::string& warning : message.warnings) {
-        std::cerr << "h323nat: warning: " << warning << '\n';
+        complain("warning: " + warning);
     }
 }
 
@@ -69,6 +67,9 @@ std::string jsonOf(const Reading& reading, nlohmann::ordered_json place) {
         place["failedAt"] = message.failedAt;
         place["failedPath"] = message.failedPath;
     }
+    if (message.status == PER_OK && message.octetsRead < reading.octets.size()) {
+        place["rest"] = tree::hexText(reading.octets.subspan(message.octetsRead));
+    }
     if (!message.warnings.empty()) {
         place["warnings"] = message.warnings;
     }
@@ -79,7 +80,7 @@ std::string jsonOf(const Reading& reading, nlohmann::ordered_json place) {
 
 bool run(const GivenMessage& message, JsonArray* array) {
     if (array == nullptr && !message.heading.empty()) {
-        std::cout << message.heading << '\n' << std::flush;
+        std::cout << message.heading << '\n';
     }
     bool good = true;
     for (const FramedMessage& framed : message.readings) {

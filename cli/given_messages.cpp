@@ -8,8 +8,10 @@
 #include "cli/capture_messages.h"
 #include "cli/message_input.h"
 #include "cli/terminal.h"
+#include "gateway/capture_time.h"
 #include "gateway/endpoint.h"
 #include "nat/q931.h"
+#include "report/markup.h"
 #include "tree/message_tree.h"
 
 namespace cli {
@@ -90,6 +92,7 @@ void visitCapture(const GivenOptions& options, const std::string& path,
         visit({{{message.type, message.encoding}},
                placeText(message),
                {{"frame", message.frame},
+                {"time", gateway::timestampText(message.time)},
                 {"source", gateway::toText(message.source)},
                 {"destination", gateway::toText(message.destination)}}});
     }
@@ -106,8 +109,8 @@ void forEachMessage(const GivenOptions& options,
         const auto visitOne = [&](GivenMessage message) {
             if (inputs.size() > 1) {
                 message.heading =
-                    input.file + (message.heading.empty() ? "" : "  ") + message.heading;
-                nlohmann::ordered_json origin{{"file", input.file}};
+                    printable(input.file) + (message.heading.empty() ? "" : "  ") + message.heading;
+                nlohmann::ordered_json origin{{"file", report::validText(input.file)}};
                 origin.update(message.origin);
                 message.origin = std::move(origin);
             }
@@ -115,8 +118,12 @@ void forEachMessage(const GivenOptions& options,
         };
         if (input.isCapture) {
             visitCapture(options, input.file, visitOne);
-        } else {
+            continue;
+        }
+        try {
             visitOctets(options, input.octets, visitOne);
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error((input.file.empty() ? "" : input.file + ": ") + error.what());
         }
     }
 }
@@ -150,10 +157,18 @@ bool reportMessages(const GivenOptions& options,
     JsonArray array;
     bool good = true;
     size_t count = 0;
-    forEachMessage(options, [&](const GivenMessage& message) {
-        good = report(message, options.json ? &array : nullptr) && good;
-        ++count;
-    });
+    try {
+        forEachMessage(options, [&](const GivenMessage& message) {
+            good = report(message, options.json ? &array : nullptr) && good;
+            ++count;
+        });
+    } catch (const std::runtime_error& error) {
+        if (count == 0) {
+            throw;
+        }
+        complain(error.what());
+        good = false;
+    }
     if (options.json) {
         array.finish();
     }

@@ -36,8 +36,8 @@ struct GivenMessage {
 
 /// Calls `report` for every message given, in order; it adds to the array when that is not null,
 /// and prints otherwise. True when there was a message, and `report` gave true for all. Throws
-/// std::runtime_error for input that cannot be used and gateway::CaptureError for a damaged
-/// capture, behind the messages before the fault.
+/// std::runtime_error for input that cannot be used, gateway::CaptureError for a damaged capture;
+/// behind messages that were reported, either is a complaint and gives false.
 bool reportMessages(const GivenOptions& options,
                     const std::function<bool(const GivenMessage&, JsonArray*)>& report);
 

@@ -10,6 +10,7 @@
 #include "cli/commands.h"
 #include "cli/given_messages.h"
 #include "cli/located_addresses.h"
+#include "cli/terminal.h"
 #include "tree/message_tree.h"
 
 namespace cli {
@@ -30,25 +31,24 @@ std::string counted(uint32_t count, const char* one, const char* several) {
     return count == 1 ? std::string("1 ") + one : std::to_string(count) + " " + several;
 }
 
-/// What the places do not say of the message, in whole lines.
-void printRemarks(const LocatedAddresses& found, const std::string& prefix) {
+/// What the places do not say of the message.
+void printRemarks(const LocatedAddresses& found, const std::string& message) {
     if (found.status == LocateStatus::malformed) {
-        std::cerr << prefix
-                  << "makes no sense from some point on; \"h323nat decode\" tells where\n";
+        complain(message + "makes no sense from some point on; \"h323nat decode\" tells where");
     } else if (found.status == LocateStatus::tooDeep) {
-        std::cerr << prefix << "is nested deeper than " << locatorDepth
-                  << " levels or in more than " << locatorSeams
-                  << " fragments; places behind that are not looked up\n";
+        complain(message + "is nested deeper than " + std::to_string(locatorDepth) +
+                 " levels or in more than " + std::to_string(locatorSeams) +
+                 " fragments; places behind that are not looked up");
     }
     if (found.splitAddresses != 0) {
-        std::cerr << prefix
-                  << "warning: " << counted(found.splitAddresses, "address is", "addresses are")
-                  << " left out whose octets do not stand together\n";
+        complain(message +
+                 "warning: " + counted(found.splitAddresses, "address is", "addresses are") +
+                 " left out whose octets do not stand together");
     }
     if (found.refusedElements != 0) {
-        std::cerr << prefix << "warning: " << counted(found.refusedElements, "message", "messages")
-                  << " in octet strings made no sense and what is behind that in them was not "
-                     "looked up\n";
+        complain(message + "warning: " + counted(found.refusedElements, "message", "messages") +
+                 " in octet strings made no sense and what is behind that in them was not looked "
+                 "up");
     }
 }
 
@@ -67,11 +67,7 @@ void printText(const GivenMessage& message, const LocatedAddresses& found) {
                   << "  " << std::setw(static_cast<int>(endpointWidth)) << std::left
                   << gateway::toText(place.endpoint) << "  " << place.path << '\n';
     }
-    std::cout << std::flush; // remarks go elsewhere and come behind
-    printRemarks(found,
-                 "h323nat: " +
-                     (message.heading.empty() ? "the message" : message.heading + ": the message") +
-                     " ");
+    printRemarks(found, (message.heading.empty() ? "" : message.heading + ": ") + "the message ");
 }
 
 std::string jsonOf(const GivenMessage& message, const LocatedAddresses& found) {

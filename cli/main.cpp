@@ -11,6 +11,21 @@
 
 namespace {
 
+// What CLI11 says of the numbers of words that an option takes is not for users.
+std::string worded(const CLI::ParseError& error) {
+    const std::string text = error.what();
+    const std::string option = text.substr(0, text.find(':'));
+    const size_t missing = text.find(": 1 required ");
+    if (text.find(": At Most 1 required") != std::string::npos) {
+        return option + " is given more than once; it takes one value";
+    }
+    if (missing != std::string::npos) {
+        return option + " needs a value" +
+               text.substr(missing + 12, text.rfind(' ') - missing - 12);
+    }
+    return text;
+}
+
 int refuse(const CLI::App& app, const CLI::ParseError& error,
            const std::vector<std::string>& arguments) {
     const std::string unknown = cli::unknownWord(app, arguments);
@@ -22,7 +37,7 @@ int refuse(const CLI::App& app, const CLI::ParseError& error,
     for (const CLI::App* chosen : app.get_subcommands()) {
         command += chosen->get_name() + " ";
     }
-    cli::complain(std::string(error.what()) + "\n" + command + "--help tells more.");
+    cli::complain(worded(error) + "\n" + command + "--help tells more.");
     return cli::exitUnusable;
 }
 
@@ -69,6 +84,7 @@ int finishOutput(int exitStatus) {
 } // namespace
 
 int main(int argc, char** argv) {
+    cli::keepClosedStreams();
     try {
         return finishOutput(run(argc, argv));
     } catch (const std::exception& error) {

@@ -56,10 +56,17 @@ MessageInput readFile(const std::string& path) {
     file.read(content.data(), longestBeginning);
     content.resize(static_cast<size_t>(file.gcount()));
     if (isCapture(content)) {
+        if (!std::filesystem::is_regular_file(path)) {
+            throw std::runtime_error(path + " is a capture, which is read from a file alone");
+        }
         return {path, true, {}};
     }
     content.append(std::istreambuf_iterator<char>(file), {});
-    return {path, false, octetsOf(content)};
+    try {
+        return {path, false, octetsOf(content)};
+    } catch (const std::exception& error) {
+        throw std::runtime_error(path + ": " + error.what());
+    }
 }
 
 bool isFile(const std::string& word) {
@@ -78,7 +85,8 @@ std::vector<MessageInput> readMessageInputs(const std::vector<std::string>& word
     if (words.size() == 1 && words[0] == "-") {
         const std::string content(std::istreambuf_iterator<char>(std::cin), {});
         if (isCapture(content)) {
-            throw std::runtime_error("a capture is read from a file, not from standard input");
+            throw std::runtime_error(
+                "standard input is a capture, which is read from a file alone");
         }
         return {{"", false, octetsOf(content)}};
     }
@@ -90,7 +98,8 @@ std::vector<MessageInput> readMessageInputs(const std::vector<std::string>& word
         return {{"", false, fromHex(text)}};
     } catch (const std::exception& error) {
         if (words.size() == 1) {
-            throw std::runtime_error(std::string(error.what()) + ", and no file has this name");
+            throw std::runtime_error("no file has this name: " + words[0] +
+                                     "; nor is it hexadecimal: " + error.what());
         }
         if (std::any_of(words.begin(), words.end(), isFile)) {
             const auto other = std::find_if_not(words.begin(), words.end(), isFile);

@@ -26,15 +26,21 @@ struct ReplayOptions {
     gateway::Network inside;
     uint32_t publicAddress = 0;
     uint32_t publishedAddress = 0; // 0 for none
+    std::string scope;             // empty: not chosen
     bool strict = false;
-    bool listed = false;
     bool json = false;
 };
 
-bool isSameFile(const std::string& input, const std::string& output) {
+// Also of files that are still to be made.
+bool isSameFile(const std::string& one, const std::string& other) {
+    namespace fs = std::filesystem;
+    if (one.empty() || other.empty() || one == "-" || other == "-") {
+        return false;
+    }
     std::error_code error;
-    return !output.empty() && input != "-" && output != "-" &&
-           std::filesystem::equivalent(input, output, error);
+    const fs::path path = fs::weakly_canonical(one, error);
+    return !fs::is_character_file(path, error) &&
+           (path == fs::weakly_canonical(other, error) || fs::equivalent(one, other, error));
 }
 
 gateway::ReferenceHostSettings hostSettings(const ReplayOptions& options) {
@@ -43,7 +49,7 @@ gateway::ReferenceHostSettings hostSettings(const ReplayOptions& options) {
     settings.publicAddress = options.publicAddress;
     settings.publishedAddress = options.publishedAddress;
     settings.lossless = !options.strict;
-    settings.fullScope = !options.listed && !options.strict;
+    settings.fullScope = options.scope != "listed" && !options.strict;
     return settings;
 }
 
@@ -57,13 +63,16 @@ std::string contradiction(const ReplayOptions& options) {
         return "--publish " + gateway::toText(options.publishedAddress) +
                " does not lie in the --inside network";
     }
+    if (options.strict && options.scope == "full") {
+        return "--strict means --scope listed: the full scope writes addresses alone";
+    }
     if (options.output.empty() && options.page.empty()) {
         return "name the file to write: --output for the packets, --report for a page of the calls";
     }
     if (isSameFile(options.input, options.output) || isSameFile(options.input, options.page)) {
         return "the output would overwrite the input " + options.input;
     }
-    if (options.page == "-" || (!options.page.empty() && options.page == options.output)) {
+    if (options.page == "-" || isSameFile(options.output, options.page)) {
         return "--report needs a file of its own";
     }
     return "";
@@ -86,9 +95,9 @@ std::string networkText(const ReplayOptions& options) {
 
 bool insideMatchesNothing(const gateway::ReplayTotals& totals) {
     using gateway::Verdict;
-    return totals.packets > 0 && totals.count(Verdict::Translated) + totals.count(Verdict::Local) +
-                                         totals.count(Verdict::NoPort) ==
-                                     0;
+    return totals.count(Verdict::Translated) + totals.count(Verdict::Local) +
+               totals.count(Verdict::NoPort) ==
+           0;
 }
 
 // How the router was set, in one sentence.
@@ -152,7 +161,10 @@ int replayCapture(const ReplayOptions& options) {
     }
     report->onEnd(replay.totals());
     out.flush();
-    if (status == 0 && insideMatchesNothing(replay.totals())) {
+    if (status == 0 && replay.totals().packets == 0) {
+        complain(options.input + " holds no packet");
+        status = exitFaults;
+    } else if (status == 0 && insideMatchesNothing(replay.totals())) {
         complain("no packet comes from or goes to a host of --inside " + networkText(options) +
                  "; name the network of the private hosts");
         status = exitFaults;
@@ -227,10 +239,9 @@ void addReplayCommand(CLI::App& app, int& exitStatus) {
     addAddress(*command, "--publish", options->publishedAddress,
                "private host that takes calls from outside (TCP port 1720)");
     command
-        ->add_option_function<std::string>(
-            "--scope", [options](const std::string& scope) { options->listed = scope == "listed"; },
-            "full: every address, both ways, any number of hosts and calls; listed: the module's "
-            "default, a fixed list of translations")
+        ->add_option("--scope", options->scope,
+                     "full: every address, both ways, any number of hosts and calls; listed: the "
+                     "module's default, a fixed list of translations")
         ->check(CLI::IsMember({"full", "listed"}))
         ->type_name("SCOPE")
         ->default_str("full");

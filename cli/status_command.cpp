@@ -8,10 +8,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <charconv>
 #include <exception>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
 
 namespace cli {
 namespace {
@@ -61,7 +63,16 @@ void addStatusCommand(CLI::App& app, int& exitStatus) {
         ->excludes("--json");
     command->add_option("--interval", arguments->interval, "Seconds from one drawing to the next")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check(
+            [](const std::string& text) {
+                double seconds = 0;
+                const char* const end = text.data() + text.size();
+                const auto read = std::from_chars(text.data(), end, seconds);
+                const bool good =
+                    read.ec == std::errc() && read.ptr == end && seconds >= 0.1 && seconds <= 3600;
+                return good ? "" : text + " is no number of seconds from 0.1 to 3600";
+            },
+            "0.1 to 3600")
         ->capture_default_str();
     command->add_option("--socket", arguments->socket, "The gateway's status socket")
         ->type_name("PATH")

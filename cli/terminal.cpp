@@ -5,9 +5,21 @@
 #include <iostream>
 #include <string_view>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace cli {
+
+void keepClosedStreams() {
+#ifndef _WIN32
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) == -1) {
+            // The lowest number that is free. What is opened the wrong way round gives an error.
+            static_cast<void>(open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+        }
+    }
+#endif
+}
 
 bool isTerminal(Stream stream) {
     return isatty(stream == Stream::Output ? STDOUT_FILENO : STDERR_FILENO) == 1;
@@ -30,6 +42,7 @@ std::string printable(const std::string& text) {
 }
 
 void complain(const std::string& message) {
+    std::cout << std::flush; // what was printed before stands before it
     const bool coloured = hasColours(Stream::Error);
     std::cerr << (coloured ? "\033[1;31mh323nat:\033[0m " : "h323nat: ");
     for (size_t at = 0; at <= message.size();) {

@@ -6,6 +6,10 @@ namespace cli {
 
 enum class Stream { Output, Error };
 
+/// A standard stream that the program was started without stays unusable: else the next file opened
+/// would take its number, and what is for people would be written into that file.
+void keepClosedStreams();
+
 bool isTerminal(Stream stream);
 
 /// A terminal that shows colours, unless the user's NO_COLOR says none.

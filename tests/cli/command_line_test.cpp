@@ -23,8 +23,14 @@ TEST(CommandLine, FaultsAreNamedWithAWayOn) {
         const char* message;
     };
     const std::string output = scratchPath("out.pcap");
+    const auto folder = std::filesystem::path(output).parent_path();
+    const std::string otherSpelling =
+        (folder / "." / std::filesystem::path(output).filename()).string();
     const std::string empty = scratchPath("empty.txt");
     std::ofstream(empty) << "# nothing but a remark\n";
+    const std::string noFrames = scratchPath("none.pcap");
+    std::filesystem::copy_file(sample, noFrames);
+    std::filesystem::resize_file(noFrames, 24);
     for (const Case& c :
          {Case{{"repaly"}, cli::exitUnusable, "no command repaly; did you mean replay?\n"},
           Case{{"stat"}, cli::exitUnusable, "no command stat; did you mean status?\n"},
@@ -48,8 +54,32 @@ TEST(CommandLine, FaultsAreNamedWithAWayOn) {
                 "--publish", "224.0.0.1"},
                cli::exitUnusable,
                "--publish: 224.0.0.1 is no IPv4 address of a host"},
-          Case{{"decode", "/nonexistent.pcap"}, cli::exitUnusable, "no file has this name"},
-          Case{{"decode", "/dev/null"}, cli::exitUnusable, "h323nat: no octets to read\n"},
+          Case{{"replay", sample, "--inside"}, cli::exitUnusable, "--inside needs a value NETWORK"},
+          Case{{"replay", sample, "-o", "a", "-o", "b"},
+               cli::exitUnusable,
+               "--output is given more than once; it takes one value"},
+          Case{{"replay", sample, "--report", output, "--inside", "10.0.0.0/8", "--public",
+                "1.2.3.4", "-o", otherSpelling},
+               cli::exitUnusable,
+               "--report needs a file of its own"},
+          Case{{"replay", sample, "-o", output, "--inside", "10.0.0.0/8", "--public", "1.2.3.4",
+                "--scope", "full", "--strict"},
+               cli::exitUnusable,
+               "--strict means --scope listed"},
+          Case{{"replay", "-", "-o", output, "--inside", "10.0.0.0/8", "--public", "1.2.3.4"},
+               cli::exitUnusable,
+               "-: not a pcap or pcapng capture"},
+          Case{{"replay", noFrames, "-o", output, "--inside", "10.0.0.0/8", "--public", "1.2.3.4"},
+               cli::exitFaults,
+               "none.pcap holds no packet"},
+          Case{{"status", "--interval", "nan"},
+               cli::exitUnusable,
+               "--interval: nan is no number of seconds from 0.1 to 3600"},
+          Case{{"decode", "/nonexistent.pcap"},
+               cli::exitUnusable,
+               "no file has this name: /nonexistent.pcap"},
+          Case{{"decode", "/dev/null"}, cli::exitUnusable, "/dev/null: no octets to read\n"},
+          Case{{"decode", empty}, cli::exitUnusable, "empty.txt: '#' at character 1 is not"},
           Case{{"locate", ""}, cli::exitUnusable, "h323nat: no octets to read\n"},
           Case{{"decode", "\x1b[31m"}, cli::exitUnusable, "'?' at character 1 is not"},
           Case{{"verify", "/"}, cli::exitUnusable, "/: cannot be read"},
@@ -67,6 +97,7 @@ TEST(CommandLine, FaultsAreNamedWithAWayOn) {
     }
     std::filesystem::remove(output);
     std::filesystem::remove(empty);
+    std::filesystem::remove(noFrames);
 }
 
 TEST(CommandLine, OutputThatCannotBeWrittenIsNoSuccess) {
@@ -80,6 +111,36 @@ TEST(CommandLine, OutputThatCannotBeWrittenIsNoSuccess) {
         EXPECT_EQ(outcome.errors.find("h323nat: standard output cannot be written"), 0U)
             << outcome.errors;
     }
+}
+
+// Whoever closes a stream finds none of its text in the files that are written.
+TEST(CommandLine, ClosedStreamsWriteIntoNoFile) {
+    const std::string output = scratchPath("closed.pcap");
+    for (const std::string closed : {">&-", "2>&-"}) {
+        const std::string line = "'" H323NAT_PROGRAM "' replay - --inside 10.0.0.0/24"
+                                 " --public 203.0.113.1 --publish 10.0.0.5 -o" +
+                                 testing_cli::shellWord(output) + " <" +
+                                 testing_cli::shellWord(sample) +
+                                 (closed[0] == '2' ? " >/dev/null " : " ") + closed;
+        const int status = std::system(line.c_str());
+        EXPECT_EQ(WEXITSTATUS(status), closed[0] == '2' ? 0 : cli::exitUnusable) << line;
+        EXPECT_EQ(std::filesystem::file_size(output), std::filesystem::file_size(sample)) << line;
+    }
+    std::filesystem::remove(output);
+}
+
+// A damaged capture ends the list that a program reads.
+TEST(CommandLine, WhatWasReadBeforeADamageIsWhole) {
+    const std::string cut = scratchPath("cut.pcap");
+    std::filesystem::copy_file(sample, cut);
+    std::filesystem::resize_file(cut, std::filesystem::file_size(cut) - 10);
+    for (const char* command : {"decode", "locate"}) {
+        const Outcome outcome = runProgram({command, "--json", cut});
+        EXPECT_EQ(outcome.status, cli::exitFaults);
+        EXPECT_TRUE(outcome.output.ends_with("\n]\n")) << outcome.output;
+        EXPECT_NE(outcome.errors.find("cut.pcap: frame "), std::string::npos) << outcome.errors;
+    }
+    std::filesystem::remove(cut);
 }
 
 TEST(CommandLine, HelpTellsDefaults) {
