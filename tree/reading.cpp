@@ -136,11 +136,11 @@ private:
         }
         SizeConstraint range{};
         reading.addSize(type, range);
-        if (pd_totalLength(reading.ctx, 8) == 0) {
+        uint32_t count = lengthAhead();
+        if (count == 0) {
             // The runtime aligns before no characters too, which X.691 does not, and for which the
             // octets may have no room.
-            uint32_t none = 0;
-            reading.check(pd_Length(reading.ctx, &none));
+            reading.check(pd_Length(reading.ctx, &count));
             return;
         }
         if (type.kind == TypeKind::BmpString) {
@@ -156,7 +156,17 @@ private:
         } else {
             reading.check(readText(type, &characters));
         }
-        node.value = escapedText(characters);
+        node.value = escapedText({characters, count}); // goes on behind a zero
+    }
+
+    // Characters that the runtime is going to read: those of the first fragment, or all.
+    uint32_t lengthAhead() {
+        PerContext ahead{};
+        pu_copyBufferState(&ahead, reading.ctx);
+        ahead.sizeConstraint = reading.ctx->sizeConstraint;
+        uint32_t count = 0;
+        reading.check(pd_Length(&ahead, &count));
+        return count;
     }
 
     int32_t readText(const MessageType& type, const char** characters) {
@@ -178,8 +188,8 @@ private:
         if (character == 0 || std::strchr(type.alphabet, static_cast<int>(character)) == nullptr) {
             reading.check(PER_CONSTRAINT);
         }
-        const char text[] = {static_cast<char>(character), 0};
-        node.value = escapedText(text);
+        const char text = static_cast<char>(character);
+        node.value = escapedText({&text, 1});
     }
 
     // Padding in front of an aligned string that is not zero.

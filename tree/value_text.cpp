@@ -36,10 +36,10 @@ std::string hexText(const std::string& octets) {
     return hexText(std::span(reinterpret_cast<const uint8_t*>(octets.data()), octets.size()));
 }
 
-std::string escapedText(const char* characters) {
+std::string escapedText(std::string_view characters) {
     std::string text;
-    for (; *characters != 0; ++characters) {
-        appendCharacter(text, static_cast<unsigned char>(*characters));
+    for (const char character : characters) {
+        appendCharacter(text, static_cast<unsigned char>(character));
     }
     return text;
 }

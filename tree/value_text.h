@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "asn1per/asn1per.h"
 
@@ -13,7 +14,7 @@ std::string hexText(std::span<const uint8_t> octets);
 std::string hexText(const std::string& octets);
 
 // Characters of 8 or 16 bits.
-std::string escapedText(const char* characters);
+std::string escapedText(std::string_view characters);
 std::string escapedText(const BMPStringValue& characters);
 
 std::string identifierText(const ObjectIdentifier& identifier);

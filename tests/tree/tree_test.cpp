@@ -229,6 +229,18 @@ TEST(Values, OfTextsMayBeEmpty) {
     }
 }
 
+// A zero is a character; a fragment of none is none, whatever follows it.
+TEST(Values, OfTextsHaveTheLengthThatWasSent) {
+    const std::pair<const char*, const char*> cases[] = {{"4003410042", "A\\u0000B"},
+                                                         {"40c0054142434445", ""}};
+    for (const auto& [hex, text] : cases) {
+        const std::vector<uint8_t> octets = cli::fromHex(hex);
+        EXPECT_EQ(tree::treeText(decode("H245UserInputIndication", octets).root),
+                  std::string("H245UserInputIndication: alphanumeric\n  alphanumeric: \"") + text +
+                      "\"\n");
+    }
+}
+
 TEST(Values, AreThoseThatTheEncoderWasGiven) {
     for (const cli::VectorLine& line : readVectors("values.txt")) {
         // The one type that today's versions code in another way.
