@@ -6,6 +6,7 @@
 
 #include <iomanip>
 #include <string>
+#include <utility>
 
 namespace cli {
 namespace {
@@ -44,6 +45,10 @@ const char* wordFor(MappingRequest::Kind kind) {
 
 std::string nameOf(const ReportedMessage& message) {
     return message.name.empty() ? "unknown" : message.name;
+}
+
+bool isUnread(const ReportedMessage& message) {
+    return (message.flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) != 0;
 }
 
 std::string fieldOf(const ReportedAddress& address) {
@@ -85,6 +90,10 @@ public:
             }
             out_ << '\n';
         }
+        if (isUnread(message)) {
+            begin(frame) << std::left << colour(red) << std::setw(10) << "unread" << colour(plain)
+                         << nameOf(message) << ": makes no sense from some point on\n";
+        }
         for (const ReportedAddress& address : remaining) {
             begin(frame) << std::left << colour(red) << std::setw(10) << "left" << colour(plain)
                          << nameOf(message) << ": " << fieldOf(address) << ' '
@@ -111,8 +120,11 @@ public:
             }
         }
         out_ << totals.messages << " H.323 messages\n"
-             << "  " << totals.rewritten << " rewritten\n"
-             << "  " << totals.undecodable << " failed to decode\n"
+             << "  " << totals.rewritten << " rewritten";
+        if (totals.rewrittenPackets != totals.rewritten) {
+            out_ << ", in " << totals.rewrittenPackets << " packets";
+        }
+        out_ << "\n  " << totals.undecodable << " failed to decode\n"
              << "  " << totals.nothingToTranslate << " left alone: nothing to translate\n";
         if (totals.privateAddressKept > 0) {
             out_ << "  " << totals.privateAddressKept
@@ -123,9 +135,7 @@ public:
         }
         if (totals.hold.held > 0) {
             out_ << totals.hold.held << " segments waited for the rest of their message";
-            if (totals.hold.completed < totals.hold.held) {
-                out_ << ", " << totals.hold.held - totals.hold.completed << " in vain";
-            }
+            writeInVain(totals.hold);
             out_ << '\n';
         }
         out_ << totals.mappings << " mappings";
@@ -136,6 +146,19 @@ public:
     }
 
 private:
+    void writeInVain(const gateway::HoldCounts& counts) {
+        const std::pair<uint64_t, const char*> causes[] = {
+            {counts.late, " too long"},
+            {counts.crowded, " while too many waited"},
+            {counts.broken, " for none that followed"},
+        };
+        for (const auto& [count, words] : causes) {
+            if (count > 0) {
+                out_ << ", " << count << words;
+            }
+        }
+    }
+
     std::ostream& begin(const gateway::CapturedFrame& frame) {
         return out_ << "frame " << std::left << std::setw(5) << frame.number << ' ' << std::right
                     << std::setw(10)
@@ -183,6 +206,12 @@ public:
                                            {"from", gateway::toText(address.from)},
                                            {"to", gateway::toText(address.to)}});
             }
+            write(line);
+        }
+        if (isUnread(message)) {
+            Json line = begin("unread", frame);
+            line["direction"] = directionOf(message);
+            line["message"] = nameOf(message);
             write(line);
         }
         for (const ReportedAddress& address : remaining) {

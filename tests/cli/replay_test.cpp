@@ -8,11 +8,14 @@
 #include "tests/support/scratch_path.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -245,6 +248,46 @@ TEST(Replay, CaptureWithoutH323KeepsEveryPayload) {
     }
     std::filesystem::remove(input);
     std::filesystem::remove(output);
+}
+
+// A GatekeeperRequest that ends behind its address.
+TEST(Replay, WhatMakesNoSenseIsToldWithItsFrame) {
+    const std::string input = scratchPath("cut_message.pcap");
+    writeCapture(input, {testing_gateway::udp(inside, outside, Octets(9)),
+                         testing_gateway::udp({privateParty, 1719}, {outside.address, 1719},
+                                              {0x02, 0x20, 0x56, 0xBD, 0x06, 0x00, 0x08,
+                                               0x91, 0x4A, 0x00, 0x07, 0x00, 0x0A, 0x00,
+                                               0x00, 0x05, 0x06, 0xB7, 0x22, 0xC0})});
+    EXPECT_NE(run({input, "-o", "/dev/null"}).output.find("frame 2"), std::string::npos);
+    EXPECT_NE(run({input, "-o", "/dev/null"}).output.find("unread    gatekeeperRequest: makes no"),
+              std::string::npos);
+    EXPECT_NE(
+        run({input, "-o", "/dev/null", "--json"}).output.find("{\"type\":\"unread\",\"frame\":2"),
+        std::string::npos);
+    std::filesystem::remove(input);
+}
+
+// Programs are written by the manual.
+TEST(Replay, TheManualHasEveryField) {
+    const std::string manual = contents(H323NAT_MANUAL);
+    const std::function<void(const nlohmann::json&)> check = [&](const nlohmann::json& value) {
+        for (const auto& [name, member] : value.items()) {
+            EXPECT_TRUE(value.is_array() || manual.find(name) != std::string::npos) << name;
+            if (member.is_structured()) {
+                check(member);
+            }
+        }
+    };
+    std::istringstream report(
+        run({sample("tun"), "-o", "/dev/null", "--json", "--scope", "listed"}).output);
+    for (std::string line; std::getline(report, line);) {
+        check(nlohmann::json::parse(line));
+    }
+    for (const char* command : {"decode", "locate"}) {
+        const std::string output =
+            testing_cli::runProgram({command, "--json", sample("tun"), sample("h245")}).output;
+        check(nlohmann::json::parse(output));
+    }
 }
 
 size_t countOf(const std::string& text, const std::string& part) {
