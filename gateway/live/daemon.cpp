@@ -24,6 +24,7 @@
 #include <cstring>
 #include <exception>
 #include <random>
+#include <utility>
 
 namespace gateway {
 namespace {
@@ -388,7 +389,9 @@ void Daemon::tellWatchdog(Clock::time_point now) {
 
 void Daemon::beginSweep(Clock::time_point now) {
     if (!surveys_.isBusy()) {
-        surveys_.start(gateway_.survey(), saving());
+        FlowSurvey survey = gateway_.survey();
+        drainQueue();
+        surveys_.start(std::move(survey), saving());
         surveyBegan_ = now;
     }
     restUntil_ = now + betweenSweeps;
@@ -396,12 +399,15 @@ void Daemon::beginSweep(Clock::time_point now) {
 }
 
 void Daemon::endSweep() {
-    const auto survey = surveys_.take();
-    if (!survey) {
+    const FlowSurvey* const survey = surveys_.take();
+    if (survey == nullptr) {
         return;
     }
     const auto now = Clock::now();
     restUntil_ = std::max(restUntil_, now + leastRest * (now - surveyBegan_));
+    // Packets do not wait for all of it at once.
+    gateway_.count(*survey, secondsOf(now));
+    drainQueue();
     gateway_.sweep(*survey, secondsOf(now));
     // What was wanted until now has come by the time the queue is empty.
     const uint64_t wanted = table_.wantedPackets();

@@ -110,7 +110,8 @@ std::vector<uint64_t> LiveCalls::closed(const FlowSurvey& survey) const {
     for (const auto& [number, call] : running_) {
         const bool over =
             std::all_of(call.connections.begin(), call.connections.end(), [&](const FlowId& each) {
-                return survey.hasOwner(each) && !survey.isOpen(each) && each.local.port != 0;
+                return survey.owner(each) != nullptr && !survey.isOpen(each) &&
+                       each.local.port != 0;
             });
         if (over) {
             numbers.push_back(number);
@@ -184,29 +185,31 @@ template <typename Function> void LiveCalls::forEachCounted(Function function) {
 void LiveCalls::ask(FlowSurvey& survey) {
     forEachCounted([&](const LiveCall& call) {
         for (const FlowId& connection : call.connections) {
-            survey.addOwner(connection);
+            survey.add(connection);
         }
     });
 }
 
-void LiveCalls::countSignalling(const FlowSurvey& survey, PacketGrowth& growth) {
+void LiveCalls::countSignalling(const FlowSurvey& survey) {
     forEachCounted([&](LiveCall& call) {
         for (const FlowId& connection : call.connections) {
-            const PacketCounts counted = survey.packetsOf(connection);
-            if (isAny(counted)) {
+            const FlowSurvey::Owner* const owner = survey.owner(connection);
+            if (owner != nullptr && isAny(owner->packets)) {
                 call.counted = true;
-                add(call.signalling, growth.of(connection, counted));
+                add(call.signalling, owner->more);
             }
         }
     });
 }
 
-const LiveCall* LiveCalls::countMedia(uint64_t number, const PacketCounts& more) {
+const LiveCall* LiveCalls::countMedia(uint64_t number, std::span<const FlowSurvey::Flow> flows) {
     LiveCall* const call = known(number);
     if (call == nullptr || call->surveysSinceEnd >= surveysAfterEnd) {
         return nullptr;
     }
-    add(call->media, more);
+    for (const FlowSurvey::Flow& flow : flows) {
+        add(call->media, flow.control ? PacketCounts{} : flow.more);
+    }
     return call;
 }
 

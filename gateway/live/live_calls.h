@@ -3,12 +3,12 @@
 #include "gateway/endpoint.h"
 #include "gateway/live/flow_survey.h"
 #include "gateway/live/live_mappings.h"
-#include "gateway/live/packet_growth.h"
 #include "gateway/message_log.h"
 #include "include/h323nat.h"
 
 #include <cstdint>
 #include <list>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -73,9 +73,9 @@ public:
     // Packets are counted while a call runs, and until a survey that began after its end: what a
     // survey has to look for, what it has found, and its end.
     void ask(FlowSurvey& survey);
-    void countSignalling(const FlowSurvey& survey, PacketGrowth& growth);
+    void countSignalling(const FlowSurvey& survey);
     // The call; null when it is not counted any more.
-    const LiveCall* countMedia(uint64_t call, const PacketCounts& more);
+    const LiveCall* countMedia(uint64_t call, std::span<const FlowSurvey::Flow> flows);
     void endSurvey();
 
     [[nodiscard]] const std::unordered_map<uint64_t, LiveCall>& running() const { return running_; }

@@ -162,7 +162,6 @@ void LiveGateway::close(const LiveMappings::Swept& swept) {
 void LiveGateway::sweep(const FlowSurvey& survey, LiveSeconds now) {
     now_ = now;
     wantsSweep_ = false;
-    countPackets(survey);
     close(mappings_.sweep(survey, now));
     commit();
     records_.sweep([&](const FlowId& flow) { return survey.isOpen(flow); }, now_);
@@ -171,7 +170,7 @@ void LiveGateway::sweep(const FlowSurvey& survey, LiveSeconds now) {
 FlowSurvey LiveGateway::survey() {
     FlowSurvey survey = mappings_.survey();
     calls_.ask(survey);
-    records_.forEach([&](const FlowId& flow) { survey.addOwner(flow); });
+    records_.forEach([&](const FlowId& flow) { survey.add(flow); });
     return survey;
 }
 

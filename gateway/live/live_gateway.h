@@ -58,8 +58,9 @@ public:
     // What a survey of the kernel's flows has to look for.
     [[nodiscard]] FlowSurvey survey();
 
-    // Closes what is over, by a survey that `survey` began.
+    // Counts the packets of calls, then closes what is over, by a survey that `survey` began.
     // To be called every `sweep` seconds, and soon when `wantsSweep`.
+    void count(const FlowSurvey& survey, LiveSeconds now);
     void sweep(const FlowSurvey& survey, LiveSeconds now);
     [[nodiscard]] bool wantsSweep() const { return wantsSweep_; }
 
@@ -162,7 +163,6 @@ private:
     void noteMissed(const ReportedCall& call, const char* why);
     void endCall(uint64_t number, uint32_t end, uint32_t cause);
     void archiveOver();
-    void countPackets(const FlowSurvey& survey);
     void checkTranslated(const LiveCall& call);
     HostMappingRecord* recordOf(const FlowId& insideView);
 
@@ -179,7 +179,6 @@ private:
     SegmentHold hold_;
     KnownConnections known_;
     LiveCalls calls_;
-    PacketGrowth growth_;
     LiveArchive archive_;
     MessageLog messages_;
     std::unordered_map<uint32_t, Waiting> waiting_; // by packet number

@@ -349,17 +349,23 @@ std::vector<PortForward> LiveMappings::allForwards() const {
 FlowSurvey LiveMappings::survey() const {
     FlowSurvey survey;
     for (const LiveMapping& mapping : mappings_) {
-        survey.addOwner(mapping.owner);
-        for (int i = 0; i < mapping.ports(); ++i) {
-            survey.addPort(mapping.number, mapping.protocol(), neighbour(mapping.inside, i),
-                           neighbour(mapping.publicEndpoint, i), mapping.leaves[i],
-                           mapping.fresh && mapping.kind == MappingKind::Media);
+        const bool media = mapping.kind == MappingKind::Media;
+        if (mapping.call == 0) {
+            survey.add(mapping.owner);
         }
+        survey.add({mapping.number,
+                    media ? mapping.call : 0,
+                    mapping.protocol(),
+                    mapping.inside,
+                    mapping.publicEndpoint,
+                    static_cast<uint8_t>(mapping.ports()),
+                    {mapping.leaves[0], mapping.leaves[1]},
+                    mapping.fresh && media});
     }
     return survey;
 }
 
-LiveSeconds LiveMappings::idleLimit(const LiveMapping& mapping, bool ownerOpen) const {
+LiveSeconds LiveMappings::idleLimit(const LiveMapping& mapping, const FlowSurvey& survey) const {
     if (mapping.over) {
         return config_.registrationIdle; // takeOver's
     }
@@ -370,7 +376,7 @@ LiveSeconds LiveMappings::idleLimit(const LiveMapping& mapping, bool ownerOpen) 
     if (mapping.kind == MappingKind::Control && mapping.role != 0 && !mapping.adopted) {
         return config_.registrationIdle;
     }
-    const bool callOpen = mapping.call != 0 ? !mapping.callOver : ownerOpen;
+    const bool callOpen = mapping.call != 0 ? !mapping.callOver : survey.isOpen(mapping.owner);
     return callOpen ? config_.callIdle : config_.mediaIdle;
 }
 
@@ -381,31 +387,35 @@ void LiveMappings::close(Iterator mapping, Swept& swept) {
     swept.ended.splice(swept.ended.end(), mappings_, mapping);
 }
 
+// Both lists are in the order of the numbers. A mapping that was opened since was not asked for.
 LiveMappings::Swept LiveMappings::sweep(const FlowSurvey& survey, LiveSeconds now) {
-    for (const EndpointUse& use : survey.endpointUses()) {
-        const auto user = leaving_.find({Protocol::Udp, use.inside});
-        if (user != leaving_.end()) {
-            LiveMapping& mapping = *byNumber_.at(user->second);
-            mapping.lastUse = std::max(mapping.lastUse, now - use.ago);
-            mapping.adopted = false; // its call goes on here
-        }
-    }
     Swept swept;
     swept.flows = survey.conflicts();
-    for (auto mapping = mappings_.begin(); mapping != mappings_.end();) {
+    auto mapping = mappings_.begin();
+    for (const FlowSurvey::Use& use : survey.uses()) {
+        while (mapping != mappings_.end() && mapping->number < use.number) {
+            ++mapping;
+        }
+        if (mapping == mappings_.end() || mapping->number != use.number) {
+            continue; // closed since
+        }
         const auto current = mapping++;
-        const FlowSurvey::Use* use = survey.useOf(current->number);
         current->fresh = false;
-        const bool connected = use != nullptr && use->open;
-        if (connected && !current->over) {
+        if (use.quiet) {
+            current->lastUse = std::max(current->lastUse, now - *use.quiet);
+            current->adopted = false; // its call goes on here
+        }
+        if (use.open && !current->over) {
             current->lastUse = now;
         }
-        if (now - current->lastUse <= idleLimit(*current, survey.isOpen(current->owner))) {
+        if (now - current->lastUse <= idleLimit(*current, survey)) {
             continue;
         }
         // A connection that runs ends by itself; media must not come in any more.
-        if (use != nullptr && current->kind != MappingKind::Control) {
-            swept.flows.insert(swept.flows.end(), use->flows.begin(), use->flows.end());
+        if (current->kind != MappingKind::Control) {
+            for (const FlowSurvey::Flow& flow : use.flows) {
+                swept.flows.push_back(flow.tracked);
+            }
         }
         close(current, swept);
     }

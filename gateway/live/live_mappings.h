@@ -154,7 +154,7 @@ private:
     void close(Iterator mapping, Swept& swept);
     void release(Iterator mapping);
     PortAllocator& allocator(Protocol protocol);
-    [[nodiscard]] LiveSeconds idleLimit(const LiveMapping& mapping, bool ownerOpen) const;
+    [[nodiscard]] LiveSeconds idleLimit(const LiveMapping& mapping, const FlowSurvey& survey) const;
 
     LiveConfig config_;
     uint64_t seed_;

@@ -305,25 +305,15 @@ void LiveGateway::reportMessage(const ReportedMessage& message) {
     }
 }
 
-void LiveGateway::countPackets(const FlowSurvey& survey) {
-    calls_.countSignalling(survey, growth_);
-    for (const LiveMapping& mapping : mappings_.all()) {
-        const FlowSurvey::Use* const use = mapping.kind == MappingKind::Media && mapping.call != 0
-                                               ? survey.useOf(mapping.number)
-                                               : nullptr;
-        if (use == nullptr) {
-            continue;
-        }
-        for (const TrackedFlow& flow : use->flows) {
-            const bool startedInside = flow.originalSource.address == mapping.inside.address;
-            const FlowViews views = viewsOf(flow, startedInside);
-            const FlowId insideView{Protocol::Udp, views.inside, views.remote};
-            const PacketCounts more = growth_.of(insideView, views.packets);
-            const bool control = views.inside != mapping.inside;
-            const LiveCall* const call =
-                calls_.countMedia(mapping.call, control ? PacketCounts{} : more);
+void LiveGateway::count(const FlowSurvey& survey, LiveSeconds now) {
+    now_ = now;
+    calls_.countSignalling(survey);
+    for (const FlowSurvey::Use& use : survey.uses()) {
+        const LiveCall* const call =
+            use.flows.empty() ? nullptr : calls_.countMedia(use.call, use.flows);
+        for (const FlowSurvey::Flow& flow : use.flows) {
             if (call != nullptr) {
-                archive_.notePackets(*call, insideView, more);
+                archive_.notePackets(*call, flow.insideView, flow.more);
             }
         }
     }
@@ -333,7 +323,6 @@ void LiveGateway::countPackets(const FlowSurvey& survey) {
         }
         archiveOver();
     }
-    growth_.endSurvey();
     calls_.endSurvey();
     archive_.endSurvey(calls_);
 }

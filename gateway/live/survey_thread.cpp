@@ -42,7 +42,7 @@ void SurveyThread::finish() {
 void SurveyThread::start(FlowSurvey survey, Save save) {
     {
         const std::lock_guard lock(mutex_);
-        survey_ = std::move(survey);
+        asked_ = std::move(survey);
         save_ = std::move(save);
         working_ = true;
     }
@@ -55,37 +55,34 @@ SurveyThread::NotSaved SurveyThread::notSaved() {
     return notSaved_;
 }
 
-std::optional<FlowSurvey> SurveyThread::take() {
+const FlowSurvey* SurveyThread::take() {
     eventfd_t number = 0;
-    (void)eventfd_read(done_, &number);
-    const std::lock_guard lock(mutex_);
-    if (working_ || !survey_) {
-        return std::nullopt;
+    if (eventfd_read(done_, &number) != 0) {
+        return nullptr;
     }
     busy_ = false;
-    auto survey = std::exchange(survey_, std::nullopt);
-    return answered_ ? std::move(survey) : std::nullopt;
+    const std::lock_guard lock(mutex_);
+    return answered_ ? &survey_ : nullptr;
 }
 
 void SurveyThread::run() {
     Conntrack conntrack;
+    PacketGrowth growth;
     std::unique_lock lock(mutex_);
     for (;;) {
         wanted_.wait(lock, [this] { return working_ || ends_; });
         if (ends_) {
             return;
         }
-        FlowSurvey survey = std::move(*survey_);
+        survey_ = std::move(asked_); // frees the one before, which has its time as well
         const Save save = std::move(save_);
         lock.unlock();
         std::vector<TrackedFlow> flows;
         const bool answered = conntrack.list(flows);
-        for (const TrackedFlow& flow : flows) {
-            survey.note(flow);
+        if (answered) {
+            survey_.fill(flows, readUses(table_, activeSet, activeTimeout), growth);
         }
-        survey.noteUses(readUses(table_, activeSet, activeTimeout));
         lock.lock();
-        survey_ = std::move(survey);
         answered_ = answered;
         working_ = false;
         (void)eventfd_write(done_, 1);

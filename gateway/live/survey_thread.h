@@ -6,7 +6,6 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -35,8 +34,9 @@ public:
     // To wait for with poll: readable when a survey is done.
     [[nodiscard]] int descriptor() const { return done_; }
 
-    // The survey that is done; nullopt when there is none, or the kernel did not answer.
-    std::optional<FlowSurvey> take();
+    // The survey that is done, valid until the next `start`; null when there is none, or the kernel
+    // did not answer.
+    const FlowSurvey* take();
 
     // What went wrong in the last `save` that has ended.
     [[nodiscard]] NotSaved notSaved();
@@ -52,7 +52,8 @@ private:
     bool busy_ = false; // of the caller's thread
     std::mutex mutex_;
     std::condition_variable wanted_;
-    std::optional<FlowSurvey> survey_;
+    FlowSurvey asked_;
+    FlowSurvey survey_; // of the thread until it is done, then of the caller until the next start
     Save save_;
     NotSaved notSaved_;
     bool working_ = false;

@@ -27,9 +27,8 @@ void survey(LiveCalls& calls, PacketGrowth& growth, uint64_t sent, uint64_t rece
     TrackedFlow flow{Protocol::Tcp, host, party, party, {0xCB007101, 40000}};
     flow.originalPackets = sent;
     flow.replyPackets = received;
-    survey.note(flow);
-    calls.countSignalling(survey, growth);
-    growth.endSurvey();
+    survey.fill({&flow, 1}, {}, growth);
+    calls.countSignalling(survey);
     calls.endSurvey();
 }
 
@@ -72,9 +71,11 @@ TEST(LiveCalls, PacketsAreCountedToTheCallThatRuns) {
     EXPECT_EQ(calls.find(1)->signalling.received, 12U);
     EXPECT_EQ(calls.find(2)->signalling.sent, 8U);
     EXPECT_EQ(calls.find(2)->signalling.received, 4U);
-    EXPECT_NE(calls.countMedia(2, {7, 0}), nullptr);
-    EXPECT_EQ(calls.countMedia(1, {7, 0}), nullptr) << "over for too long";
+    const FlowSurvey::Flow flows[] = {{{}, {}, {7, 2}, false}, {{}, {}, {3, 3}, true}};
+    EXPECT_NE(calls.countMedia(2, flows), nullptr);
+    EXPECT_EQ(calls.countMedia(1, flows), nullptr) << "over for too long";
     EXPECT_EQ(calls.find(1)->media.sent, 0U);
+    EXPECT_EQ(calls.find(2)->media.sent, 7U) << "RTCP is no media";
 }
 
 TEST(LiveCalls, ACallIsClosedWithAllItsConnections) {
@@ -89,12 +90,14 @@ TEST(LiveCalls, ACallIsClosedWithAllItsConnections) {
     const auto closed = [&](bool signallingOpen, bool controlOpen) {
         FlowSurvey survey;
         calls.ask(survey);
+        std::vector<TrackedFlow> flows;
         for (const auto& [remote, open] :
              {std::pair{party, signallingOpen}, std::pair{control.outside, controlOpen}}) {
-            TrackedFlow flow{Protocol::Tcp, host, remote, remote, {0xCB007101, 40000}};
-            flow.tcpOpen = open;
-            survey.note(flow);
+            flows.push_back({Protocol::Tcp, host, remote, remote, {0xCB007101, 40000}});
+            flows.back().tcpOpen = open;
         }
+        PacketGrowth growth;
+        survey.fill(flows, {}, growth);
         return calls.closed(survey).size();
     };
     EXPECT_EQ(closed(true, false), 0U);

@@ -51,10 +51,8 @@ protected:
     LiveMappings::Swept sweep(const std::vector<TrackedFlow>& flows, LiveSeconds now,
                               const std::vector<EndpointUse>& uses = {}) {
         FlowSurvey survey = mappings.survey();
-        for (const TrackedFlow& flow : flows) {
-            survey.note(flow);
-        }
-        survey.noteUses(uses);
+        PacketGrowth growth;
+        survey.fill(flows, uses, growth);
         return mappings.sweep(survey, now);
     }
 
@@ -144,6 +142,29 @@ TEST_F(LiveMappingsTest, WithoutACallTheConnectionCounts) {
     open(MappingKind::Media, {host, 5000}, 200);
     EXPECT_TRUE(sweep({}, 210).ended.empty());
     EXPECT_EQ(sweep({}, 211).ended.size(), 1U);
+}
+
+// It is filled beside the packets, which open and close mappings meanwhile.
+TEST_F(LiveMappingsTest, ASurveyIsOfWhatWasOpenThen) {
+    LiveMapping* const withdrawn = open(MappingKind::Media, {host, 5000});
+    LiveMapping* const idle = open(MappingKind::Media, {host, 5002}, 0, 1);
+    FlowSurvey survey = mappings.survey();
+    mappings.withdraw(withdrawn->number);
+    const LiveMapping* const later = open(MappingKind::Media, {host, 5004});
+    Endpoint upper = idle->publicEndpoint;
+    ++upper.port;
+    TrackedFlow control = udpOut({host, 5003}, upper);
+    control.originalPackets = 7;
+    PacketGrowth growth;
+    survey.fill({&control, 1}, {}, growth);
+    ASSERT_EQ(survey.uses().size(), 2U);
+    EXPECT_TRUE(survey.uses()[0].flows.empty());
+    ASSERT_EQ(survey.uses()[1].flows.size(), 1U);
+    EXPECT_TRUE(survey.uses()[1].flows[0].control);
+    EXPECT_EQ(survey.uses()[1].flows[0].more.sent, 7U);
+    EXPECT_EQ(mappings.sweep(survey, 1000).ended.size(), 1U);
+    ASSERT_EQ(mappings.all().size(), 1U);
+    EXPECT_EQ(mappings.all().front().number, later->number);
 }
 
 TEST_F(LiveMappingsTest, RegistrationsLastOnceTheyAreAnswered) {
