@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <iterator>
+
 #include "asn1gen/layout.h"
 #include "asn1gen/naming.h"
 
@@ -83,6 +85,7 @@ const char* kindName(Kind kind) {
                                      "Sequence",
                                      "Choice",
                                      "List"};
+    static_assert(std::size(names) == static_cast<size_t>(Kind::List) + 1);
     return names[static_cast<size_t>(kind)];
 }
 
