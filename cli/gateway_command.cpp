@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -28,6 +29,9 @@ struct GatewayArguments {
 // The file first, the command line over it.
 std::string loadConfig(const GatewayArguments& arguments, gateway::LiveConfig& config) {
     if (!arguments.configFile.empty()) {
+        if (std::filesystem::is_directory(arguments.configFile)) {
+            return "cannot read '" + arguments.configFile + "': it is a directory";
+        }
         std::ifstream file(arguments.configFile);
         std::ostringstream text;
         text << file.rdbuf();

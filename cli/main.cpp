@@ -11,7 +11,7 @@
 
 namespace {
 
-// What CLI11 says of the numbers of words that an option takes is not for users.
+// What CLI11 says of the words that an option takes is not for users.
 std::string worded(const CLI::ParseError& error) {
     const std::string text = error.what();
     const std::string option = text.substr(0, text.find(':'));
@@ -22,6 +22,12 @@ std::string worded(const CLI::ParseError& error) {
     if (missing != std::string::npos) {
         return option + " needs a value" +
                text.substr(missing + 12, text.rfind(' ') - missing - 12);
+    }
+    const std::string unread = "Could not convert: ";
+    const size_t equals = text.find(" = ");
+    if (text.compare(0, unread.size(), unread) == 0 && equals != std::string::npos) {
+        return text.substr(unread.size(), equals - unread.size()) + " cannot be " +
+               text.substr(equals + 3);
     }
     return text;
 }
