@@ -18,7 +18,7 @@ EndpointKey destinationOf(const FlowKey& flow) {
     return {flow.destinationAddress, flow.destinationPort};
 }
 
-// --- Messages
+// --- Messages and ends
 
 struct Owner {
     Index connection;
@@ -78,7 +78,15 @@ void readMessage(const StreamMessage& message, void* given) {
     (signalling ? readSignalling : readControl)(message, owner);
 }
 
-bool takePayload(Index index, HostContext* hostContext, const TcpSegment& segment, bool sent) {
+void closeIfOver(Index index, const TcpSegment& segment, const Stream& stream) {
+    const Connection& connection = state.connections[index];
+    const bool reset = segment.rst && inWindow(stream, segment.sequence);
+    if (reset || (connection.sent.finished && connection.received.finished)) {
+        close(index);
+    }
+}
+
+bool take(Index index, HostContext* hostContext, const TcpSegment& segment, bool sent) {
     Connection& connection = state.connections[index];
     connection.hostContext = hostContext;
     touch(index);
@@ -94,6 +102,7 @@ bool takePayload(Index index, HostContext* hostContext, const TcpSegment& segmen
     if (segment.fin && inWindow(stream, segment.sequence)) {
         stream.finished = true;
     }
+    closeIfOver(index, segment, stream);
     return owner.changed;
 }
 
@@ -218,29 +227,6 @@ Index placeInbound(const TcpSegment& segment) {
     }
     setPublicEndpoint(index, publicEndpoint);
     return index;
-}
-
-// --- Ends
-
-void closeIfOver(Index index, const TcpSegment& segment, bool sent) {
-    const Connection& connection = state.connections[index];
-    const Stream& stream = sent ? connection.sent : connection.received;
-    const bool reset = segment.rst && inWindow(stream, segment.sequence);
-    if (reset || (connection.sent.finished && connection.received.finished)) {
-        close(index);
-    }
-}
-
-bool take(Index index, HostContext* hostContext, const TcpSegment& segment, bool sent) {
-    const bool changed = takePayload(index, hostContext, segment, sent);
-    // A connection that proved to be none of ours is forgotten by now.
-    const FlowKey& flow = segment.flow;
-    const bool stays = (sent ? findByInside(sourceOf(flow), destinationOf(flow))
-                             : findByPublic(destinationOf(flow), sourceOf(flow))) == index;
-    if (stays) {
-        closeIfOver(index, segment, sent);
-    }
-    return changed;
 }
 
 } // namespace

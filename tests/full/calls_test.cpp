@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "nat/full/endpoints.h"
 #include "nat/full/scope.h"
 #include "tests/full/full_host.h"
 #include "tests/support/messages.h"
@@ -72,6 +73,11 @@ TEST(Calls, OutboundWithSeparateControlConnection) {
         // Released signalling, then the H.245 connection goes.
         call.sent(q931({releaseComplete()}));
         EXPECT_EQ(h245.sent(openChannel({privateParty, 5004})), openChannel({privateParty, 5004}));
+        // Also when another call has its record.
+        TcpCall other(host, {privateParty, 50001}, called);
+        other.sent(plainSetup());
+        EXPECT_EQ(h245.sent(openChannel({privateParty, 5006})), openChannel({privateParty, 5006}));
+        other.close();
         h245.close();
         call.close();
     }
@@ -129,8 +135,11 @@ TEST(Calls, ForwardedByAnotherPortThanTheMappedOne) {
     const EndpointKey forwarded = {publicAddress, 1799};
     TcpCall call(host, {privateParty, 1720}, {outsideParty, 40000}, TcpCall::Opened::byOutside,
                  forwarded);
-    // A segment that acknowledges nothing does not show where the connection is.
+    // A segment that acknowledges nothing, or what was never sent, does not show where it is.
     call.receivedAt(0, plainSetup(), 0);
+    const size_t sentSoFar = std::exchange(call.sentSoFar, 0x10000000);
+    call.receivedAt(0, plainSetup());
+    call.sentSoFar = sentSoFar;
     EXPECT_EQ(host.takeTold("message received setup"), Lines{});
     call.received(plainSetup());
     call.sent(connectWith({privateParty, 47231}));
@@ -157,6 +166,21 @@ TEST(Calls, OneControlPortServesOneCallAfterTheOther) {
     }
 }
 
+TEST(Calls, OneControlPortServesTwoCallsAtOnce) {
+    FullHost host;
+    const EndpointKey control = {outsideParty, 38333};
+    TcpCall one(host, caller, called);
+    TcpCall other(host, {privateParty, 50001}, called);
+    for (TcpCall* call : {&one, &other}) {
+        call->sent(plainSetup());
+        call->received(connectWith(control));
+    }
+    other.sent(q931({releaseComplete()}));
+    TcpCall h245(host, {privateParty, 51000}, control);
+    h245.sent(openChannel({privateParty, 5000}));
+    EXPECT_EQ(host.takeAsked(), Lines{"media 10.0.0.5:5000 > 1.1.1.1"});
+}
+
 TEST(Calls, TheSameListenerServesTheNextCallToo) {
     FullHost host;
     TarvexActivateInboundMapping(privateParty);
@@ -175,6 +199,24 @@ TEST(Calls, TheSameListenerServesTheNextCallToo) {
     TarvexActivateInboundMapping(0);
 }
 
+TEST(Calls, AListenerThatOutlivesItsCallServesNoOther) {
+    FullHost host;
+    const EndpointKey ras = {privateParty, 1719};
+    const EndpointKey listening = {privateParty, 47231};
+    host.discover(ras);
+    TcpCall call(host, caller, called);
+    call.sent(plainSetup());
+    call.sent(connectWith(listening));
+    // The registration needs the mapping too, and keeps it.
+    host.sendDatagram(ras, keeper, messageWith("perCallInfo[0].h245.sendAddress", listening));
+    call.sent(q931({releaseComplete()}));
+    TcpCall other(host, {privateParty, 50001}, called);
+    other.sent(plainSetup());
+    TcpCall h245(host, listening, {outsideParty, 40000}, TcpCall::Opened::byOutside);
+    EXPECT_EQ(h245.sent(openChannel({privateParty, 5000})), openChannel({privateParty, 5000}));
+    EXPECT_EQ(host.takeTold("message sent openLogicalChannel").size(), 1U);
+}
+
 TEST(Calls, SeveralAtOnceOnOneConnection) {
     FullHost host;
     TcpCall call(host, caller, called);
@@ -185,6 +227,8 @@ TEST(Calls, SeveralAtOnceOnOneConnection) {
     }
     EXPECT_EQ(host.takeTold("began").size(), 3U);
     EXPECT_EQ(full_scope::state.mappings.used, 3U);
+    call.sent(q931({setup({{}, {}, 1})})); // of the first one again
+    EXPECT_EQ(host.takeTold("began"), Lines{});
     call.sent(q931({releaseComplete()})); // names no call: the newest
     EXPECT_EQ(full_scope::state.mappings.used, 2U);
     call.close();
@@ -198,7 +242,14 @@ TEST(Calls, NothingBeginsAfterARelease) {
     call.sent(plainSetup());
     call.received(q931({releaseComplete()}));
     call.sent(q931({releaseComplete()})); // both released at once
-    EXPECT_EQ(host.takeTold("began").size(), 1U);
+    call.received(connectWith({outsideParty, 38333}));
+    const Lines told = host.takeTold();
+    for (const auto& [word, times] : {std::pair<const char*, int>{"began", 1}, {"announced", 0}}) {
+        EXPECT_EQ(std::count_if(told.begin(), told.end(),
+                                [&](const std::string& line) { return line.starts_with(word); }),
+                  times)
+            << word;
+    }
     call.sent(plainSetup()); // the connection is used again
     EXPECT_EQ(host.takeTold("began").size(), 1U);
 }
@@ -246,6 +297,40 @@ TEST(Calls, SignallingGoesWhereTheGatekeeperTells) {
         call.sent(q931({setup({{}, {{fastStartElement({true, at({privateParty, 5000})})}}})}));
         EXPECT_EQ(host.takeAsked(), Lines{"media 10.0.0.5:5000 > 1.1.1.1"});
     }
+}
+
+TEST(Calls, EndpointsThatWereToldLongestAgoGiveWay) {
+    FullHost host(1); // 34 endpoints
+    const EndpointKey ras = {privateParty, 1719};
+    host.discover(ras);
+    const auto tell = [&](uint16_t port) {
+        host.sendDatagram(ras, keeper,
+                          messageWith("admissionRequest.srcCallSignalAddress", called));
+        host.receiveDatagram(
+            keeper, FullHost::publicOf(ras),
+            messageWith("admissionConfirm.destCallSignalAddress", {gatekeeper, port}));
+    };
+    for (uint16_t port = 2000; port < 2034; ++port) {
+        tell(port);
+    }
+    tell(2000); // again
+    tell(1720); // is followed anyway
+    tell(3000);
+    for (const auto& [port, told] : {std::pair<uint16_t, bool>{2000, true},
+                                     {1720, false},
+                                     {2001, false},
+                                     {2002, true},
+                                     {3000, true}}) {
+        EXPECT_EQ(full_scope::findAnnounced({gatekeeper, port}) != 0, told) << port;
+    }
+    // One call cannot push out those of others: it has sixteen.
+    TcpCall call(host, caller, called);
+    call.sent(plainSetup());
+    for (uint16_t port = 4000; port < 4020; ++port) {
+        call.received(connectWith({outsideParty, port}));
+    }
+    EXPECT_EQ(host.takeTold("announced h245").size(), 16U);
+    EXPECT_NE(full_scope::findAnnounced({gatekeeper, 3000}), 0U);
 }
 
 TEST(Calls, GatekeepersAreHeardByTheirOwnPortsToo) {
@@ -356,18 +441,107 @@ TEST(Load, ACallWithNothingInFlightIsSmall) {
                        1000);
 }
 
+Octets setupWithChannels(uint16_t count) {
+    std::vector<Octets> channels;
+    for (uint16_t channel = 0; channel < count; ++channel) {
+        const auto media = static_cast<uint16_t>(5000 + 2 * channel);
+        channels.push_back(fastStartElement({true, at({privateParty, media})}));
+    }
+    return q931({setup({{}, channels})});
+}
+
+TEST(Load, RunningCallsShareWhatIsRemembered) {
+    FullHost host(64); // 1,024 changes
+    const full_scope::Pool<full_scope::Edit>& edits = full_scope::state.streams.edits;
+    const Octets message = setupWithChannels(20);
+    std::vector<TcpCall> calls;
+    const auto send = [&](int times) {
+        const auto port = static_cast<uint16_t>(50000 + calls.size());
+        TcpCall& call = calls.emplace_back(host, EndpointKey{privateParty, port}, called);
+        for (int time = 0; time < times; ++time) {
+            call.sent(message);
+        }
+    };
+    const auto repeatsLast = [&] {
+        TcpCall& call = calls.back();
+        return call.sentAt(call.sentSoFar - message.size(), message) != message;
+    };
+    send(10);
+    EXPECT_EQ(edits.used, 128U); // of one stream
+    EXPECT_TRUE(repeatsLast());
+    for (int call = 1; call < 7; ++call) {
+        send(7);
+    }
+    send(5);
+    send(2); // the last of them in place of the first of its own
+    EXPECT_EQ(edits.used, 1024U);
+    const Octets translated = calls[0].sentAt(calls[0].sentSoFar - message.size(), message);
+    EXPECT_EQ(calls.back().sentAt(message.size(), message), translated);
+    // Nothing is left for one more until others have been quiet for a minute.
+    host.clock.advance(60);
+    send(1);
+    EXPECT_FALSE(repeatsLast());
+    host.clock.advance(1);
+    send(1);
+    EXPECT_TRUE(repeatsLast());
+}
+
+TEST(Load, QuietConnectionsGiveWay) {
+    enum class Kind { silent, spoken, afterItsCall };
+    struct Case {
+        Kind kind;
+        uint32_t seconds; // more than so many
+    };
+    for (const Case& each :
+         {Case{Kind::silent, 10}, Case{Kind::spoken, 180}, Case{Kind::afterItsCall, 10}}) {
+        SCOPED_TRACE(static_cast<int>(each.kind));
+        FullHost host(1); // 18 connections
+        std::vector<TcpCall> connections;
+        uint16_t port = 40000;
+        while (full_scope::state.connectionAges.oldest == 0 || connections.size() < 18) {
+            if (each.kind == Kind::afterItsCall) {
+                ControlledCall call(host, {privateParty, ++port});
+                call.h245.sent(openChannel({privateParty, 5000}));
+                call.h245.received(openChannel({outsideParty, 6000}));
+                call.call.sent(q931({releaseComplete()}));
+                call.call.close();
+                connections.push_back(call.h245);
+                continue;
+            }
+            connections.emplace_back(host, EndpointKey{privateParty, ++port}, called);
+            if (each.kind == Kind::spoken) {
+                connections.back().sent(plainSetup());
+                connections.back().received(q931({answer(Answer::alerting, {})}));
+            }
+        }
+        const auto isFollowed = [&] {
+            TcpCall call(host, {privateParty, ++port}, called);
+            host.takeTold();
+            call.sent(plainSetup());
+            return !host.takeTold("message").empty();
+        };
+        while (full_scope::state.overAges.oldest != 0) {
+            EXPECT_TRUE(isFollowed()); // in place of one that is over
+        }
+        host.clock.advance(each.seconds);
+        EXPECT_FALSE(isFollowed());
+        // Traffic renews: the one without gives way, wherever it stands.
+        for (size_t index = 0; index + 1 < connections.size(); ++index) {
+            connections[index].sentAt(connections[index].sentSoFar, {});
+        }
+        host.clock.advance(1);
+        EXPECT_TRUE(isFollowed());
+        EXPECT_FALSE(isFollowed());
+    }
+}
+
 TEST(Load, OctetsAreRepeatedAfterAnyNumberOfCalls) {
-    FullHost host(4); // 544 changes of octets are remembered
+    FullHost host(4); // 544 changes of octets are remembered, of 24 connections
+    const Octets message = setupWithChannels(40);
     for (uint16_t number = 0; number < 200; ++number) {
         SCOPED_TRACE(number);
         const auto port = static_cast<uint16_t>(20000 + number);
         TcpCall call(host, {privateParty, port}, called);
-        std::vector<Octets> channels;
-        for (uint16_t channel = 0; channel < 20; ++channel) {
-            const auto media = static_cast<uint16_t>(5000 + 2 * channel);
-            channels.push_back(fastStartElement({true, at({privateParty, media})}));
-        }
-        const Octets message = q931({setup({{}, channels})});
         const Octets after = call.sent(message);
         ASSERT_NE(after, message);
         ASSERT_EQ(call.sentAt(0, message), after);

@@ -54,7 +54,7 @@ TEST(Registrations, TerminalThatAsksAGroupIsConfirmedEachTimeItComesBack) {
     FullHost host;
     const Octets request = gatekeeperRequest(at(ras));
     const Octets confirm = messageWith("gatekeeperConfirm.rasAddress.ipAddress", keeper);
-    for (int start = 0; start < 3; ++start) {
+    for (int start = 0; start < 20; ++start) {
         SCOPED_TRACE(start);
         host.sendDatagram(ras, group, request);
         host.sendDatagram(ras, group, request); // nobody has answered yet
@@ -67,6 +67,13 @@ TEST(Registrations, TerminalThatAsksAGroupIsConfirmedEachTimeItComesBack) {
         EXPECT_EQ(full_scope::state.registrations.used, 1U);
         unregister(host);
         EXPECT_EQ(full_scope::state.mappings.used, 0U);
+        host.takeTold();
+        registerAt(host); // to a gatekeeper that has confirmed nothing since
+        EXPECT_FALSE(isMapped(signalling));
+        const Lines left = host.takeTold("left");
+        ASSERT_EQ(left.size(), 1U);
+        EXPECT_TRUE(left[0].ends_with(" 10")) << left[0];
+        unregister(host);
         host.takeAsked();
     }
 }
@@ -117,6 +124,40 @@ TEST(Registrations, AnEndpointOfACallThatIsRegisteredLaterLasts) {
     EXPECT_TRUE(isMapped(signalling));
 }
 
+TEST(Registrations, TheHostEndsItWhenItsGatekeeperAsksForThat) {
+    FullHost host;
+    const Octets confirm = {0x1c, 0, 0}; // UCF
+    host.sendDatagram(ras, keeper, confirm);
+    EXPECT_EQ(full_scope::state.registrations.used, 0U) << "it asked for nothing";
+    host.discover();
+    registerAt(host);
+    EXPECT_EQ(full_scope::state.mappings.used, 2U);
+    host.sendDatagram(ras, keeper, confirm);
+    EXPECT_EQ(full_scope::state.mappings.used, 0U);
+}
+
+TEST(Registrations, AMappingThatNobodyCanNeedIsOverAtOnce) {
+    FullHost host(1); // 135 claims
+    std::vector<TestAddress> addresses;
+    for (uint16_t port = 20000; port < 20015; ++port) {
+        addresses.push_back(at({privateParty, port}));
+    }
+    for (uint32_t number = 1; number <= 9; ++number) {
+        host.discover(ras, stranger(number));
+        host.sendDatagram(ras, {stranger(number), 1719}, registrationRequest(addresses, {at(ras)}));
+    }
+    EXPECT_EQ(full_scope::state.claims.used, full_scope::state.claims.capacity);
+    EXPECT_EQ(full_scope::state.mappings.used, 16U);
+    TcpCall call(host, {privateParty, 50000}, {outsideParty, 1720});
+    call.sent(plainSetup());
+    host.takeTold();
+    call.sent(q931({answer(Answer::connect, at({privateParty, 47231}))}));
+    const Lines left = host.takeTold("left");
+    ASSERT_EQ(left.size(), 1U);
+    EXPECT_TRUE(left[0].ends_with(" 11")) << left[0];
+    EXPECT_EQ(full_scope::state.mappings.used, 16U);
+}
+
 TEST(Registrations, OneMessageNamesAtMostSixteen) {
     FullHost host;
     host.discover();
@@ -150,14 +191,23 @@ TEST(Registrations, RequestsToNobodyTakeNoRecordOfARegisteredHost) {
 
 TEST(Registrations, AQuietOneGivesWayToANewOneUnlessTheClockWasSetBack) {
     struct Case {
-        int seconds; // that the clock goes on, or back
+        int before;  // the clock goes on by so many seconds,
+        int seconds; // all ask again, and it goes on or back
         bool room;
     };
-    for (const Case& each : {Case{180, false}, {181, true}, {-1, false}, {-86400, false}}) {
-        SCOPED_TRACE(each.seconds);
+    for (const Case& each : {Case{0, 180, false},
+                             {0, 181, true},
+                             {150, 180, false},
+                             {150, 181, true},
+                             {0, -1, false},
+                             {0, -86400, false}}) {
+        SCOPED_TRACE(std::to_string(each.before) + " " + std::to_string(each.seconds));
         FullHost host(1); // 17 registrations
-        for (uint32_t number = 0; number < 17; ++number) {
-            host.discover({privateParty + number, 1719});
+        for (const int later : {0, each.before}) {
+            host.clock.advance(static_cast<uint32_t>(later));
+            for (uint32_t number = 0; number < 17; ++number) {
+                host.discover({privateParty + number, 1719});
+            }
         }
         host.clock.advance(static_cast<uint32_t>(each.seconds));
         host.discover({privateParty + 17, 1719});

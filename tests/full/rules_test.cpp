@@ -106,6 +106,7 @@ TEST(Rules, RtcpPortIsItsRtpPortsNeighbourOrAPairOfItsOwn) {
 
 TEST(Rules, ReceivedPublicEndpointBecomesThePrivateOneAsLongAsItsMappingLives) {
     FullHost host;
+    host.discover();
     TcpCall call(host, caller, called);
     call.sent(channelWith({privateParty, 5000}));
     TcpCall other(host, {otherPrivateParty, 50000}, called);
@@ -131,11 +132,28 @@ TEST(Rules, ReceivedPublicEndpointBecomesThePrivateOneAsLongAsItsMappingLives) {
                {{publicAddress, 1720}, {publicAddress, 1720}}, // nobody is published
                {{outsideParty, 15000}, {outsideParty, 15000}},
                {{privateParty, 5000}, {privateParty, 5000}},
+               {FullHost::publicOf({privateParty, 1719}), {privateParty, 1719}},
+               // RAS and TCP have no port above theirs.
+               {FullHost::publicOf({privateParty, 1720}), FullHost::publicOf({privateParty, 1720})},
+               {FullHost::publicOf({otherPrivateParty, 47232}),
+                FullHost::publicOf({otherPrivateParty, 47232})},
                // Another private host's, of another call.
                {FullHost::publicOf({otherPrivateParty, 47231}), {otherPrivateParty, 47231}}});
     other.sent(q931({releaseComplete()}));
     const EndpointKey gone = FullHost::publicOf({otherPrivateParty, 47231});
     expectAll({{gone, gone}, {{publicAddress, 15000}, {privateParty, 5000}}});
+}
+
+TEST(Rules, MediaOnThePortOfRasIsAPairOfItsOwn) {
+    FullHost host;
+    host.discover();
+    host.takeAsked();
+    TcpCall call(host, caller, called);
+    call.sent(channelWith({privateParty, 1719}));
+    EXPECT_EQ(host.takeAsked(), Lines{"media 10.0.0.5:1719 > 1.1.1.1"});
+    EXPECT_EQ(full_scope::state.mappings.used, 2U);
+    const EndpointKey rtcp = {publicAddress, 11720};
+    EXPECT_EQ(call.received(connectWith(rtcp)), connectWith({privateParty, 1720}));
 }
 
 TEST(Rules, PublishedPortsAreTheSameOutside) {
@@ -251,6 +269,7 @@ TEST(Rules, TheAcknowledgementOfAT120ChannelNamesATcpPort) {
          {{101, true, true}, {101, false, false}},
          plain,
          false},
+        {"and later", {{101, false, false}, {101, true, true}}, plain, false},
         {"and the other way round", {{101, false, true}, {101, true, false}}, plain, true},
         {"the number is used again", {{101, true, false}, {101, false, false}}, plain, false},
         {"and again", {{101, true, false}, {101, false, false}, {101, true, false}}, plain, true},
@@ -299,6 +318,8 @@ TEST(Rules, OneCallHoldsSoManyMappings) {
     const Lines left = host.takeTold("left");
     ASSERT_EQ(left.size(), 6U);
     EXPECT_TRUE(left[0].ends_with(" 4")) << left[0];
+    EXPECT_NE(call.sent(channelWith({privateParty, 10000})), channelWith({privateParty, 10000}))
+        << "it has that one";
     call.sent(q931({releaseComplete()}));
     EXPECT_EQ(full_scope::state.mappings.used, 0U);
 }

@@ -91,6 +91,7 @@ TEST(Strangers, PacketsFromOutsideMakeNoStateAndChangeNone) {
     for (const int flags : {tcpRst | tcpAck, tcpFin | tcpAck, int{tcpSyn}, tcpSyn | tcpAck}) {
         packets.push_back(tcp(called, publicCaller, flags));
     }
+    packets.push_back(tcp(called, publicCaller, tcpAck, setupMessage));
     const Octets before = everything();
     for (const Segment& packet : packets) {
         SCOPED_TRACE(endpointText(packet.flow.sourceAddress, packet.flow.sourcePort) + " to " +
@@ -108,6 +109,8 @@ TEST(Strangers, PacketsFromOutsideMakeNoStateAndChangeNone) {
     // The call goes on.
     scene.signalling.sent(q931({answer(Answer::connect, at({privateParty, 47231}))}));
     EXPECT_EQ(scene.host.takeAsked(), Lines{"control 10.0.0.5:47231 > 1.1.1.1"});
+    scene.signalling.received(q931({answer(Answer::connect, at({outsideParty, 38334}))}));
+    EXPECT_EQ(scene.host.takeTold("message received connect").size(), 1U);
 }
 
 TEST(Strangers, DatagramsFromOutsideMakeNoStateAndChangeNone) {
@@ -226,7 +229,15 @@ TEST(Strangers, AnswerToAnotherBeginningIsNone) {
         answer.acknowledgement = acknowledged;
         host.receive(answer);
     }
-    host.receive(tcp(called, publicEnd, tcpAck, plainSetup(), (begun + 1) / 2 + 1));
+    const uint32_t answered = (begun + 1) / 2;
+    host.receive(tcp(called, publicEnd, tcpAck, plainSetup(), answered + 1));
+    EXPECT_EQ(host.takeTold("message received setup").size(), 1U);
+    // Nor is the right one that comes again, with another number.
+    Segment again = tcp(called, publicEnd, tcpSyn | tcpAck, {}, answered - 1000);
+    again.acknowledgement = begun + 1;
+    host.receive(again);
+    const auto length = static_cast<uint32_t>(plainSetup().size());
+    host.receive(tcp(called, publicEnd, tcpAck, plainSetup(), answered + 1 + length));
     EXPECT_EQ(host.takeTold("message received setup").size(), 1U);
 }
 
@@ -314,6 +325,16 @@ TEST(Strangers, AnswerThatNobodyAskedForAnnouncesNothing) {
               Lines{"announced signalling tcp 10.0.0.5:0 0.0.0.0:0 198.51.100.66:4444"});
     host.receiveDatagram(keeper, mapped, answer); // one answer for one request
     EXPECT_EQ(host.takeTold("announced"), Lines{});
+    // Two for two.
+    const Octets request = messageWith("admissionRequest.srcCallSignalAddress.ipAddress", called);
+    host.sendDatagram(ras, keeper, request);
+    host.sendDatagram(ras, keeper, request);
+    for (const uint16_t port : {uint16_t{4445}, uint16_t{4446}, uint16_t{4447}}) {
+        host.receiveDatagram(keeper, mapped,
+                             messageWith("admissionConfirm.destCallSignalAddress.ipAddress",
+                                         {stranger.address, port}));
+    }
+    EXPECT_EQ(host.takeTold("announced").size(), 2U);
 }
 
 TEST(Strangers, MappingsEndWithTheirCallOrRegistration) {

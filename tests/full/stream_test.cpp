@@ -199,6 +199,10 @@ TEST(Stream, GapThatIsNeverFilledIsGivenUpAndCostsNoMore) {
     // The other direction is still read.
     call.received(q931({answer(Answer::connect, at({outsideParty, 38333}))}));
     EXPECT_EQ(host.takeTold("announced").size(), 1U);
+    // And the end is seen, far behind what was read.
+    call.sentAt(begin + 200000, {}, tcpFin | tcpAck);
+    call.receivedAt(call.receivedSoFar, {}, tcpFin | tcpAck);
+    EXPECT_EQ(host.takeTold("ended").size(), 1U);
 }
 
 TEST(Stream, OneConnectionCannotTakeAllThatIsHeld) {
@@ -213,7 +217,7 @@ TEST(Stream, OneConnectionCannotTakeAllThatIsHeld) {
             greedy.back().sent(Octets(1000, 0));
         }
     }
-    EXPECT_LE(blocks.used, blocks.capacity);
+    EXPECT_LE(blocks.used, blocks.capacity - blocks.capacity / 4);
     // A call like others can still put its message together.
     TcpCall call(host, {otherPrivateParty, 50000}, called);
     const Octets message =
@@ -234,6 +238,12 @@ TEST(Stream, FramingIsLostForGoodButWhatWasWrittenIsRepeated) {
     call.sent(Octets(10, 'A'));
     EXPECT_EQ(call.sent(message), message);
     EXPECT_EQ(call.sentAt(0, message), after);
+    // Not over other octets than those that were there.
+    Octets other = after;
+    for (size_t index = 0; index < message.size(); ++index) {
+        other[index] = after[index] == message[index] ? message[index] : 0x55;
+    }
+    EXPECT_EQ(call.sentAt(0, other), other);
 }
 
 TEST(Stream, IdleConnectionIsSmall) {
