@@ -346,6 +346,33 @@ Octets plainSetup() {
     return q931({setup({})});
 }
 
+Octets connectWith(const EndpointKey& h245Address) {
+    return q931({answer(Answer::connect, at(h245Address))});
+}
+
+Octets openChannel(const EndpointKey& media) {
+    return openLogicalChannel({true, at(media)});
+}
+
+static const EndpointKey& connected(TcpCall& call, const EndpointKey& control) {
+    call.sent(plainSetup());
+    call.received(connectWith(control));
+    return control;
+}
+
+ControlledCall::ControlledCall(FullHost& host, const EndpointKey& inside,
+                               const EndpointKey& control, uint32_t sentFirst)
+    : call(host, inside, {outsideParty, 1720}, TcpCall::Opened::byPrivate, sentFirst),
+      h245(host, {inside.address, static_cast<uint16_t>(inside.port + 1000)},
+           connected(call, control)) {}
+
+EndpointKey firstRewritten(const Octets& before, const Octets& after) {
+    const auto differs = std::mismatch(before.begin(), before.end(), after.begin()).first;
+    return differs == before.end()
+               ? EndpointKey{0, 0}
+               : endpointAt(after, static_cast<size_t>(differs - before.begin()));
+}
+
 EndpointKey endpointAt(const Octets& octets, size_t offset) {
     EndpointKey endpoint = {0, 0};
     for (size_t index = 0; index < 4; ++index) {

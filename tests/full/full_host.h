@@ -139,8 +139,24 @@ const std::vector<PlacedMessage>& placedMessages();
 /// The shortest one that has a place whose path has this part, with this endpoint there.
 Octets messageWith(const std::string& pathPart, const EndpointKey& endpoint);
 
-/// A call that a private host has begun with a Setup.
+/// A call that a private host has begun with a Setup; a Connect with this h245Address; an
+/// OpenLogicalChannel with this mediaChannel.
 Octets plainSetup();
+Octets connectWith(const EndpointKey& h245Address);
+Octets openChannel(const EndpointKey& media);
+
+/// The private party's call to port 1720 outside whose H.245 connection is open.
+struct ControlledCall {
+    explicit ControlledCall(FullHost& host, const EndpointKey& inside = {privateParty, 50000},
+                            const EndpointKey& control = {outsideParty, 38333},
+                            uint32_t sentFirst = 1000);
+
+    TcpCall call;
+    TcpCall h245;
+};
+
+/// The endpoint that a message's first rewritten address became; 0 when none was.
+EndpointKey firstRewritten(const Octets& before, const Octets& after);
 
 EndpointKey endpointAt(const Octets& octets, size_t offset);
 void setEndpoint(Octets& octets, size_t offset, const EndpointKey& endpoint);

@@ -13,10 +13,6 @@ namespace {
 constexpr EndpointKey caller = {privateParty, 50000};
 constexpr EndpointKey called = {outsideParty, 1720};
 
-Octets connectWith(const EndpointKey& h245Address) {
-    return q931({answer(Answer::connect, at(h245Address))});
-}
-
 Octets channelWith(const EndpointKey& media) {
     return q931({setup({{}, {{fastStartElement({true, at(media)})}}})});
 }
