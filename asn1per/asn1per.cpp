@@ -1683,7 +1683,9 @@ int32_t getDynString(PerContext* ctx, const StringKind& kind, uint32_t* count, u
     *count = 0;
     *data = nullptr;
     const int32_t total = pd_totalLength(ctx, kind.bitsPerItem);
-    PER_TRY(total);
+    if (total < 0) {
+        return fail(ctx, dropRange(ctx, total));
+    }
     const uint64_t bits = uint64_t{static_cast<uint32_t>(total)} * kind.bitsPerItem;
     if (total == 0 || !hasBits(ctx, bits)) {
         // No memory for a length that the data cannot hold: stepping over it gives its status.

@@ -237,6 +237,23 @@ TEST(SizeConstraint, TheFirstChainStaysInForce) {
     EXPECT_EQ(ctx.hex(), "03");
 }
 
+// A range on a stack frame that is over must not bind the next message.
+TEST(SizeConstraint, EndsWithTheStringThatFails) {
+    const uint8_t fragment[] = {0xC1};
+    for (const size_t octets : {size_t{0}, sizeof fragment}) {
+        for (const uint32_t upper : {9U, 70000U}) {
+            PerContext ctx = {};
+            ASSERT_EQ(pu_initContext(&ctx, fragment, static_cast<uint32_t>(octets), 1), 0);
+            const SizeConstraint range = {0, 1, upper, nullptr};
+            ASSERT_EQ(pu_addSizeConstraint(&ctx, &range), 0);
+            DynOctetString value = {};
+            EXPECT_LT(pd_DynOctetString(&ctx, &value), 0);
+            EXPECT_EQ(ctx.sizeConstraint, nullptr) << octets << " octets, at most " << upper;
+            pu_freeContext(&ctx);
+        }
+    }
+}
+
 TEST(Errors, LoggingReturnsTheStatus) {
     ErrorInfo error = {};
     for (const int32_t status : {0, 2, -1, -24, INT32_MIN}) {
