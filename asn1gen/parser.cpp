@@ -372,7 +372,7 @@ private:
         if (peek().kind != TokenKind::String) {
             failExpected("a string of the permitted characters");
         }
-        const std::string characters = take().text;
+        std::string characters = take().text;
         if (at("..")) {
             throw SourceError(peek().position,
                               "a range of characters is not supported: list all of them");
