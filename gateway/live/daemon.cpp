@@ -35,6 +35,7 @@ constexpr auto soon = std::chrono::milliseconds(200);
 constexpr auto betweenSweeps = std::chrono::seconds(1); // however many calls begin,
 constexpr int leastRest = 20;                           // and so often the time that a survey takes
 constexpr auto betweenTableEvents = std::chrono::milliseconds(50); // most are our own
+constexpr auto betweenCopies = std::chrono::milliseconds(20);      // what they tell has time
 constexpr auto longestSleep = std::chrono::seconds(5);
 constexpr int readsPerTurn = 32; // then signals, status and time get their turn
 
@@ -126,7 +127,7 @@ public:
     std::string run();
 
 private:
-    enum Waiting : uint8_t { Queue, Stop, Status, Survey, Links, Table, Feed, count };
+    enum Waiting : uint8_t { Queue, Copies, Stop, Status, Survey, Links, Table, Feed, count };
 
     std::string drainQueue();
     bool handleSignals();
@@ -142,6 +143,10 @@ private:
     // Each change of a set is told back to us: they are read some at a time.
     [[nodiscard]] int tableWatched(Clock::time_point now) const {
         return now < nextTableEvents_ ? -1 : tableEvents_.descriptor();
+    }
+    // Copies are read with the queue, and now and then where no packet waits.
+    [[nodiscard]] int copiesWatched(Clock::time_point now) const {
+        return now < nextCopies_ ? -1 : queue_.copiesDescriptor();
     }
     [[nodiscard]] StatusSource status() const {
         return {gateway_, counters_, started_, secondsOf(Clock::now())};
@@ -168,6 +173,7 @@ private:
     Clock::time_point surveyBegan_;
     Clock::time_point restUntil_;
     Clock::time_point nextTableEvents_;
+    Clock::time_point nextCopies_;
     Clock::time_point nextWatchdog_;
 };
 
@@ -183,6 +189,7 @@ std::string Daemon::start(const SavedState& before) {
         }
     };
     step([&] { return queue_.open(config.queueNumber, config.queueLength); });
+    table_.copyBeginnings(queue_.copiesDescriptor() >= 0);
     step([&] { return statusSocket_.open(config.statusSocket); });
     step([&] { return links_.open(); });
     step([&] { return tableEvents_.open(config.table); });
@@ -200,8 +207,10 @@ std::string Daemon::start(const SavedState& before) {
 
 std::chrono::milliseconds Daemon::mayWait() const {
     const auto now = Clock::now();
-    const auto next = std::min({nextSweep_, gateway_.nextRelease(), now + longestSleep,
-                                now < nextTableEvents_ ? nextTableEvents_ : now + longestSleep});
+    auto next = std::min({nextSweep_, gateway_.nextRelease(), now + longestSleep});
+    for (const auto unwatched : {nextTableEvents_, nextCopies_}) {
+        next = now < unwatched ? std::min(next, unwatched) : next;
+    }
     return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(next - now) +
                         std::chrono::milliseconds(1),
                     std::chrono::milliseconds(0));
@@ -218,6 +227,7 @@ std::string Daemon::run() {
             beginSweep(now);
         }
         std::array<pollfd, Waiting::count> waiting{{{queue_.descriptor(), POLLIN, 0},
+                                                    {copiesWatched(now), POLLIN, 0},
                                                     {signals_.descriptor(), POLLIN, 0},
                                                     {statusSocket_.descriptor(), POLLIN, 0},
                                                     {surveys_.descriptor(), POLLIN, 0},
@@ -228,7 +238,8 @@ std::string Daemon::run() {
         if (ready < 0 && errno != EINTR) {
             return std::string("poll: ") + std::strerror(errno);
         }
-        if (waiting[Queue].revents != 0) {
+        if (waiting[Queue].revents != 0 || waiting[Copies].revents != 0) {
+            nextCopies_ = now + betweenCopies;
             std::string failure = drainQueue();
             if (!failure.empty()) {
                 return failure;
@@ -445,7 +456,7 @@ std::string runGateway(const ConfigSource& source) {
 
 std::string describeRules(const LiveConfig& config) {
     return renderRuleset(config, sidesOf(config).publicAddress, Transition::Replace) +
-           renderQueueStatement(config);
+           renderCopyRule(config) + renderQueueStatement(config);
 }
 
 } // namespace gateway

@@ -43,6 +43,7 @@ std::string LiveGateway::start(const SavedState& before, LiveSeconds now) {
                             {"scope", config_.scope == TranslationScope::Full ? "full" : "listed"},
                             {"queue", std::to_string(config_.queueNumber)},
                             {"queue_form", table_.queueForm()},
+                            {"beginnings", table_.copiesBeginnings() ? "copied" : "queued"},
                             {"adopted_mappings", std::to_string(adopted)}});
     }
     return failure;

@@ -23,18 +23,23 @@ void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue,
     now_ = secondsOf(arrived);
     Parcel parcel{packet.octets, {}, Side::Inside, false};
     const PacketKind kind = classifyPacket(packet.octets, parcel.layout);
+    const auto goOn = [&] {
+        if (packet.waits) {
+            give(packet.id, parcel, queue, arrived, counters_.delay);
+        }
+    };
     const bool inside = sides_.inside.contains(packet.arrivedOn);
     if ((!inside && packet.arrivedOn != sides_.outside) ||
         (kind != PacketKind::Tcp && kind != PacketKind::Udp)) {
         counters_.add(kind == PacketKind::Malformed || kind == PacketKind::Truncated
                           ? Cause::packetsMalformed
                           : Cause::packetsUnseen);
-        give(packet.id, parcel, queue, arrived, counters_.delay);
+        goOn();
         return;
     }
     parcel.side = inside ? Side::Inside : Side::Outside;
     if (kind == PacketKind::Tcp && !introduce(parcel)) {
-        give(packet.id, parcel, queue, arrived, counters_.delay);
+        goOn();
         return;
     }
     if (kind == PacketKind::Tcp && config_.scope == TranslationScope::Full && !config_.dryRun) {
@@ -64,7 +69,7 @@ void LiveGateway::handle(const QueuedPacket& packet, PacketQueue& queue,
     if (!bare) {
         show(parcel);
     }
-    give(packet.id, parcel, queue, arrived, counters_.delay);
+    goOn();
     if (packet.last) {
         settle(queue);
     }

@@ -143,6 +143,7 @@ std::string NetfilterTable::create(const LiveConfig& config, uint32_t publicAddr
     }
     name_ = config.table;
     created_ = true;
+    copiesBeginnings_ = copiesHeard_ && run(renderCopyRule(config)).empty();
     queueForm_ = "nft queue";
     const std::string noStatement = run(renderQueueStatement(config));
     if (noStatement.empty()) {

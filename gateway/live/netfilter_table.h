@@ -24,6 +24,9 @@ public:
     // Elements that make no sense are skipped.
     std::vector<PortForward> readLeftover(const std::string& table);
 
+    // Tells whether somebody listens to copies of packets; without this all of them are queued.
+    void copyBeginnings(bool heard) { copiesHeard_ = heard; }
+
     // Makes the table, replacing one that was left behind, and the rule that queues packets: nft's
     // queue statement where the kernel has it, the xtables target NFQUEUE otherwise. Its sets are
     // empty.
@@ -53,6 +56,9 @@ public:
     // "nft queue" or "xt NFQUEUE"; empty before create.
     [[nodiscard]] const std::string& queueForm() const { return queueForm_; }
 
+    // Whether the first packets of a connection are copied, not queued.
+    [[nodiscard]] bool copiesBeginnings() const { return copiesBeginnings_; }
+
 private:
     std::string run(const std::string& commands);
     std::string list(const std::string& what);
@@ -64,6 +70,8 @@ private:
     SetTransaction changes_;
     std::string name_;
     std::string queueForm_;
+    bool copiesHeard_ = false;
+    bool copiesBeginnings_ = false;
     bool created_ = false;
 };
 

@@ -6,6 +6,7 @@
 #include <linux/netfilter/nfnetlink_queue.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -94,7 +95,11 @@ std::string PacketQueue::open(uint16_t number, uint32_t length) {
     mnl_attr_put_u32(request, NFQA_CFG_FLAGS, htonl(NFQA_CFG_F_FAIL_OPEN));
     mnl_attr_put_u32(request, NFQA_CFG_MASK, htonl(NFQA_CFG_F_FAIL_OPEN | NFQA_CFG_F_GSO));
     failure = configure(request);
-    return failure.empty() ? failure : prefix + failure;
+    if (!failure.empty()) {
+        return prefix + failure;
+    }
+    copies_.open(number);
+    return {};
 }
 
 PacketQueue::Received PacketQueue::receive(const std::function<void(const QueuedPacket&)>& handle) {
@@ -106,17 +111,22 @@ PacketQueue::Received PacketQueue::receive(const std::function<void(const Queued
         messages[i].msg_hdr.msg_iovlen = 1;
     }
     const int count = recvmmsg(descriptor(), messages.data(), packetsAtOnce, MSG_DONTWAIT, nullptr);
-    if (count < 0) {
-        if (errno == ENOBUFS) {
-            return Received::Overrun;
-        }
-        return errno == EAGAIN || errno == EINTR ? Received::Nothing : Received::Failed;
+    const bool overrun = count < 0 && errno == ENOBUFS;
+    if (count < 0 && !overrun && errno != EAGAIN && errno != EINTR) {
+        return Received::Failed;
     }
-    const auto received = static_cast<size_t>(count);
+    // Read behind the queue, handled before it.
+    const bool allCopies = copies_.receive([&](uint32_t arrivedOn, std::span<uint8_t> octets) {
+        handle({0, false, arrivedOn, octets, false});
+    });
+    const auto received = static_cast<size_t>(std::max(count, 0));
     for (size_t i = 0; i < received; ++i) {
         Delivery delivery{&handle, i + 1 == received};
         mnl_cb_run(places[i].iov_base, messages[i].msg_len, 0, mnl_socket_get_portid(socket_.get()),
                    deliver, &delivery);
+    }
+    if (overrun || !allCopies) {
+        return Received::Overrun;
     }
     return received < packetsAtOnce ? Received::Nothing : Received::Packets;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gateway/live/netlink_socket.h"
+#include "gateway/live/packet_copies.h"
 
 #include <cstdint>
 #include <functional>
@@ -13,6 +14,7 @@ namespace gateway {
 
 struct QueuedPacket {
     uint32_t id = 0;
+    bool waits = true;         // for its verdict; else it has gone on, and this is a copy
     uint32_t arrivedOn = 0;    // interface index
     std::span<uint8_t> octets; // from the IP header on; may be changed in place
     bool last = true;          // of those that came together
@@ -21,6 +23,9 @@ struct QueuedPacket {
 // The packets that the kernel hands over through one netfilter queue. Segments that the network
 // card would have cut are cut by the kernel before they come, and checksums are complete, so every
 // packet is as the wire would have it.
+//
+// Copies of packets that do not wait come by the log group of the same number, each of them before
+// what its connection brings next.
 class PacketQueue {
 public:
     // Takes the queue. Gives an empty text, or what went wrong.
@@ -29,10 +34,13 @@ public:
     // To wait for with poll.
     [[nodiscard]] int descriptor() const { return mnl_socket_get_fd(socket_.get()); }
 
+    // The same for copies alone, which may be left for a while; negative: no copies will come.
+    [[nodiscard]] int copiesDescriptor() const { return copies_.descriptor(); }
+
     enum class Received { Packets, Nothing, Overrun, Failed };
 
     // Hands over what one read brings, without waiting; Nothing: no more is there to be read.
-    // Overrun: the kernel could not deliver some packets and let them pass.
+    // Overrun: the kernel could not deliver some packets, or copies, and let them pass.
     Received receive(const std::function<void(const QueuedPacket&)>& handle);
 
     // Lets a packet go on, with `replacement` instead of its octets if that is not empty.
@@ -59,6 +67,7 @@ private:
     void send();
 
     NetlinkSocket socket_;
+    PacketCopies copies_;
     uint16_t number_ = 0;
     uint64_t judged_ = 0;
     std::unique_ptr<uint8_t[]> input_;

@@ -150,7 +150,8 @@ std::string definitions() {
            "  set peers { type ipv4_addr . inet_service . ipv4_addr;" + lasting +
            "  set hairpin { type ipv4_addr . inet_service;" + dynamic +
            "size 4096; timeout 1m; }\n"
-           "  counter shown { }\n";
+           "  counter shown { }\n"
+           "  counter copied { }\n";
 }
 
 // Anybody can write the peer's address into a datagram: it must come by the interface that leads to
@@ -233,6 +234,13 @@ std::string renderEmptySets(const LiveConfig& config) {
                 set.name + "\n";
     }
     return text;
+}
+
+// A longer one holds more than headers, and what is behind it must wait for it.
+std::string renderCopyRule(const LiveConfig& config) {
+    return "insert rule " + nameOf(config) + " " + queueChain +
+           " tcp flags & (fin | syn | rst) == syn ip length <= 120 counter name copied log group " +
+           std::to_string(config.queueNumber) + " return\n";
 }
 
 std::string renderQueueStatement(const LiveConfig& config) {

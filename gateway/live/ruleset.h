@@ -27,6 +27,10 @@ std::string renderRuleset(const LiveConfig& config, uint32_t publicAddress, Tran
 // Empties the sets that the gateway fills.
 std::string renderEmptySets(const LiveConfig& config);
 
+// Rule text for kernels that copy packets to a log group: the first packets of a connection need
+// not wait, since nothing in them can change.
+std::string renderCopyRule(const LiveConfig& config);
+
 // Rule text for kernels that know nft's own queue statement.
 std::string renderQueueStatement(const LiveConfig& config);
 

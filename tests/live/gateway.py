@@ -141,9 +141,9 @@ class GatewayTest(unittest.TestCase):
         return played
 
     def shown(self):
-        """Packets that the rules wanted shown to the gateway."""
-        counter = self.network.on_router("nft", "list", "counter", "ip", "h323nat", "shown")
-        return int(counter.split("packets ")[1].split()[0])
+        """Packets that the rules wanted shown to the gateway, queued or copied."""
+        listed = self.network.on_router("nft", "list", "counters", "table", "ip", "h323nat")
+        return sum(int(part.split()[0]) for part in listed.split("packets ")[1:])
 
     def ruleset(self):
         return self.network.on_router("nft", "list", "ruleset")

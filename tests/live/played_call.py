@@ -95,12 +95,17 @@ class PlayedCall:
         listener.close()
         self.connections[client, server] = (opening, accepted)
 
-    def _stream(self, message):
+    def connect(self, message):
+        """The connection that a message goes over; it may be there already."""
         client = message.client
         server = message.destination if message.source == client else message.source
         if (client, server) not in self.connections:
             self._connect(client, server)
-        opening, accepted = self.connections[client, server]
+        return self.connections[client, server]
+
+    def _stream(self, message):
+        client = message.client
+        opening, accepted = self.connect(message)
         sender, reader = (opening, accepted) if message.source == client else (accepted, opening)
         for at in range(0, len(message.data), self.piece or len(message.data)):
             if at != 0:

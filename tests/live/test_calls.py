@@ -1,6 +1,9 @@
 """Calls through the live gateway between real sockets, each with media in both directions.
 Usage: test_calls.py --program PATH --samples DIRECTORY [unittest arguments]"""
 
+import signal
+import socket
+import struct
 import time
 
 from gateway import BOTH_WAYS, RTCP, RTP, GatewayTest, ends_call, main, sample
@@ -167,6 +170,32 @@ class CallsTest(GatewayTest):
             for made in (client, accepted):
                 made.close()
         listener.close()
+
+    def test_connections_begin_while_the_gateway_is_busy(self):
+        for name in ("fast-tun", "in-fast-tun"):
+            with self.subTest(name):
+                self.new_network()
+                gateway = self.start("--publish", PRIVATE)
+                gateway.process.send_signal(signal.SIGSTOP)
+                call = self.call(sample(name))
+                call.connect(call.found[0])
+                gateway.process.send_signal(signal.SIGCONT)
+                self.heard(call.play(ends_call))
+                self.assertEqual(gateway.counter("connections_adopted"), 0)
+                gateway.stop()
+                call.close()
+
+    def test_beginnings_wait_where_another_program_hears_the_copies(self):
+        with self.network.inside_of("router"):
+            other = socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, 12)
+        self.addCleanup(other.close)
+        other.send(struct.pack("=IHHIIBB", 28, 4 << 8 | 1, 5, 1, 0, 0, 0) + struct.pack("!H", 1720)
+                   + struct.pack("=HHB3x", 5, 1, 1))
+        self.assertEqual(struct.unpack("=i", other.recv(99)[16:20]), (0,))
+        gateway = self.start()
+        self.assertIn("beginnings=queued", gateway.log_text())
+        self.heard(self.call(sample("h245")).play(ends_call))
+        self.assertEqual(gateway.counter("connections_adopted"), 0)
 
     def test_small_segments_both_ways(self):
         for name in ("h245", "fast-tun", "in-fast-tun", "tun"):

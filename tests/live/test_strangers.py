@@ -2,6 +2,7 @@
 test_strangers.py --program PATH --samples DIRECTORY [unittest arguments]"""
 
 import json
+import signal
 import socket
 import struct
 import time
@@ -78,6 +79,20 @@ class StrangersTest(GatewayTest):
                 call = self.call(sample("in-h245")).play(ends_call)
                 self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
                 gateway.stop()
+
+    def test_more_beginnings_than_the_gateway_hears(self):
+        """A call whose own beginning is lost in a flood of them is followed from its Setup on."""
+        gateway = self.start("--calls", "10000")  # records for those that it hears of
+        call = self.call(sample("fast-tun"))
+        gateway.process.send_signal(signal.SIGSTOP)
+        self.send_raw("inside", [segment((SECOND_PRIVATE, 1024 + n), (NOBODY, 1720), SYN)
+                                 for n in range(8000)])
+        call.connect(call.found[0])
+        gateway.process.send_signal(signal.SIGCONT)
+        call.play(ends_call)
+        self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
+        self.assertEqual(gateway.counter("connections_adopted"), 1)
+        self.assertGreater(gateway.counter("queue_overruns"), 0)
 
     def test_a_spoofed_syn_or_reset_in_mid_call(self):
         gateway = self.start("--publish", PRIVATE)
