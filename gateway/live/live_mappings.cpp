@@ -50,6 +50,7 @@ void LiveMappings::configure(const LiveConfig& config) {
     }
     udpPorts_ = PortAllocator(config.firstPort, config.lastPort);
     tcpPorts_ = PortAllocator(config.firstPort, config.lastPort);
+    usedByMachine_.clear();
     for (const LiveMapping& mapping : mappings_) {
         for (int i = 0; i < mapping.ports(); ++i) {
             allocator(mapping.protocol()).takeExactly(neighbour(mapping.publicEndpoint, i).port);
@@ -110,12 +111,16 @@ std::optional<uint16_t> LiveMappings::takePort(MappingKind kind, const Endpoint&
         return std::nullopt;
     }
     uint16_t wish = wishFor(kind, inside);
-    // Ports that the machine uses itself stay taken: a few looks more, once each.
+    // Ports that the machine uses itself stay taken until the next sweep: a few looks more.
     for (;;) {
         const auto port = pair ? ports.takePair(wish) : ports.take(wish);
         if (!port || (isFree_(protocol, *port) &&
                       (!pair || isFree_(protocol, static_cast<uint16_t>(*port + 1))))) {
             return port;
+        }
+        usedByMachine_.emplace_back(protocol, *port);
+        if (pair) {
+            usedByMachine_.emplace_back(protocol, static_cast<uint16_t>(*port + 1));
         }
         wish = *port;
     }
@@ -389,6 +394,10 @@ void LiveMappings::close(Iterator mapping, Swept& swept) {
 
 // Both lists are in the order of the numbers. A mapping that was opened since was not asked for.
 LiveMappings::Swept LiveMappings::sweep(const FlowSurvey& survey, LiveSeconds now) {
+    for (const auto& [protocol, port] : usedByMachine_) {
+        allocator(protocol).release(port);
+    }
+    usedByMachine_.clear();
     Swept swept;
     swept.flows = survey.conflicts();
     auto mapping = mappings_.begin();

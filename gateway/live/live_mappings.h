@@ -14,6 +14,7 @@
 #include <list>
 #include <span>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace gateway {
@@ -161,6 +162,7 @@ private:
     PortCheck isFree_;
     PortAllocator udpPorts_;
     PortAllocator tcpPorts_;
+    std::vector<std::pair<Protocol, uint16_t>> usedByMachine_; // taken, so that none looks again
     uint64_t nextNumber_ = 1;
     std::list<LiveMapping> mappings_;
     std::unordered_map<Key, Iterator, KeyHash> byInside_;

@@ -92,11 +92,11 @@ void delayMetrics(std::ostringstream& out, const char* name, const char* help,
         << metric << "_count " << delay.total() << '\n';
 }
 
-template <typename Iterator, typename CallOf>
-json callList(Iterator first, Iterator last, LiveSeconds now, CallOf callOf) {
+template <typename Iterator, typename Describe>
+json listOf(Iterator first, Iterator last, Describe describe) {
     json list = json::array();
     for (; first != last && list.size() < statusListLimit; ++first) {
-        list.push_back(callJson(callOf(*first), now));
+        list.push_back(describe(*first));
     }
     return list;
 }
@@ -132,37 +132,34 @@ std::string statusJson(const StatusSource& source) {
     const LiveGateway& gateway = source.gateway;
     const LiveConfig& config = gateway.config();
     const LiveCalls& calls = gateway.calls();
-    json status = {{"inside", insideText(config)},
-                   {"outside", config.outside},
-                   {"public", toText(gateway.publicAddress())},
-                   {"dry_run", config.dryRun},
-                   {"uptime", source.now - source.started},
-                   {"resident_kib", residentKibibytes()},
-                   {"scope", config.scope == TranslationScope::Full ? "full" : "listed"},
-                   {"call_total", calls.running().size()},
-                   {"mapping_total", gateway.mappings().all().size()},
-                   {"delay_us_median", source.counters.delay.quantileMicroseconds(0.5)},
-                   {"delay_us_p99", source.counters.delay.quantileMicroseconds(0.99)},
-                   {"hold_us_median", source.counters.hold.quantileMicroseconds(0.5)},
-                   {"hold_us_p99", source.counters.hold.quantileMicroseconds(0.99)},
-                   {"calls", callList(
-                                 calls.running().begin(), calls.running().end(), source.now,
-                                 [](const auto& entry) -> auto& { return entry.second; })},
-                   {"ended_calls", callList(
-                                       calls.ended().rbegin(), calls.ended().rend(), source.now,
-                                       [](const LiveCall& call) -> auto& { return call; })},
-                   {"mappings", json::array()},
-                   {"counters", json::object()}};
+    const auto& mappings = gateway.mappings().all();
+    json status = {
+        {"inside", insideText(config)},
+        {"outside", config.outside},
+        {"public", toText(gateway.publicAddress())},
+        {"dry_run", config.dryRun},
+        {"uptime", source.now - source.started},
+        {"resident_kib", residentKibibytes()},
+        {"scope", config.scope == TranslationScope::Full ? "full" : "listed"},
+        {"call_total", calls.running().size()},
+        {"mapping_total", mappings.size()},
+        {"delay_us_median", source.counters.delay.quantileMicroseconds(0.5)},
+        {"delay_us_p99", source.counters.delay.quantileMicroseconds(0.99)},
+        {"hold_us_median", source.counters.hold.quantileMicroseconds(0.5)},
+        {"hold_us_p99", source.counters.hold.quantileMicroseconds(0.99)},
+        {"calls", listOf(calls.running().begin(), calls.running().end(),
+                         [&](const auto& each) { return callJson(each.second, source.now); })},
+        {"ended_calls", listOf(calls.ended().rbegin(), calls.ended().rend(),
+                               [&](const LiveCall& each) { return callJson(each, source.now); })},
+        {"mappings",
+         listOf(mappings.begin(), mappings.end(),
+                [&](const LiveMapping& each) { return mappingJson(each, source.now); })},
+        {"counters", json::object()}};
     if (!config.published.empty()) {
         status["published"] = publishedText(config);
     }
     if (config.advertisedAddress != 0) {
         status["advertised"] = toText(config.advertisedAddress);
-    }
-    for (const LiveMapping& mapping : gateway.mappings().all()) {
-        if (status["mappings"].size() < statusListLimit) {
-            status["mappings"].push_back(mappingJson(mapping, source.now));
-        }
     }
     for (size_t index = 0; index < causeTexts().size(); ++index) {
         status["counters"][causeTexts()[index].name] =

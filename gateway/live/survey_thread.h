@@ -50,10 +50,10 @@ private:
     std::string table_;
     int done_ = -1;
     bool busy_ = false; // of the caller's thread
-    std::mutex mutex_;
+    FlowSurvey survey_; // of the thread until it is done, then of the caller until the next start
+    std::mutex mutex_;  // of all that follows
     std::condition_variable wanted_;
     FlowSurvey asked_;
-    FlowSurvey survey_; // of the thread until it is done, then of the caller until the next start
     Save save_;
     NotSaved notSaved_;
     bool working_ = false;

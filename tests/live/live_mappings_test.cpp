@@ -77,6 +77,12 @@ TEST_F(LiveMappingsTest, PairsAreEvenAndNeverTheMachinesOwn) {
         EXPECT_NE(open(MappingKind::Control, {host, port}), nullptr);
     }
     EXPECT_EQ(refusal(MappingKind::Control, {host, 5007}), Cause::refusedPorts);
+    // What the machine used may be free by the next sweep.
+    ownPorts = {};
+    EXPECT_EQ(refusal(MappingKind::Media, {otherHost, 7000}), Cause::refusedPorts);
+    sweep({}, 1);
+    EXPECT_NE(open(MappingKind::Media, {otherHost, 7000}), nullptr);
+    EXPECT_EQ(refusal(MappingKind::Media, {otherHost, 7002}), Cause::refusedPorts);
 }
 
 TEST_F(LiveMappingsTest, AskedAgainGivesTheSameAlsoInAnotherRun) {
