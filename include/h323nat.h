@@ -387,7 +387,7 @@ typedef struct H323Endpoint {
 #define H323NAT_RECEIVED UINT32_C(1) /* from outside */
 
 /* Bits of H323ObservedMessage.flags. */
-#define H323NAT_MESSAGE_REPEATED UINT32_C(1) /* its octets were sent before */
+#define H323NAT_MESSAGE_REPEATED UINT32_C(1) /* its octets were sent before; not told so far */
 #define H323NAT_MESSAGE_SIGNED UINT32_C(2)   /* H.235 tokens: a receiver may refuse it rewritten */
 #define H323NAT_MESSAGE_NOT_UNDERSTOOD UINT32_C(4) /* it made no sense from some point on */
 
@@ -408,7 +408,7 @@ typedef struct H323ObservedMessage {
     uint64_t call;             /* number of the call that it is counted to; 0: of none */
 } H323ObservedMessage;
 
-/* Why an address stays as it is: X(NAME, number, text). Hosts make counters and texts of it. */
+/* Why an address stays as it is: X(NAME, number, text). 7 and 8 are not told so far. */
 #define H323NAT_LEFT_CAUSES(X)                                                                     \
     X(NOT_THE_SENDERS, 1, "not the sender's own address")                                          \
     X(REFUSED, 2, "the host opened no mapping")                                                    \
