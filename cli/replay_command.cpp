@@ -161,10 +161,17 @@ int replayCapture(const ReplayOptions& options) {
     }
     report->onEnd(replay.totals());
     out.flush();
-    if (status == 0 && replay.totals().packets == 0) {
+    const gateway::ReplayTotals& totals = replay.totals();
+    if (totals.unmappedCalls > 0 && options.publishedAddress == 0) {
+        complain("warning: packets of calls from outside met no mapping (" +
+                 std::to_string(totals.unmappedCalls) +
+                 "), so that a router drops them; name the host that takes the calls: --publish "
+                 "ADDRESS");
+    }
+    if (status == 0 && totals.packets == 0) {
         complain(options.input + " holds no packet");
         status = exitFaults;
-    } else if (status == 0 && insideMatchesNothing(replay.totals())) {
+    } else if (status == 0 && insideMatchesNothing(totals)) {
         complain("no packet comes from or goes to a host of --inside " + networkText(options) +
                  "; name the network of the private hosts");
         status = exitFaults;

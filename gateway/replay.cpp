@@ -128,6 +128,11 @@ void Replay::letGo(ReleasedSegments& released) {
 void Replay::note(const CapturedFrame& frame, const PacketOutcome& outcome) {
     listener_.onPacket(frame, outcome);
     ++totals_.verdicts.at(static_cast<size_t>(outcome.verdict));
+    totals_.unmappedCalls += outcome.verdict == Verdict::NoMapping &&
+                                     outcome.insideView.protocol == Protocol::Tcp &&
+                                     outcome.insideView.local.port == callSignalPort
+                                 ? 1
+                                 : 0;
     totals_.truncated += outcome.verdict == Verdict::Translated && outcome.truncated ? 1 : 0;
     totals_.rewrittenPackets += outcome.payloadChanged ? 1 : 0;
 }

@@ -17,8 +17,9 @@ namespace gateway {
 // Counters of one replay. `packets` is the sum of all verdicts.
 struct ReplayTotals {
     uint64_t packets = 0;
-    uint64_t ipv6 = 0;      // of the packets with the verdict NotIpv4
-    uint64_t truncated = 0; // of the translated ones
+    uint64_t ipv6 = 0;          // of the packets with the verdict NotIpv4
+    uint64_t truncated = 0;     // of the translated ones
+    uint64_t unmappedCalls = 0; // of those with NoMapping, to the port of call signalling
     std::array<uint64_t, verdictCount> verdicts{};
 
     uint64_t messages = 0; // the next four add up to this

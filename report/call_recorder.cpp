@@ -79,11 +79,12 @@ void CallRecorder::addCall(int64_t time, const gateway::ReportedCall& call) {
 }
 
 void CallRecorder::addMapping(int64_t time, const gateway::MappingRequest& request) {
-    // Some are for messages that nobody keeps.
+    // Some are for messages that tell no address any more, and wait in vain.
     constexpr size_t mostWaiting = 4096;
-    if (waitingMappings_.size() < mostWaiting) {
-        waitingMappings_.push_back({time, request});
+    if (waitingMappings_.size() == mostWaiting) {
+        waitingMappings_.pop_front();
     }
+    waitingMappings_.push_back({time, request});
 }
 
 size_t CallRecorder::recordOfCall(const gateway::ReportedMessage& message) {
@@ -150,12 +151,15 @@ void CallRecorder::placeMappings(CallRecord& record, const gateway::ReportedMess
         return tells(message, mapping.request.inside);
     };
     for (const MappingRecord& mapping : waitingMappings_) {
+        if (!isOfMessage(mapping)) {
+            continue;
+        }
         const bool known = std::any_of(
             record.mappings.begin(), record.mappings.end(), [&](const MappingRecord& other) {
                 return other.request.inside == mapping.request.inside &&
                        other.request.publicEndpoint == mapping.request.publicEndpoint;
             });
-        if (!known && isOfMessage(mapping)) {
+        if (!known) {
             record.mappings.push_back(mapping);
         }
     }

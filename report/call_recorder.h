@@ -3,6 +3,7 @@
 #include "report/call_record.h"
 #include "report/media_streams.h"
 
+#include <deque>
 #include <map>
 #include <string>
 #include <unordered_map>
@@ -65,7 +66,7 @@ private:
     std::map<Parties, size_t> byParties_;
     std::map<Parties, LastRas> lastRas_;
     std::map<Connection, size_t> byConnection_;
-    std::vector<MappingRecord> waitingMappings_;
+    std::deque<MappingRecord> waitingMappings_;
     FlowRuns flows_;
     size_t kept_ = 0;
     uint64_t notKept_ = 0;

@@ -13,6 +13,7 @@ using testing_cli::Outcome;
 using testing_cli::runProgram;
 
 const std::string sample = std::string(H323NAT_SAMPLES) + "/h245.pcap";
+const std::string inbound = std::string(H323NAT_SAMPLES) + "/in-h245.pcap";
 const std::vector<std::string> goodReplay = {"replay",   sample,        "-o",       "/dev/null",
                                              "--inside", "10.0.0.0/24", "--public", "203.0.113.1"};
 
@@ -66,6 +67,9 @@ TEST(CommandLine, FaultsAreNamedWithAWayOn) {
                 "--scope", "full", "--strict"},
                cli::exitUnusable,
                "--strict means --scope listed"},
+          Case{{"replay", inbound, "-o", output, "--inside", "10.0.0.0/8", "--public", "1.2.3.4"},
+               0,
+               "name the host that takes the calls: --publish ADDRESS"},
           Case{{"replay", "-", "-o", output, "--inside", "10.0.0.0/8", "--public", "1.2.3.4"},
                cli::exitUnusable,
                "-: not a pcap or pcapng capture"},

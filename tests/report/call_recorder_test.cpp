@@ -178,6 +178,21 @@ TEST(CallRecorder, MessagesAroundACallBelongToIt) {
     EXPECT_EQ(records[1].outside, party);
 }
 
+TEST(CallRecorder, MappingsThatWaitInVainKeepNoneOut) {
+    CallRecorder recorder({inside});
+    using Kind = gateway::MappingRequest::Kind;
+    for (uint16_t port = 10'000; port < 20'000; ++port) {
+        recorder.addMapping(0, {Kind::Media, {media.address, port}, publicMedia, 0, true, false});
+    }
+    recorder.addMapping(1, {Kind::Media, media, publicMedia, 0, true, false});
+    gateway::ReportedMessage told = acknowledgement(1);
+    translate(told);
+    recorder.addMessage(1, 1, told, {});
+    const std::vector<CallRecord> records = recorder.finish();
+    ASSERT_EQ(records.at(0).mappings.size(), 1U);
+    EXPECT_EQ(records[0].mappings[0].request.inside, media);
+}
+
 // Whoever sends the messages decides how many endpoints they tell; nothing may be looked for in all
 // of them again and again. Processor time, since machines are busy.
 TEST(CallRecorder, ManyEndpointsTakeLittleTime) {
