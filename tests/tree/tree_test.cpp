@@ -180,7 +180,7 @@ private:
             const unsigned long code = isEscape ? std::stoul(escaped.substr(i + 2, 4), nullptr, 16)
                                                 : static_cast<unsigned char>(escaped[i]);
             char digits[8];
-            std::snprintf(digits, sizeof digits, wide ? "%04lx" : "%02lx", code);
+            (void)std::snprintf(digits, sizeof digits, wide ? "%04lx" : "%02lx", code);
             if (!accept(digits)) {
                 return false;
             }

@@ -23,7 +23,7 @@ std::string encodedBy(const std::function<int32_t(PerContext*)>& encode) {
         hex = status == PER_OK ? "" : "status " + std::to_string(status);
         for (uint32_t i = 0; status == PER_OK && i < length; ++i) {
             char digits[3];
-            std::snprintf(digits, sizeof digits, "%02x", octets[i]);
+            (void)std::snprintf(digits, sizeof digits, "%02x", octets[i]);
             hex += digits;
         }
     }
