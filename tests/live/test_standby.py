@@ -1,6 +1,6 @@
 """Two routers, of which one stands in for the other: conntrackd copies connections, the gateways tell
-each other of mappings, and the addresses move by hand or by keepalived's VRRP. Usage: test_standby.py --program PATH --samples
-DIRECTORY [unittest arguments]"""
+each other of mappings, and the addresses move by hand or by keepalived's VRRP.
+Usage: test_standby.py --program PATH --samples DIRECTORY [unittest arguments]"""
 
 import os
 import shutil
