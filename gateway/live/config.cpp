@@ -331,7 +331,7 @@ std::string readConfig(LiveConfig& config, std::string_view text, std::string_vi
         }
         const std::string name(trim(content.substr(0, equals)));
         if (std::find(seen.begin(), seen.end(), name) != seen.end()) {
-            return where + "'" + name + "' is set twice";
+            return (where + "'").append(name) + "' is set twice";
         }
         seen.push_back(name);
         const std::string wrong = applySetting(config, name, trim(content.substr(equals + 1)));
