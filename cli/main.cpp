@@ -13,7 +13,7 @@ namespace {
 
 // What CLI11 says of the words that an option takes is not for users.
 std::string worded(const CLI::ParseError& error) {
-    const std::string text = error.what();
+    std::string text = error.what();
     const std::string option = text.substr(0, text.find(':'));
     const size_t missing = text.find(": 1 required ");
     if (text.find(": At Most 1 required") != std::string::npos) {

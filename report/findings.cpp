@@ -9,7 +9,6 @@
 namespace report {
 namespace {
 
-using gateway::Endpoint;
 using gateway::toText;
 
 constexpr const char* translated = "translated";
