@@ -3,14 +3,11 @@
 
 #include "gateway/live/config.h"
 #include "gateway/live/daemon.h"
+#include "gateway/live/whole_file.h"
 
-#include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,16 +26,11 @@ struct GatewayArguments {
 // The file first, the command line over it.
 std::string loadConfig(const GatewayArguments& arguments, gateway::LiveConfig& config) {
     if (!arguments.configFile.empty()) {
-        if (std::filesystem::is_directory(arguments.configFile)) {
-            return "cannot read '" + arguments.configFile + "': it is a directory";
+        std::string text;
+        if (const int failure = gateway::readFile(arguments.configFile, text); failure != 0) {
+            return "cannot read '" + arguments.configFile + "': " + std::strerror(failure);
         }
-        std::ifstream file(arguments.configFile);
-        std::ostringstream text;
-        text << file.rdbuf();
-        if (!file) {
-            return "cannot read '" + arguments.configFile + "': " + std::strerror(errno);
-        }
-        std::string wrong = gateway::readConfig(config, text.str(), arguments.configFile);
+        std::string wrong = gateway::readConfig(config, text, arguments.configFile);
         if (!wrong.empty()) {
             return wrong;
         }

@@ -4,13 +4,13 @@
 #include "gateway/live/kernel_events.h"
 #include "gateway/live/live_gateway.h"
 #include "gateway/live/mapping_feed.h"
-#include "gateway/live/replace_file.h"
 #include "gateway/live/saved_state.h"
 #include "gateway/live/service_manager.h"
 #include "gateway/live/status.h"
 #include "gateway/live/status_socket.h"
 #include "gateway/live/survey_thread.h"
 #include "gateway/live/table_lock.h"
+#include "gateway/live/whole_file.h"
 
 #include <poll.h>
 #include <sys/signalfd.h>

@@ -1,14 +1,12 @@
 #include "gateway/live/saved_state.h"
 
-#include "gateway/live/replace_file.h"
+#include "gateway/live/whole_file.h"
 
 #include <nlohmann/json.hpp>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
 namespace gateway {
 namespace {
@@ -48,15 +46,17 @@ PortForward forwardOf(const json& saved) {
 } // namespace
 
 std::string readState(const std::string& path, SavedState& state) {
-    std::error_code error;
-    if (!std::filesystem::exists(path, error)) {
+    std::string text;
+    const int failure = readFile(path, text);
+    if (failure == ENOENT) {
         return {};
     }
     const std::string prefix = "state file '" + path + "': ";
-    std::ifstream file(path);
-    const json saved = json::parse(file, nullptr, false);
-    if (!file || !saved.is_object()) {
-        return prefix + "cannot be read; remove it to start without the mappings of the last run";
+    const json saved = json::parse(text, nullptr, false);
+    if (failure != 0 || !saved.is_object()) {
+        return prefix + "cannot be read (" +
+               (failure != 0 ? std::strerror(failure) : "it is no JSON object") +
+               "); remove it to start without the mappings of the last run";
     }
     if (saved.value("version", json()) != json(version)) {
         return prefix + "is of another version of this program; remove it to start without the "

@@ -82,6 +82,8 @@ TEST(SavedState, ComesBackOrIsRefused) {
     }
     std::filesystem::remove(path);
     EXPECT_EQ(readState(path, read), "");
+    EXPECT_NE(readState(testing::TempDir(), read).find("Is a directory"), std::string::npos);
+    EXPECT_NE(readState(testing::TempDir() + std::string(300, 'x'), read), "");
 }
 
 TEST(EventLog, StrangersTakeNoLinesFromCalls) {

@@ -1,9 +1,10 @@
-#include "gateway/live/replace_file.h"
+#include "gateway/live/whole_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -24,6 +25,25 @@ bool writeAll(int descriptor, const std::string& text) {
 }
 
 } // namespace
+
+int readFile(const std::string& path, std::string& content) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return errno;
+    }
+    std::array<char, 65536> part{};
+    int failure = 0;
+    for (ssize_t length = 1; length != 0 && failure == 0;) {
+        length = read(descriptor, part.data(), part.size());
+        if (length > 0) {
+            content.append(part.data(), static_cast<size_t>(length));
+        } else if (length < 0 && errno != EINTR) {
+            failure = errno;
+        }
+    }
+    close(descriptor);
+    return failure;
+}
 
 std::string replaceFile(const std::string& path, const std::string& text, FileUse use) {
     const std::string temporary = path + ".new";
