@@ -207,7 +207,7 @@ std::string Daemon::start(const SavedState& before) {
 
 std::chrono::milliseconds Daemon::mayWait() const {
     const auto now = Clock::now();
-    auto next = std::min({nextSweep_, gateway_.nextRelease(), now + longestSleep});
+    auto next = std::min({nextSweep_, gateway_.nextRelease(), nextWatchdog_, now + longestSleep});
     for (const auto unwatched : {nextTableEvents_, nextCopies_}) {
         next = now < unwatched ? std::min(next, unwatched) : next;
     }
@@ -391,10 +391,13 @@ void Daemon::note(const SurveyThread::NotSaved& notSaved) {
 }
 
 void Daemon::tellWatchdog(Clock::time_point now) {
+    if (now < nextWatchdog_) {
+        return;
+    }
     const auto interval = watchdogInterval();
-    if (interval.count() != 0 && now >= nextWatchdog_) {
+    nextWatchdog_ = interval.count() == 0 ? Clock::time_point::max() : now + interval / 2;
+    if (interval.count() != 0) {
         notifyServiceManager("WATCHDOG=1");
-        nextWatchdog_ = now + interval / 2;
     }
 }
 

@@ -126,9 +126,9 @@ class GatewayTest(unittest.TestCase):
         self.network = Network()
         self.addCleanup(self.network.close)
 
-    def start_again(self, *arguments):
+    def start_again(self, *arguments, **options):
         """A second gateway beside the first."""
-        return self.start(*arguments, name="2")
+        return self.start(*arguments, name="2", **options)
 
     def start(self, *arguments, **options):
         gateway = Gateway(self.network, self.folder, *arguments, **options)

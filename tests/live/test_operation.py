@@ -1,6 +1,7 @@
 """The live gateway as its administrator meets it. Usage: test_operation.py --program PATH --samples
 DIRECTORY [unittest arguments]"""
 
+import contextlib
 import os
 import signal
 import socket
@@ -127,18 +128,32 @@ class OperationTest(GatewayTest):
             file.write("ports = 30000-30999\npublish = " + SECOND_PRIVATE + "\n")
         gateway.process.send_signal(signal.SIGHUP)
         gateway.wait_for(lambda now: now.get("published") == SECOND_PRIVATE)
+        listener = self.network.listen("inside", SECOND_PRIVATE, 1720)
+        caller = self.network.tcp("outside", OUTSIDE)
+        for made in (listener, caller):
+            self.addCleanup(made.close)
+        caller.connect((PUBLIC, 1720))
         self.assertEqual(call.media_arrives(*RTP), BOTH_WAYS)
         other = {(PRIVATE, port): (PRIVATE, port + 100) for port in (5000, 5001)}
         found = sample("fast-tun")
         other[found[0].client] = (PRIVATE, 45000)
         later = self.call(patched(found, other)).play(ends_call)
         self.assertIn(later.announced[PRIVATE, 5100][1], range(30000, 31000))
-        with open(path, "w", encoding="utf-8") as file:
-            file.write("ports = everything\n")
-        gateway.process.send_signal(signal.SIGHUP)
-        time.sleep(0.3)
+        refused = ["ports = everything", "queue-number = 2", "queue-length = 99", "calls = 9",
+                   "scope = listed", "strict = yes",
+                   "table = other", "feed = 10.0.0.1:5, 10.0.0.2:5"]
+        for number, setting in enumerate(refused):
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(setting + "\npublish = " + PRIVATE + "\n")
+            gateway.process.send_signal(signal.SIGHUP)
+            gateway.wait_for(lambda _: gateway.log_text().count("reload-refused") > number, 2)
         self.assertEqual(gateway.status()["published"], SECOND_PRIVATE)
-        self.assertIn("reload-refused", gateway.log_text())
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("\n")
+        gateway.process.send_signal(signal.SIGHUP)
+        gateway.wait_for(lambda now: "published" not in now)
+        self.assertNotIn("1720", self.network.on_router("nft", "list", "map", "ip", "h323nat",
+                                                        "control_in"))
 
     def test_killed_and_restarted_in_mid_call(self):
         gateway = self.start()
@@ -379,6 +394,46 @@ class OperationTest(GatewayTest):
                                                 (OUTSIDE, 5000)), BOTH_WAYS, setting)
             call.close()
             gateway.stop(signal.SIGKILL)
+
+    def test_the_service_manager_is_told(self):
+        manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(manager.close)
+        manager.bind(os.path.join(self.folder, "notify"))
+        manager.settimeout(5)
+        through = ("env", "NOTIFY_SOCKET=" + manager.getsockname(), "WATCHDOG_USEC=1000000")
+        path = os.path.join(self.folder, "h323nat.conf")
+
+        def write(settings):
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(settings)
+
+        def told(what):
+            while not (text := manager.recv(4096).decode()).startswith(what):
+                self.assertEqual(text, "WATCHDOG=1")
+            return text
+
+        write("")
+        gateway = self.start("--config", path, "--sweep", "3600", through=through)
+        told("READY=1")
+        self.assertIn("table ip h323nat", self.ruleset())
+        time.sleep(2)  # nothing happens, and it lives
+        manager.setblocking(False)
+        beats = []
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                beats.append(manager.recv(99))
+        self.assertGreaterEqual(beats.count(b"WATCHDOG=1"), 4)
+        manager.settimeout(5)
+        for settings, outcome in (("ports = 30000-30999", "READY=1\nSTATUS=Translating"),
+                                  ("ports = none", "READY=1\nSTATUS=Reload refused: " + path)):
+            write(settings)
+            gateway.process.send_signal(signal.SIGHUP)
+            self.assertIn("MONOTONIC_USEC=", told("RELOADING=1"))
+            told(outcome)
+        with self.assertRaisesRegex(AssertionError, "queue 1720"):
+            self.start_again("--table", "second", through=through)
+        gateway.stop()
+        told("STOPPING=1")
 
     def test_a_large_foreign_ruleset_costs_nothing(self):
         """Processor time of the daemon, idle and in calls, beside 100,000 elements of another table."""
