@@ -10,6 +10,7 @@ namespace {
 
 constexpr LiveSeconds unansweredHold = 30; // of a RAS mapping, until a gatekeeper confirms
 constexpr uint32_t unansweredOfAll = 256;
+constexpr uint16_t lowestPublicPort = 1024; // as of the setting `ports`
 
 Endpoint neighbour(const Endpoint& endpoint, int index) {
     return {endpoint.address, static_cast<uint16_t>(endpoint.port + index)};
@@ -199,7 +200,9 @@ size_t LiveMappings::adopt(std::span<const PortForward> forwards, uint32_t publi
         // The odd port of a pair comes with the even one.
         const bool pair = forward.kind == MappingKind::Media;
         PortAllocator& ports = allocator(protocolOf(forward.kind));
-        if ((pair && (forward.publicPort % 2 != 0 || !hasNeighbour(forward))) ||
+        if (forward.publicPort < lowestPublicPort ||
+            forward.inside.port < config_.lowestInsidePort ||
+            (pair && (forward.publicPort % 2 != 0 || !hasNeighbour(forward))) ||
             byInside_.contains(Key{forward.kind, forward.inside}) ||
             !(pair ? ports.takePairExactly(forward.publicPort)
                    : ports.takeExactly(forward.publicPort))) {

@@ -234,6 +234,8 @@ TEST_F(LiveMappingsTest, AdoptsPairsAndSinglesOfAnEarlierRun) {
                                 {MappingKind::Media, 20000, {host, 5000}, 0},
                                 {MappingKind::Ras, 20005, {host, 1719}, 0},
                                 {MappingKind::Media, 20006, {host, 65535}, 0},
+                                {MappingKind::Control, 1023, {host, 2000}, 0},
+                                {MappingKind::Control, 20007, {host, 1023}, 0},
                                 {MappingKind::Control, 20000, {host, 1720}, 0},
                                 {MappingKind::Media, 20000, {otherHost, 5000}, 0}};
     EXPECT_EQ(mappings.adopt(left, publicAddress, 0), 3U);
