@@ -342,7 +342,8 @@ H323NAT_API uint32_t H323NAT_CALL H323SetRewriteMode(uint32_t mode);
  *   H323NAT_SCOPE_FULL     every address of a private host in H.225.0 call signalling, RAS and
  *                          H.245, in both directions, of any protocol version, for any number of
  *                          private hosts. Only octets of addresses and ports are written, whatever
- *                          H323SetRewriteMode says. Follows `calls` calls, to 1,048,576; 0: 1,000
+ *                          H323SetRewriteMode says. Follows `calls` calls, to 1,048,576; 0: 1,000.
+ *                          Three quarters of them may come from outside
  *
  * In the full scope the host is asked for mappings by the same functions. HostOpenControlMapping
  * also serves signalling endpoints and T.120, HostOpenMediaMapping also RAS endpoints, of which one

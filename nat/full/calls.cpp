@@ -51,19 +51,24 @@ void leaveCall(Index connection, uint8_t end) {
     }
 }
 
+// Anybody may send Setups to a private host that accepts calls: they leave a quarter of the records
+// to the calls that private hosts begin.
+bool mayTakeRecord(Index connection) {
+    const uint32_t most = state.calls.capacity;
+    return state.calls.used < (state.connections[connection].opened ? most : most - most / 4);
+}
+
 // A call can be carried by several connections: all must go before its record is free.
 Index takeRecord(Index connection) {
     constexpr int tries = 16;
-    Index index = take(state.calls);
-    for (int each = 0; index == none && each < tries; ++each) {
+    for (int each = 0; each < tries && !mayTakeRecord(connection); ++each) {
         const Index spare = spareConnection(connection);
         if (spare == none) {
             break;
         }
         forget(spare, H323NAT_END_FORGOTTEN);
-        index = take(state.calls);
     }
-    return index;
+    return mayTakeRecord(connection) ? take(state.calls) : none;
 }
 
 } // namespace

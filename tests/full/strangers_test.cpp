@@ -364,6 +364,21 @@ TEST(Strangers, MappingsEndWithTheirCallOrRegistration) {
     EXPECT_EQ(full_scope::state.mappings.used, 0U);
 }
 
+TEST(Strangers, SetupsFromOutsideLeaveRecordsToThosePrivateHostsSend) {
+    FullHost host(8);
+    TcpCall knocking(host, {privateParty, 1720}, {outsideParty, 40000}, TcpCall::Opened::byOutside);
+    for (uint8_t number = 1; number <= 20; ++number) {
+        knocking.received(q931({setup({{}, {}, number})}));
+    }
+    EXPECT_EQ(full_scope::state.calls.used, 6U);
+    for (uint16_t port = 50000; port < 50002; ++port) {
+        TcpCall call(host, {privateParty, port}, called);
+        const Octets own =
+            q931({setup({{}, {{fastStartElement({true, at({privateParty, port})})}}})});
+        EXPECT_NE(call.sent(own), own);
+    }
+}
+
 TEST(Strangers, OneHostCannotTakeTheMappingsOfAll) {
     FullHost host(8); // 104 mappings
     std::vector<TcpCall> calls;
