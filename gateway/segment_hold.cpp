@@ -135,6 +135,7 @@ void SegmentHold::forget(const FlowId& flow) {
         if (!found->second.held.empty()) {
             waiting_.erase(found->second.wait);
             octets_ -= found->second.octets;
+            segments_ -= found->second.held.size();
         }
         streams_.erase(found);
     }
@@ -148,6 +149,7 @@ void SegmentHold::keep(Stream& stream, const FlowId& flow, HeldSegment&& segment
     }
     stream.octets += segment.layout.payloadLength;
     octets_ += segment.layout.payloadLength;
+    ++segments_;
     const auto behind =
         std::find_if(stream.held.begin(), stream.held.end(), [&](const HeldSegment& other) {
             return distance(segment.sequence, other.sequence) > 0;
@@ -169,6 +171,7 @@ void SegmentHold::release(Stream& stream, const Framing& framing, ReleasedSegmen
         }
     }
     octets_ -= stream.octets;
+    segments_ -= released.segments.size();
     stream.octets = 0;
     waiting_.erase(stream.wait);
 }
@@ -267,7 +270,8 @@ SegmentHold::Decision SegmentHold::takeNew(Stream& stream, const FlowId& flow,
         return Decision::Release;
     }
     if (stream.octets > std::min(limits_.connectionOctets, longestJoint) ||
-        stream.held.size() > mostSegments || octets_ > limits_.allOctets) {
+        stream.held.size() > mostSegments || octets_ > limits_.allOctets ||
+        segments_ > limits_.allSegments) {
         counts_.crowded += stream.held.size();
         releaseAsItCame(flow, released);
         return Decision::Release;

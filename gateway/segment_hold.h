@@ -28,6 +28,7 @@ struct HoldLimits {
     size_t connectionOctets = 65536; // of payload, for each direction of a connection
     size_t allOctets = size_t{4} * 1024 * 1024;
     size_t streams = 65536; // directions of connections that are watched
+    size_t allSegments = 2048;
 
     bool operator==(const HoldLimits&) const = default;
 };
@@ -127,6 +128,7 @@ private:
     HoldLimits limits_;
     HoldCounts counts_;
     size_t octets_ = 0;
+    size_t segments_ = 0;
     std::unordered_map<FlowId, Stream, FlowIdHash> streams_;
     std::list<FlowId> ages_;
     std::list<FlowId> waiting_; // oldest first

@@ -145,6 +145,13 @@ std::string readMilliseconds(Milliseconds& out, std::string_view value) {
     return wrong;
 }
 
+// Segments that wait stay in the kernel's queue: they must leave room in it.
+std::string readQueueLength(LiveConfig& config, std::string_view value) {
+    std::string wrong = readNumber(config.queueLength, value, 1, 1000000);
+    config.hold.allSegments = config.queueLength / 2;
+    return wrong;
+}
+
 // `names` are the words for 0 and 1 of an enumeration.
 template <typename Choice>
 std::string readChoice(Choice& out, std::string_view value, std::string_view first,
@@ -268,8 +275,7 @@ constexpr Setting table[] = {
      [](LiveConfig& c, std::string_view v) { return readNumber(c.queueNumber, v, 0, 65535); },
      "1720"},
     {"queue-length", "N", "packets that may wait in the queue; further ones pass unseen",
-     [](LiveConfig& c, std::string_view v) { return readNumber(c.queueLength, v, 1, 1000000); },
-     "4096"},
+     [](LiveConfig& c, std::string_view v) { return readQueueLength(c, v); }, "4096"},
     {"table", "NAME", "name of the nftables table",
      [](LiveConfig& c, std::string_view v) { return readTableName(c.table, v); }, "h323nat"},
     {"state-file", "PATH", "file that carries open mappings over a restart",

@@ -14,6 +14,7 @@ namespace gateway {
 namespace {
 
 constexpr unsigned linesOfCalls = 1000; // in a second
+constexpr unsigned linesOfCallers = 100;
 constexpr unsigned linesOfStrangers = 20;
 
 bool needsQuotes(const std::string& value) {
@@ -87,6 +88,12 @@ bool EventLog::mayWrite(Budget& budget, unsigned linesPerSecond) {
 
 void EventLog::info(const char* event, std::initializer_list<LogField> fields) {
     if (mayWrite(calls_, linesOfCalls)) {
+        logger_->info("{}", formatEvent(format_, event, fields));
+    }
+}
+
+void EventLog::caller(const char* event, std::initializer_list<LogField> fields) {
+    if (mayWrite(callers_, linesOfCallers)) {
         logger_->info("{}", formatEvent(format_, event, fields));
     }
 }

@@ -19,8 +19,9 @@ std::string formatEvent(LogFormat format, const char* event,
                         std::initializer_list<LogField> fields);
 
 // The gateway's log: a line for each event on standard error, where systemd's journal takes it.
-// Nobody can flood it: past a number of lines per second, lines are counted instead. What strangers
-// can cause has a number of its own, so that it takes no line from a call. A reader that does not
+// Nobody can flood it: past a number of lines per second, lines are counted instead. Calls from
+// outside, and whatever else strangers can cause, have numbers of their own, so that they take no
+// line from other calls. A reader that does not
 // read costs lines, never time.
 class EventLog {
 public:
@@ -29,6 +30,8 @@ public:
     void configure(LogFormat format, bool debug);
 
     void info(const char* event, std::initializer_list<LogField> fields);
+    // As `info`, for what whoever calls from outside causes.
+    void caller(const char* event, std::initializer_list<LogField> fields);
     // As `info`, for what anybody may cause.
     void stranger(const char* event, std::initializer_list<LogField> fields);
     void debug(const char* event, std::initializer_list<LogField> fields);
@@ -51,6 +54,7 @@ private:
     LogFormat format_ = LogFormat::Logfmt;
     bool debug_ = false;
     Budget calls_;
+    Budget callers_;
     Budget strangers_;
 };
 

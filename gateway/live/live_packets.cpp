@@ -134,11 +134,14 @@ void LiveGateway::releaseHeld(PacketQueue& queue, Clock::time_point now) {
     now_ = secondsOf(now);
     ReleasedSegments released;
     while (hold_.expire(millisecondsOf(now), false, released)) {
-        log_.info("held-in-vain", {{"from", toText(sourceOf(released.segments.front().packet,
-                                                            released.segments.front().layout))},
-                                   {"to", toText(destinationOf(released.segments.front().packet,
-                                                               released.segments.front().layout))},
-                                   {"segments", std::to_string(released.segments.size())}});
+        const HeldSegment& first = released.segments.front();
+        const std::initializer_list<LogField> fields = {
+            {"from", toText(sourceOf(first.packet, first.layout))},
+            {"to", toText(destinationOf(first.packet, first.layout))},
+            {"segments", std::to_string(released.segments.size())}};
+        waiting_.at(static_cast<uint32_t>(first.token)).side == Side::Inside
+            ? log_.info("held-in-vain", fields)
+            : log_.stranger("held-in-vain", fields);
         release(released, queue);
         released = {};
     }

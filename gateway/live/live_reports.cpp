@@ -82,12 +82,13 @@ void LiveGateway::onCallBegan(const H323ObservedCall& told) {
     const LiveCall& call = calls_.begin(reportedCall(told, false), now_);
     begun_.push_back(call.number);
     counters_.add(Cause::callsStarted);
-    log_.info("call-start", {{"call", std::to_string(call.number)},
-                             {"direction", call.inbound ? "in" : "out"},
-                             {"inside", toText(call.inside)},
-                             {"remote", toText(call.remote)},
-                             {"from", call.calling},
-                             {"to", call.called}});
+    const std::initializer_list<LogField> fields = {{"call", std::to_string(call.number)},
+                                                    {"direction", call.inbound ? "in" : "out"},
+                                                    {"inside", toText(call.inside)},
+                                                    {"remote", toText(call.remote)},
+                                                    {"from", call.calling},
+                                                    {"to", call.called}};
+    call.inbound ? log_.caller("call-start", fields) : log_.info("call-start", fields);
 }
 
 void LiveGateway::onCallEnded(const H323ObservedCall& told) {
@@ -102,14 +103,16 @@ void LiveGateway::endCall(uint64_t number, uint32_t end, uint32_t cause) {
     }
     over_.push_back(number);
     counters_.add(Cause::callsEnded);
-    log_.info("call-end", {{"call", std::to_string(call->number)},
-                           {"direction", call->inbound ? "in" : "out"},
-                           {"inside", toText(call->inside)},
-                           {"remote", toText(call->remote)},
-                           {"seconds", std::to_string(now_ - call->started)},
-                           {"end", endName(call->end)},
-                           {"cause", std::to_string(call->cause)},
-                           {"verdict", call->verdict()}});
+    const std::initializer_list<LogField> fields = {
+        {"call", std::to_string(call->number)},
+        {"direction", call->inbound ? "in" : "out"},
+        {"inside", toText(call->inside)},
+        {"remote", toText(call->remote)},
+        {"seconds", std::to_string(now_ - call->started)},
+        {"end", endName(call->end)},
+        {"cause", std::to_string(call->cause)},
+        {"verdict", call->verdict()}};
+    call->inbound ? log_.caller("call-end", fields) : log_.info("call-end", fields);
 }
 
 void LiveGateway::expect(const Endpoint& endpoint) {
@@ -278,11 +281,12 @@ void LiveGateway::reportMessage(const ReportedMessage& message) {
         if ((message.flags & H323NAT_MESSAGE_SIGNED) != 0) {
             counters_.add(Cause::messagesSigned);
         }
-        log_.info("rewrite", {{"direction", sent ? "sent" : "received"},
-                              {"message", message.name},
-                              {"inside", toText(message.inside)},
-                              {"remote", toText(message.outside)},
-                              {"changes", changesText(message)}});
+        const std::initializer_list<LogField> fields = {{"direction", sent ? "sent" : "received"},
+                                                        {"message", message.name},
+                                                        {"inside", toText(message.inside)},
+                                                        {"remote", toText(message.outside)},
+                                                        {"changes", changesText(message)}};
+        sent ? log_.info("rewrite", fields) : log_.caller("rewrite", fields);
     }
     std::vector<ReportedAddress> remaining;
     if (sent) {

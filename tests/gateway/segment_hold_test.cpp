@@ -149,6 +149,27 @@ TEST_F(SegmentHoldTest, ManySmallSegmentsAreNotWaitedFor) {
     EXPECT_EQ(hold.heldOctets(), 0U);
 }
 
+// Those that wait stay in the kernel's queue, which others need as well.
+TEST_F(SegmentHoldTest, ShortSegmentsOfAllConnectionsHaveABound) {
+    HoldLimits limits;
+    limits.allSegments = 3;
+    hold.configure(limits);
+    const auto whole = message(900, 7);
+    const auto octet = [&](uint32_t at) { return std::span<const uint8_t>(whole).subspan(at, 1); };
+    for (const uint8_t end : {tcpFin, tcpReset}) {
+        begin();
+        EXPECT_EQ(take(0, std::span<const uint8_t>(whole).first(5)), Decision::Held);
+        EXPECT_EQ(take(7, octet(7)), Decision::Held);
+        EXPECT_EQ(take(6, {}, end), Decision::Release);
+        begin();
+        EXPECT_EQ(take(0, std::span<const uint8_t>(whole).first(5)), Decision::Held);
+        EXPECT_EQ(take(7, octet(7)), Decision::Held);
+        EXPECT_EQ(take(9, octet(9)), Decision::Held);
+        EXPECT_EQ(take(11, octet(11)), Decision::Release);
+        EXPECT_EQ(released.segments.size(), 4U);
+    }
+}
+
 TEST_F(SegmentHoldTest, WhatIsNoTpktIsNeverHeld) {
     const std::array<uint8_t, 20> http = {'P', 'O', 'S', 'T'};
     begin();

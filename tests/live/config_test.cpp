@@ -13,7 +13,7 @@ TEST(LiveConfig, ReadsAFileWithCommentsAndBlanks) {
     const std::string text =
         "# towards the hosts\ninside = br0\n\n  outside=ppp0  # dial-up\n"
         "ports = 30000 - 30099\r\npublish = 10.0.0.5, 10.0.0.6:1721\nqueue = all\n"
-        "media-source=any\nscope = listed\nhold = 50\nlog-level = debug";
+        "media-source=any\nscope = listed\nhold = 50\nqueue-length = 100\nlog-level = debug";
     EXPECT_EQ(readConfig(config, text, "x.conf"), "");
     EXPECT_EQ(insideText(config), "br0");
     EXPECT_EQ(config.outside, "ppp0");
@@ -26,6 +26,7 @@ TEST(LiveConfig, ReadsAFileWithCommentsAndBlanks) {
     EXPECT_EQ(config.mediaSource, MediaSource::Any);
     EXPECT_EQ(config.scope, TranslationScope::Listed);
     EXPECT_EQ(config.hold.longest, 50);
+    EXPECT_EQ(config.hold.allSegments, 50);
     EXPECT_TRUE(config.logDebug);
 }
 

@@ -9,6 +9,7 @@ import time
 
 from gateway import BOTH_WAYS, RTP, GatewayTest, ends_call, main, sample
 from network import GATEKEEPER, OUTSIDE, PRIVATE, PUBLIC, SECOND_PRIVATE
+from played_call import read_exactly
 from recorded_call import endpoint_bytes, patched
 
 SYN, ACK, RST = 0x02, 0x10, 0x04
@@ -296,6 +297,36 @@ class StrangersTest(GatewayTest):
             stranger.sendto(b"more", public)
             time.sleep(0.1)
             self.assertLess(time.monotonic(), deadline)
+
+    def test_messages_that_are_never_finished(self):
+        """What waits for the rest has a place in the kernel's queue: some must be left for others."""
+        gateway = self.start("--publish", PRIVATE, "--queue-length", "64", "--hold", "5000")
+        listener = self.network.listen("inside", PRIVATE, 1720)
+        self.addCleanup(listener.close)
+        for _ in range(100):
+            stranger = self.network.tcp("outside", OUTSIDE)
+            self.addCleanup(stranger.close)
+            stranger.connect((PUBLIC, 1720))
+            stranger.sendall(sample("in-fast-tun")[0].data[:50])
+        self.assertEqual(self.call(sample("fast-tun")).play(ends_call).changed, 1)
+        gateway.wait_for(lambda now: now["counters"]["segments_held_in_vain"] == 100)
+        self.assertLessEqual(gateway.log_text().count("event=held-in-vain"), 20)
+
+    def test_a_caller_who_never_stops(self):
+        gateway = self.start("--publish", PRIVATE)
+        listener = self.network.listen("inside", PRIVATE, 1720)
+        stranger = self.network.tcp("outside", OUTSIDE)
+        stranger.connect((PUBLIC, 1720))
+        host = listener.accept()[0]
+        for made in (listener, stranger, host):
+            self.addCleanup(made.close)
+        found = sample("in-fast-tun")
+        once = found[0].data + next(message.data for message in found if ends_call(message))
+        for _ in range(600):
+            stranger.sendall(once)
+            read_exactly(host, len(once))
+        self.assertEqual(gateway.counter("calls_ended"), 600)
+        self.assertLess(gateway.log_text().count("event=call-"), 900)
 
     def test_ports_of_the_routers_own_services(self):
         gateway = self.start("--ports", "20000-20011")
