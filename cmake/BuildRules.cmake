@@ -62,6 +62,14 @@ if(H323NAT_SANITIZE)
   target_link_options(h323nat_rules INTERFACE -fsanitize=address,undefined)
 endif()
 
+# h323nat_compile_quickly(TARGET): what is made of large headers and waits for people takes half as
+# long to build with the sanitizers when it is not optimised.
+function(h323nat_compile_quickly target)
+  if(H323NAT_SANITIZE)
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
+endfunction()
+
 # The fuzzer counts the edges that an input reaches in code built like this; only the fuzz targets
 # link its main.
 option(H323NAT_FUZZ "Build the fuzz targets with libFuzzer (clang)" OFF)
