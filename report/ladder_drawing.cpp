@@ -162,7 +162,6 @@ private:
             message.frame == 0 ? "" : "frame " + std::to_string(message.frame) + ", ";
         const size_t shown = data_.add(message, name + " — " + frame + time + " s, " + ends);
 
-        const bool repeated = (content.flags & H323NAT_MESSAGE_REPEATED) != 0;
         out_ << "<g class=\"message" << (content.rewritten.empty() ? "" : " rewritten")
              << (message.remaining.empty() ? "" : " leaks") << "\" tabindex=\"0\" role=\"button\""
              << " data-message=\"" << shown << "\" data-frame=\"" << message.frame
@@ -174,7 +173,7 @@ private:
                  << "</text>";
         }
         out_ << "<text class=\"name\" x=\"" << (host + party) / 2 << "\" y=\"" << y + 14 << "\">"
-             << escaped(name) << (repeated ? " (repeated)" : "") << "</text>";
+             << escaped(name) << "</text>";
         drawArrow(sent ? host : party, sent ? party : host, y + 24);
         out_ << "<circle cx=\"" << router << "\" cy=\"" << y + 24 << "\" r=\"4\"/>";
         int line = y + rowHeight + 4;

@@ -9,7 +9,6 @@
     X(messagesSeen, "messages_seen", "H.323 messages in these packets")                            \
     X(messagesRewritten, "messages_rewritten", "messages in which an address was replaced")        \
     X(messagesUndecodable, "messages_undecodable", "messages that no codec reads, passed on")      \
-    X(messagesRepeated, "messages_repeated", "messages sent again and rewritten again")            \
     X(packetsUnseen, "packets_unseen",                                                             \
       "packets that passed unseen: neither TCP nor UDP, or of "                                    \
       "another interface")                                                                         \

@@ -254,11 +254,10 @@ void LiveGateway::noteMapping(MappingRequest::Kind kind, const Endpoint& inside,
 }
 
 void LiveGateway::reportMessage(const ReportedMessage& message) {
-    const bool repeated = (message.flags & H323NAT_MESSAGE_REPEATED) != 0;
     const bool sent = message.direction == H323NAT_SENT;
     const bool understood = (message.flags & H323NAT_MESSAGE_NOT_UNDERSTOOD) == 0;
-    counters_.add(repeated ? Cause::messagesRepeated : Cause::messagesSeen);
-    if (message.name == "setup" && message.call == 0 && !repeated) {
+    counters_.add(Cause::messagesSeen);
+    if (message.name == "setup" && message.call == 0) {
         ReportedCall missed;
         missed.direction = message.direction;
         missed.inside =
