@@ -2,6 +2,7 @@
 // and for the last two the recorded calls.
 //
 //     make_seeds FOLDER VECTORFILE...
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -63,8 +64,10 @@ std::map<std::string, size_t> treeIndices() {
 
 /// Both octets of a type's number and the message.
 fuzzing::Octets numbered(size_t index, const fuzzing::Octets& message) {
-    fuzzing::Octets seed{static_cast<uint8_t>(index >> 8), static_cast<uint8_t>(index)};
-    seed.insert(seed.end(), message.begin(), message.end());
+    fuzzing::Octets seed(2 + message.size());
+    seed[0] = static_cast<uint8_t>(index >> 8);
+    seed[1] = static_cast<uint8_t>(index);
+    std::copy(message.begin(), message.end(), seed.begin() + 2);
     return seed;
 }
 
