@@ -21,8 +21,7 @@ std::string formatEvent(LogFormat format, const char* event,
 // The gateway's log: a line for each event on standard error, where systemd's journal takes it.
 // Nobody can flood it: past a number of lines per second, lines are counted instead. Calls from
 // outside, and whatever else strangers can cause, have numbers of their own, so that they take no
-// line from other calls. A reader that does not
-// read costs lines, never time.
+// line from other calls. A reader that does not read costs lines, never time.
 class EventLog {
 public:
     explicit EventLog(Counters& counters);

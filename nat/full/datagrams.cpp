@@ -3,6 +3,7 @@
 #include "locator/fields.h"
 #include "nat/full/message.h"
 #include "nat/full/registrations.h"
+#include "nat/full/state.h"
 
 namespace full_scope {
 namespace {
@@ -80,6 +81,10 @@ bool sendDatagram(HostContext* hostContext, const UdpDatagram& datagram) {
     source.privateAddress = inside;
     source.registration = partOf(body) == Part::request ? registrationFor(inside, gatekeeper)
                                                         : findRegistration(inside, gatekeeper);
+    if (body == locatorAlternative::H225RasMessage_unregistrationRequest &&
+        source.registration != none) {
+        state.registrations[source.registration].leaving = true;
+    }
     const bool changed = translateMessage(source).changed;
     if (body == locatorAlternative::H225RasMessage_unregistrationConfirm &&
         source.registration != none) {
@@ -106,7 +111,9 @@ bool receiveDatagram(HostContext* hostContext, const UdpDatagram& datagram) {
         confirmRegistration(registration);
     }
     const bool changed = translateMessage(source).changed;
-    if (answered && body == locatorAlternative::H225RasMessage_unregistrationConfirm) {
+    // Who writes the gatekeeper's address must not end a registration that nobody wants to end.
+    if (answered && body == locatorAlternative::H225RasMessage_unregistrationConfirm &&
+        state.registrations[registration].leaving) {
         endRegistration(registration);
     }
     return changed;

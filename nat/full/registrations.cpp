@@ -132,6 +132,7 @@ void endRegistration(Index index) {
     Registration& registration = state.registrations[index];
     endClaims(registration.firstClaim, 0);
     registration.mappings = 0;
+    registration.leaving = false;
     setConfirmed(index, false);
 }
 

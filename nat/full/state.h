@@ -110,6 +110,7 @@ struct Registration {
     uint32_t lastActivity; // of the private host
     uint8_t unanswered;    // requests, at most 255
     bool confirmed;        // by GCF or RCF; see confirmRegistration
+    bool leaving;          // the host has asked to be unregistered
 };
 
 // Records in a list, longest unused first.

@@ -136,6 +136,17 @@ TEST(Registrations, TheHostEndsItWhenItsGatekeeperAsksForThat) {
     EXPECT_EQ(full_scope::state.mappings.used, 0U);
 }
 
+TEST(Registrations, AConfirmedEndThatTheHostDidNotAskForEndsNothing) {
+    FullHost host;
+    host.discover();
+    registerAt(host);
+    askAdmission(host, signalling.port);
+    host.receiveDatagram(keeper, FullHost::publicOf(ras), {0x1c, 0, 0}); // UCF, not of the keeper
+    EXPECT_TRUE(isMapped(signalling));
+    unregister(host);
+    EXPECT_EQ(full_scope::state.mappings.used, 0U);
+}
+
 TEST(Registrations, AMappingThatNobodyCanNeedIsOverAtOnce) {
     FullHost host(1); // 135 claims
     std::vector<TestAddress> addresses;
