@@ -171,8 +171,8 @@ TEST(Imports, MustExistAndNotGoInCircles) {
     const std::string other = " END N DEFINITIONS AUTOMATIC TAGS ::= BEGIN U ::= BOOLEAN END";
     EXPECT_EQ(errorOf("M " + head + "T FROM N;" + other),
               "test.asn:2: error: module N does not define T");
-    for (const char* twice : {"U FROM N U FROM N;", "U FROM N;\nU ::= NULL"}) {
-        EXPECT_EQ(errorOf("M " + head + twice + other),
+    for (const std::string twice : {"U FROM N U FROM N;", "U FROM N;\nU ::= NULL"}) {
+        EXPECT_EQ(errorOf(("M " + head).append(twice).append(other)),
                   "test.asn:2: error: U is imported here and imported or defined elsewhere");
     }
     EXPECT_EQ(errorOf("M " + head + "T FROM N;\nA ::= T END\nN " + head + "A FROM M; T ::= A END"),

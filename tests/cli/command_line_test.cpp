@@ -167,9 +167,9 @@ TEST(CommandLine, ColoursAreForTerminals) {
     }
     const std::string typescript = scratchPath("typescript");
     for (const std::string setting : {"", "NO_COLOR=1 "}) {
-        const std::string line = "TERM=xterm script -qec \"" + setting + command +
-                                 "\" /dev/null >" + testing_cli::shellWord(typescript) +
-                                 " </dev/null";
+        std::string line = "TERM=xterm script -qec \"";
+        line.append(setting).append(command).append("\" /dev/null >");
+        line.append(testing_cli::shellWord(typescript)).append(" </dev/null");
         EXPECT_EQ(std::system(line.c_str()), 0);
         const bool coloured =
             testing_cli::contents(typescript).find("\033[32m") != std::string::npos;

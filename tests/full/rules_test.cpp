@@ -66,19 +66,17 @@ TEST(Rules, SentAddressIsTranslatedWhenItIsTheSendersOwn) {
 
 TEST(Rules, RtcpPortIsItsRtpPortsNeighbourOrAPairOfItsOwn) {
     struct Case {
-        uint16_t rtp, rtcp;
         Lines asked;
+        uint16_t rtp, rtcp;
         uint32_t cause; // of the RTCP address
     };
     const Case cases[] = {
-        {5000, 5001, {"media 10.0.0.5:5000 > 1.1.1.1"}, 0},
-        {5000, 6001, {"media 10.0.0.5:5000 > 1.1.1.1", "media 10.0.0.5:6000 > 1.1.1.1"}, 0},
-        {5000, 5000, {"media 10.0.0.5:5000 > 1.1.1.1", "media 10.0.0.5:4999 > 1.1.1.1"}, 0},
-        {5000, 1024, {"media 10.0.0.5:5000 > 1.1.1.1"}, H323NAT_LEFT_LOW_PORT},
-        {55535,
-         6001, // the public port is the last one
-         {"media 10.0.0.5:55535 > 1.1.1.1", "media 10.0.0.5:6000 > 1.1.1.1"},
-         0},
+        {{"media 10.0.0.5:5000 > 1.1.1.1"}, 5000, 5001, 0},
+        {{"media 10.0.0.5:5000 > 1.1.1.1", "media 10.0.0.5:6000 > 1.1.1.1"}, 5000, 6001, 0},
+        {{"media 10.0.0.5:5000 > 1.1.1.1", "media 10.0.0.5:4999 > 1.1.1.1"}, 5000, 5000, 0},
+        {{"media 10.0.0.5:5000 > 1.1.1.1"}, 5000, 1024, H323NAT_LEFT_LOW_PORT},
+        // The public port is the last one.
+        {{"media 10.0.0.5:55535 > 1.1.1.1", "media 10.0.0.5:6000 > 1.1.1.1"}, 55535, 6001, 0},
     };
     for (const Case& ports : cases) {
         SCOPED_TRACE(std::to_string(ports.rtp) + " " + std::to_string(ports.rtcp));
@@ -306,7 +304,7 @@ TEST(Rules, OneCallHoldsSoManyMappings) {
     FullHost host(64);
     TcpCall call(host, caller, called);
     std::vector<Octets> channels;
-    for (uint16_t port = 10000; port < 10000 + 2 * 70; port += 2) {
+    for (uint16_t port = 10000; channels.size() < 70; port += 2) {
         channels.push_back(fastStartElement({true, at({privateParty, port})}));
     }
     call.sent(q931({setup({{}, channels})}));

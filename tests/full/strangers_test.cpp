@@ -135,14 +135,14 @@ TEST(Strangers, DatagramsFromOutsideMakeNoStateAndChangeNone) {
 
 TEST(Strangers, ResetAndFinEndAConnectionOnlyInItsWindow) {
     struct Case {
-        uint8_t flags;
         int64_t offset; // from the next octet
+        uint8_t flags;
         bool ends;
     };
-    const Case cases[] = {{tcpRst, 0, true},           {tcpRst, 1000, true},
-                          {tcpRst, 70000, false},      {tcpRst, -70000, false},
-                          {tcpRst, 0x7fffffff, false}, {tcpFin, 70000, false},
-                          {tcpFin, -70000, false},     {tcpFin, 0, true}};
+    const Case cases[] = {{0, tcpRst, true},           {1000, tcpRst, true},
+                          {70000, tcpRst, false},      {-70000, tcpRst, false},
+                          {0x7fffffff, tcpRst, false}, {70000, tcpFin, false},
+                          {-70000, tcpFin, false},     {0, tcpFin, true}};
     for (const Case& end : cases) {
         SCOPED_TRACE(std::to_string(end.flags) + " " + std::to_string(end.offset));
         FullHost host;
