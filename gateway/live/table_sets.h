@@ -45,13 +45,14 @@ struct SetElement {
 
 enum class MappingKind : uint8_t { Media, Ras, Control };
 
-// One public port and where it leads.
+// One public port and where it leads: first what a map of the table says, in its order.
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct PortForward {
     MappingKind kind = MappingKind::Media;
     uint16_t publicPort = 0;
     Endpoint inside;
-    uint32_t publicAddress =
-        0;                   // UDP: not 0 when packets of `inside` leave from it and `publicPort`
+    // UDP: not 0 when packets of `inside` leave from it and `publicPort`.
+    uint32_t publicAddress = 0;
     uint32_t gatekeeper = 0; // RAS: the one that has confirmed; 0: none
     bool shown = false;      // control: the module wants to see its connections
 
