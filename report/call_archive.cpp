@@ -104,7 +104,7 @@ std::string remarkOf(const LadderMessage& message) {
 
 std::string captureName(uint64_t call, const CallRecord& record) {
     std::string time = gateway::timestampText({record.start / gateway::nanosecondsPerSecond, 0});
-    time = time.substr(0, time.find('.'));
+    time.resize(std::min(time.find('.'), time.size()));
     std::erase(time, '-');
     std::erase(time, ':');
     return time + "Z-" + std::to_string(call);
