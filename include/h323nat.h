@@ -342,8 +342,8 @@ H323NAT_API uint32_t H323NAT_CALL H323SetRewriteMode(uint32_t mode);
  *   H323NAT_SCOPE_FULL     every address of a private host in H.225.0 call signalling, RAS and
  *                          H.245, in both directions, of any protocol version, for any number of
  *                          private hosts. Only octets of addresses and ports are written, whatever
- *                          H323SetRewriteMode says. Follows `calls` calls, to 1,048,576; 0: 1,000.
- *                          Three quarters of them may come from outside
+ *                          H323SetRewriteMode says. Follows `calls` calls, to 1,048,576; 0: 1,000;
+ *                          three quarters of them may come from outside.
  *
  * In the full scope the host is asked for mappings by the same functions. HostOpenControlMapping
  * also serves signalling endpoints and T.120, HostOpenMediaMapping also RAS endpoints, of which one
@@ -352,10 +352,9 @@ H323NAT_API uint32_t H323NAT_CALL H323SetRewriteMode(uint32_t mode);
  * unless a group was asked. A media mapping counts as refused when its answer is the private
  * endpoint itself, or an address or port of 0. The published host's ports 1720 and 1503 are the
  * same outside, and the host forwards them; it may forward other ports to port 1720 of any private
- * host. HostFindOutsideMapping tells whose connection an answer from outside (SYN and ACK) belongs
- * to, and the first packets of a connection that came in by a port which the module does not know;
- * HostFindInsideMapping is asked before media records are linked under those of an H.245
- * connection.
+ * host. HostFindOutsideMapping tells whose connection an answer from outside (SYN+ACK) belongs to,
+ * and the first packets of a connection by a port unknown to the module. HostFindInsideMapping is
+ * asked before media records are linked under those of an H.245 connection.
  *
  * All memory of the full scope is taken here, nothing later; that of an earlier call is given back,
  * and all calls that are followed are forgotten, also when the scope stays the same.

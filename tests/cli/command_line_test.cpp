@@ -34,7 +34,6 @@ TEST(CommandLine, FaultsAreNamedWithAWayOn) {
     std::filesystem::resize_file(noFrames, 24);
     for (const Case& c :
          {Case{{"repaly"}, cli::exitUnusable, "no command repaly; did you mean replay?\n"},
-          Case{{"stat"}, cli::exitUnusable, "no command stat; did you mean status?\n"},
           Case{{"xyzzy"}, cli::exitUnusable, "no command xyzzy\nh323nat --help lists"},
           Case{{"--versoin"}, cli::exitUnusable, "no option --versoin; did you mean --version?"},
           Case{{"replay", sample, "--inside=10.0.0.0/24", "--pubilc=1.2.3.4"},
@@ -76,9 +75,6 @@ TEST(CommandLine, FaultsAreNamedWithAWayOn) {
           Case{{"replay", noFrames, "-o", output, "--inside", "10.0.0.0/8", "--public", "1.2.3.4"},
                cli::exitFaults,
                "none.pcap holds no packet"},
-          Case{{"status", "--interval", "nan"},
-               cli::exitUnusable,
-               "--interval: nan is no number of seconds from 0.1 to 3600"},
           Case{{"decode", "/nonexistent.pcap"},
                cli::exitUnusable,
                "no file has this name: /nonexistent.pcap"},
@@ -89,13 +85,7 @@ TEST(CommandLine, FaultsAreNamedWithAWayOn) {
           Case{{"verify", empty, "--expect-status", "many"},
                cli::exitUnusable,
                "--expect-status cannot be many"},
-          Case{{"gateway", "--config", "/"}, cli::exitUnusable, "cannot read '/': Is a directory"},
           Case{{"verify", "/"}, cli::exitUnusable, "/: cannot be read"},
-          Case{{"calls", "--html", "-1"}, cli::exitUnusable, "--html: -1 is no number of a call"},
-          Case{{"calls", "--html", "99999999999999999999"},
-               cli::exitUnusable,
-               "is no number of a call"},
-          Case{{"calls", "--html", "1", "--json"}, cli::exitUnusable, "--json excludes --html"},
           Case{{"verify", empty}, cli::exitFaults, "empty.txt has no line to check"},
           Case{{}, cli::exitUnusable, "subcommand is required"}}) {
         const Outcome outcome = runProgram(c.arguments);

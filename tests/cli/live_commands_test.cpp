@@ -12,8 +12,11 @@
 
 #include <atomic>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -70,6 +73,23 @@ private:
     std::atomic<bool> over_{false};
     std::thread thread_;
 };
+
+TEST(LiveCommands, FaultsAreNamedWithAWayOn) {
+    using Arguments = std::vector<std::string>;
+    for (const auto& [arguments, message] :
+         std::initializer_list<std::pair<Arguments, const char*>>{
+             {{"stat"}, "no command stat; did you mean status?\n"},
+             {{"status", "--interval", "nan"},
+              "--interval: nan is no number of seconds from 0.1 to 3600"},
+             {{"gateway", "--config", "/"}, "cannot read '/': Is a directory"},
+             {{"calls", "--html", "-1"}, "--html: -1 is no number of a call"},
+             {{"calls", "--html", "99999999999999999999"}, "is no number of a call"},
+             {{"calls", "--html", "1", "--json"}, "--json excludes --html"}}) {
+        const testing_cli::Outcome outcome = runProgram(arguments);
+        EXPECT_EQ(outcome.status, cli::exitUnusable) << message;
+        EXPECT_NE(outcome.errors.find(message), std::string::npos) << outcome.errors;
+    }
+}
 
 TEST(StatusWatch, AScreenHasCallsVerdictsAndRatesAndNoMore) {
     const std::string screen = cli::watchScreen(status(30), status(10), 2, {24, 200});
